@@ -1,0 +1,28 @@
+/// What the bus lets others take from a service.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace nv {
+
+/// A service sets its own before it listens. Reaching a limit costs the one who reaches it, nobody else.
+struct Limits {
+  /// Largest frame, in bytes. A longer one cuts the connection.
+  std::size_t frameBytes = 1024 * 1024;
+  /// Bytes queued to a connection above which its notifications wait as one mark per changed object, and no
+  /// further request is read from it.
+  std::size_t queuedBytes = 64 * 1024;
+  /// Bytes queued to a connection above which it is cut.
+  std::size_t maxQueuedBytes = 8 * 1024 * 1024;
+  /// Requests of a connection that wait for their replies; the next is answered err::tooMany.
+  std::size_t requestsInFlight = 256;
+  /// Subscriptions of a connection; the next is answered err::tooMany.
+  std::size_t subscriptions = 64;
+  /// Connections of one user id; the next is cut at once.
+  std::size_t connectionsPerUser = 64;
+  /// Undo records that are kept for clients to read.
+  std::size_t undoRecords = 100;
+};
+
+}  // namespace nv

@@ -1,0 +1,35 @@
+/// A request whose answer is awaited.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "platform/export.h"
+#include "platform/message.h"
+
+namespace nv {
+
+/// Sends a request to the route in its key::route and hands the answer to a function, exactly once: the
+/// reply, or an error reply made by the platform (err::timedOut after the time given, err::noRoute when
+/// nobody is there or the connection ends first). Never from within the constructor.
+///
+/// Destruction, and assigning another Post, cancels: the function is not called any more. The function may
+/// destroy the Post: it is moved out before it is called. An empty function is allowed.
+class CONFKIT_API Post {
+ public:
+  Post() = default;
+  /// `timeout` in milliseconds.
+  Post(message& request, std::function<void(const message&)> done, std::uint32_t timeout);
+  ~Post() { cancel(); }
+  Post(Post&& other) noexcept;
+  Post& operator=(Post&& other) noexcept;
+
+  void cancel();
+  /// Whether the answer is still awaited.
+  bool pending() const;
+
+ private:
+  std::uint32_t tag_ = 0;  // 0: none
+};
+
+}  // namespace nv
