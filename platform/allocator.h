@@ -20,7 +20,7 @@ class CONFKIT_API Allocator {
 
   /// Claims the lowest free id and returns it; 0xffffffff when none is free.
   std::uint32_t allocate();
-  /// Claims `id` and returns it, also when it was claimed before; 0xffffffff, and no effect, outside the range.
+  /// Claims `id` and returns it, also when it was claimed before. Outside the range: 0xffffffff, no effect.
   std::uint32_t allocate(std::uint32_t id);
   /// Releases `id`; nothing happens when it is free or outside the range.
   void free(std::uint32_t id);
@@ -44,6 +44,7 @@ class CONFKIT_API Allocator {
     bool operator==(const iterator& other) const { return at_ == other.at_ && id_ == other.id_; }
 
    private:
+    friend class Allocator;
     Intervals::const_iterator at_, end_;
     std::uint32_t id_;
   };

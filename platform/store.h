@@ -20,8 +20,8 @@ namespace nv {
 /// The records outlive this object; two objects must not hold one name at the same time.
 class CONFKIT_API Store {
  public:
-  /// Opens the records called `name`, creating an empty set when there is none. Requires: the process has a
-  /// store engine (Service, or the test kit); without one the program stops with a line that says so.
+  /// Opens the records called `name`, an empty set when there is none. Requires: the process has a store
+  /// engine (Service, or the test kit); without one the program stops with a line that says so.
   explicit Store(std::string_view name);
   ~Store();
   Store(const Store&) = delete;
@@ -38,7 +38,7 @@ class CONFKIT_API Store {
   const Allocator& ids() const { return ids_; }
   bool has(std::uint32_t id) const { return ids_.isAllocated(id); }
   std::uint64_t count() const { return ids_.used(); }
-  /// Whether there were no records of this name before this object was made.
+  /// Whether nothing had ever been written under this name before this object was made.
   bool firstTime() const { return firstTime_; }
   const std::string& name() const { return name_; }
 

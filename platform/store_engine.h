@@ -32,11 +32,13 @@ class CONFKIT_API StoreEngine {
   virtual ~StoreEngine() = default;
 
   struct Opened {
-    unsigned table;                  ///< names the table in the calls below
-    bool firstTime;                  ///< the table was made by this call
+    unsigned table;                  ///< names the table in the calls below; the same for the same name
+    bool firstTime;                  ///< nothing was ever committed to this table
     std::vector<std::uint32_t> ids;  ///< of all undamaged records, ascending
   };
-  /// Opens the table `name`, making it when it is missing.
+  /// Opens the table `name`. A missing one is made together with its first record, so that a service that
+  /// is stopped before it has written its first records still finds itself there for the first time.
+  /// May wait for a commit under way.
   virtual Opened open(std::string_view name) = 0;
 
   /// The committed record, an empty message when there is none. May wait for a commit under way.
@@ -47,8 +49,8 @@ class CONFKIT_API StoreEngine {
   virtual void submit(StoreBatch batch) = 0;
 
   struct Outcome {
-    std::string error;                   ///< empty: the batch is on disk; else why it is not
-    std::uint64_t microseconds = 0;      ///< how long the commit took
+    std::string error;               ///< empty: the batch is on disk; else why it is not
+    std::uint64_t microseconds = 0;  ///< how long the commit took
   };
   /// The outcome of the submitted batch; empty while it is still being written, and when none is.
   virtual std::optional<Outcome> outcome() = 0;

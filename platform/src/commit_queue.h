@@ -21,7 +21,8 @@ class CommitQueue {
   explicit CommitQueue(std::unique_ptr<StoreEngine> engine);
 
   // The stores' side.
-  StoreEngine::Opened open(std::string_view name) { return engine_->open(name); }
+  /// As the engine opens it, and with the changes made so far, written or not.
+  StoreEngine::Opened open(std::string_view name);
   void set(unsigned table, std::uint32_t id, const message& record);
   void remove(unsigned table, std::uint32_t id);
   /// The record as the changes made so far leave it, written or not.
@@ -37,7 +38,9 @@ class CommitQueue {
   bool gathering() const { return !batch_.empty(); }
   /// Whether a batch is being written.
   bool writing() const { return writing_; }
-  /// Hands the gathered batch over. Requires: gathering() and not writing().
+  /// Why a commit failed; empty while none has.
+  const std::string& error() const { return error_; }
+  /// Hands the gathered batch over. Requires: gathering(), not writing() and no error().
   void submit();
   /// Takes the outcome of the batch being written if there is one. Afterwards durable() has grown, or the
   /// outcome's error says why not; after an error the queue takes no further batch.
@@ -52,15 +55,18 @@ class CommitQueue {
   using RecordId = std::pair<unsigned, std::uint32_t>;                // table, id
   using Changes = std::map<RecordId, std::optional<message>>;         // empty: removed
 
+  void finish(const StoreEngine::Outcome& outcome);
+
   std::unique_ptr<StoreEngine> engine_;
-  Changes batch_;        // gathering
-  Changes inFlight_;     // being written, kept for get()
+  Changes batch_;     // gathering
+  Changes inFlight_;  // being written, or failed; kept for get()
   bool writing_ = false;
+  std::string error_;
   std::uint64_t made_ = 0, submitted_ = 0, durable_ = 0;
   std::uint64_t lastCommitMicroseconds_ = 0;
 };
 
-/// The queue of this process, null until there is a store engine. Set by the looper.
+/// The queue of this process, not owned, null until there is a store engine. Set by the looper.
 CommitQueue* commitQueue();
 void setCommitQueue(CommitQueue* queue);
 

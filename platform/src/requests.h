@@ -1,0 +1,50 @@
+/// The requests of this process that await something, by tag.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <unordered_map>
+
+#include "platform/message.h"
+#include "platform/timer.h"
+
+namespace nv {
+
+/// Who waits for the answer to a request, and who listens to a subscription. Tags are never 0 and are not
+/// used twice while they are awaited.
+class Requests {
+ public:
+  using Function = std::function<void(const message&)>;
+
+  /// Awaits one answer. `timeout` in milliseconds; 0: as long as it takes.
+  std::uint32_t await(Function done, std::uint32_t timeout);
+  /// Also hears the notifications that carry `tag`, and of the loss of the connection they come by, until
+  /// `forget`.
+  void listen(std::uint32_t tag, Function notify, std::function<void()> lost);
+  void forget(std::uint32_t tag);
+  bool awaits(std::uint32_t tag) const { return awaited_.contains(tag); }
+
+  /// The request with `tag` went out over a connection.
+  void sentOver(std::uint32_t tag, std::uint32_t connection);
+  /// Hands over an answer; nothing happens when nobody awaits it.
+  void answer(std::uint32_t tag, const message& reply);
+  void notify(std::uint32_t tag, const message& notification);
+  /// Answers what was sent over a connection with err::noRoute and tells its listeners.
+  void connectionLost(std::uint32_t connection);
+
+ private:
+  struct Awaited {
+    Function done;
+    std::uint32_t connection = 0;
+    Timer timeout;
+  };
+  struct Listener {
+    Function notify;
+    std::function<void()> lost;
+    std::uint32_t connection = 0;
+  };
+  std::unordered_map<std::uint32_t, Awaited> awaited_;
+  std::unordered_map<std::uint32_t, Listener> listeners_;
+};
+
+}  // namespace nv
