@@ -13,11 +13,11 @@ endif()
 install(TARGETS ${libraries} EXPORT confkit)
 install(EXPORT confkit NAMESPACE confkit:: FILE confkit-targets.cmake DESTINATION ${package_dir})
 
-# Headers that stand beside sources are public; private ones stand in a folder src/.
-foreach(folder platform containers testing)
-  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.h)
-  install(FILES ${headers} DESTINATION ${header_dir}/${folder})
-endforeach()
+file(GLOB platform_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/platform/*.h)
+file(GLOB testing_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/testing/*.h)
+install(FILES ${platform_headers} DESTINATION ${header_dir}/platform)
+install(FILES ${CONFKIT_CONTAINERS_HEADERS} DESTINATION ${header_dir}/containers)
+install(FILES ${testing_headers} DESTINATION ${header_dir}/testing)
 if(TARGET confctl)
   install(TARGETS confctl)
 endif()
@@ -28,6 +28,8 @@ write_basic_package_version_file(confkit-config-version.cmake COMPATIBILITY Same
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/confkit-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/confkit-config-version.cmake
         DESTINATION ${package_dir})
+file(RELATIVE_PATH prefix_from_pc ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig
+     ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/confkit.pc.in confkit.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/confkit.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
