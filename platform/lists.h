@@ -1,0 +1,78 @@
+/// What an insert of an array takes: a borrowed list, of whatever container holds the elements.
+#pragma once
+
+#include <concepts>
+#include <initializer_list>
+#include <ranges>
+
+#include "platform/element.h"
+
+namespace nv {
+
+/// Elements of fixed size that stand one after the other: a vector, an array, a span, or braces.
+template <class E>
+class items {
+ public:
+  items() = default;
+  items(std::initializer_list<E> list) : items_(list.begin(), list.size()) {}
+
+  template <std::ranges::contiguous_range R>
+    requires(std::same_as<std::ranges::range_value_t<R>, E> &&
+             !std::same_as<std::remove_cvref_t<R>, items>)
+  items(R&& range) : items_(std::ranges::data(range), std::ranges::size(range)) {}
+
+  std::size_t size() const { return items_.size(); }
+  const E& operator[](std::size_t k) const { return items_[k]; }
+  byte_view bytes() const {
+    return {reinterpret_cast<const unsigned char*>(items_.data()), items_.size_bytes()};
+  }
+
+ private:
+  std::span<const E> items_;
+};
+
+/// Byte sequences reached by number, whatever their type and container.
+class byte_list {
+ public:
+  byte_list() = default;
+
+  std::size_t size() const { return count_; }
+  byte_view operator[](std::size_t k) const { return at_(first_, k); }
+
+ protected:
+  using Reader = byte_view (*)(const void* first, std::size_t k);
+  byte_list(const void* first, std::size_t count, Reader at)
+      : first_(first), count_(count), at_(at) {}
+
+ private:
+  const void* first_ = nullptr;
+  std::size_t count_ = 0;
+  Reader at_ = nullptr;
+};
+
+/// Anything that reads as views of type `V` and stands one after the other: a vector of strings, of
+/// string views, of flat messages or of messages, or braces.
+template <class V>
+class views : public byte_list {
+ public:
+  views() = default;
+  views(std::initializer_list<V> list) : byte_list(list.begin(), list.size(), read<V>) {}
+
+  template <std::ranges::contiguous_range R>
+    requires(std::convertible_to<const std::ranges::range_value_t<R>&, V> &&
+             !std::derived_from<std::remove_cvref_t<R>, byte_list>)
+  views(R&& range)
+      : byte_list(std::ranges::data(range), std::ranges::size(range),
+                  read<std::ranges::range_value_t<R>>) {}
+
+  V operator[](std::size_t k) const { return viewOf<V>(byte_list::operator[](k)); }
+
+ private:
+  template <class E>
+  static byte_view read(const void* first, std::size_t k) {
+    const V view = static_cast<const E*>(first)[k];
+    return bytesOf(view);
+  }
+};
+
+}  // namespace nv

@@ -1,0 +1,46 @@
+#include "platform/src/array_form.h"
+
+namespace nv::flat {
+
+namespace {
+
+template <std::unsigned_integral E>
+void toLittleEndian(unsigned char* items, std::size_t size) {
+  for (std::size_t at = 0; at < size; at += sizeof(E)) {
+    E native;
+    std::memcpy(&native, items + at, sizeof native);
+    store(items + at, native);
+  }
+}
+
+}  // namespace
+
+void normalise(std::uint32_t uid, unsigned char* items, std::size_t size) {
+  constexpr bool swaps = std::endian::native == std::endian::big;
+  const std::uint32_t type = uid & kTypeMask;
+  if (type == bool_array_id::tag) {
+    for (std::size_t k = 0; k < size; ++k) items[k] = items[k] != 0;
+  }
+  if (swaps && type == u32_array_id::tag) toLittleEndian<std::uint32_t>(items, size);
+  if (swaps && type == u64_array_id::tag) toLittleEndian<std::uint64_t>(items, size);
+}
+
+std::uint64_t listSize(const byte_list& list) {
+  std::uint64_t size = 4 + 4 * std::uint64_t{list.size()};
+  for (std::size_t k = 0; k < list.size(); ++k) size += list[k].size();
+  return size;
+}
+
+void writeList(unsigned char* to, const byte_list& list) {
+  store32(to, static_cast<std::uint32_t>(list.size()));
+  unsigned char* ends = to + 4;
+  unsigned char* const bytes = ends + 4 * list.size();
+  std::uint32_t end = 0;
+  for (std::size_t k = 0; k < list.size(); ++k) {
+    copyBytes(bytes + end, list[k]);
+    end += static_cast<std::uint32_t>(list[k].size());
+    store32(ends + 4 * k, end);
+  }
+}
+
+}  // namespace nv::flat
