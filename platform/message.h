@@ -10,11 +10,12 @@
 /// A message holds at most one field for a type and id; the order of inserts leaves no trace. It *is* its
 /// flat form, one buffer of bytes, and equal contents are equal bytes:
 ///
-///     u32 n, u32 nin | n entries {u32 uid, u32 val}, ascending by uid | heap
+///     u32 length, u32 n, u32 nin | n entries {u32 uid, u32 val}, ascending by uid | heap
 ///
-/// The first `nin` entries are the bool and u32 fields, whose `val` is the value. The `val` of each other
-/// field is the offset of its value in the heap, a multiple of 4, plus the number of zero bytes (0 to 3)
-/// that pad it; values stand in the order of the entries, without gaps. All numbers are little-endian.
+/// `length` is that of the whole, a multiple of 4. The first `nin` entries are the bool and u32 fields,
+/// whose `val` is the value. The `val` of each other field is the offset of its value in the heap, a
+/// multiple of 4, plus the number of zero bytes (0 to 3) that pad it; values stand in the order of the
+/// entries, without gaps. All numbers are little-endian.
 /// The flat form of an empty message is no bytes.
 ///
 /// No operation fails: an absent field reads as its zero value (false, 0, empty) or the default given,
@@ -42,7 +43,7 @@ class CONFKIT_API message {
   /// How deep messages may be nested in bytes from outside: a message within a message is depth 1.
   static constexpr unsigned kMaxDepth = 32;
   /// Flat forms up to this many bytes stand in the message itself, longer ones in memory of their own.
-  static constexpr std::uint32_t kInlineSize = 240;
+  static constexpr std::uint32_t kInlineSize = 244;
 
   message() noexcept { reset(); }
   /// All fields of a list at once, in any order; of two values for one field the later one counts.
@@ -74,13 +75,13 @@ class CONFKIT_API message {
   byte_view bytes() const { return {data_, max_length()}; }
   operator flat_view() const { return bytes(); }
   /// The length of the flat form, exactly, in bytes.
-  unsigned max_length() const { return size_ == kHeader ? 0 : size_; }
+  unsigned max_length() const { return empty() ? 0 : length(); }
 
   // The whole message.
 
-  bool empty() const { return size_ == kHeader; }
+  bool empty() const { return count() == 0; }
   /// The number of fields.
-  std::size_t count() const { return load32(data_); }
+  std::size_t count() const { return load32(data_ + kCountAt); }
   /// Drops all fields and keeps the memory.
   void clear() noexcept;
   /// Same fields with equal values.
@@ -213,7 +214,7 @@ class CONFKIT_API message {
   iterator end() const { return {this, count()}; }
 
  private:
-  static constexpr std::uint32_t kHeader = 8;
+  static constexpr std::uint32_t kCountAt = 4;
   static constexpr std::size_t kAbsent = ~std::size_t{0};
 
   template <class T>
@@ -226,6 +227,7 @@ class CONFKIT_API message {
   static typename IdTraits<T>::type owned(const V& value);
 
   // Reading.
+  std::uint32_t length() const { return load32(data_); }
   std::size_t lowerBound(std::uint32_t uid) const;
   bool holdsAt(std::size_t index, std::uint32_t uid) const;
   std::size_t indexOf(std::uint32_t uid) const;
@@ -263,10 +265,11 @@ class CONFKIT_API message {
   void reset() noexcept;
   void release() noexcept;
 
-  unsigned char* data_;     // `inline_`, or `capacity_` bytes of its own
-  std::uint32_t size_;      // of the flat form with its header, which stands even when empty
+  // The flat form, its header included even when there is no field: in `inline_`, or in `capacity_`
+  // bytes of its own.
+  unsigned char* data_;
   std::uint32_t capacity_;
-  alignas(8) unsigned char inline_[kInlineSize];
+  alignas(std::uint32_t) unsigned char inline_[kInlineSize];
 };
 
 /// An array field of a message, named but not read; valid while the message lives.

@@ -55,9 +55,8 @@ message::message(std::span<const field_value> fields) : message() {
     size += f.room();
   }
   reserve(size);
-  flat::writer writer(data_, order.size(), words);
+  flat::writer writer(data_, size, order.size(), words);
   for (std::size_t k = 0; k < order.size(); ++k) fields[order[k]].write(writer);
-  size_ = static_cast<std::uint32_t>(size);
 }
 
 /// Bytes in the heap, padding included.
