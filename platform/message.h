@@ -7,21 +7,22 @@
 ///     for (std::string_view text : m.view(key::about)) // read in place, nothing copied
 ///       ...
 ///
-/// A message holds at most one field for a type and id; the order of inserts leaves no trace. It *is* its
-/// flat form, one buffer of bytes, and equal contents are equal bytes:
+/// A message holds at most one field for a type and id; the order of inserts leaves no trace. It
+/// *is* its flat form, one buffer of bytes, and equal contents are equal bytes:
 ///
 ///     u32 length, u32 n, u32 nin | n entries {u32 uid, u32 val}, ascending by uid | heap
 ///
-/// `length` is that of the whole, a multiple of 4. The first `nin` entries are the bool and u32 fields,
-/// whose `val` is the value. The `val` of each other field is the offset of its value in the heap, a
-/// multiple of 4, plus the number of zero bytes (0 to 3) that pad it; values stand in the order of the
-/// entries, without gaps. All numbers are little-endian.
-/// The flat form of an empty message is no bytes.
+/// `length` is that of the whole, a multiple of 4. The first `nin` entries are the bool and u32
+/// fields, whose `val` is the value. The `val` of each other field is the offset of its value in
+/// the heap, a multiple of 4, plus the number of zero bytes (0 to 3) that pad it; values stand in
+/// the order of the entries, without gaps. All numbers are little-endian. The flat form of an empty
+/// message is no bytes.
 ///
-/// No operation fails: an absent field reads as its zero value (false, 0, empty) or the default given,
-/// removing it does nothing, an insert succeeds (beyond `kMaxSize` bytes the program ends, as it does
-/// when memory is out). Messages are independent values; a moved-from one is empty. Values given to a
-/// message may be views of that same message. Any change ends the views and fields taken before it.
+/// No operation fails: an absent field reads as its zero value (false, 0, empty) or the default
+/// given, removing it does nothing, an insert succeeds (beyond `kMaxSize` bytes the program ends,
+/// as it does when memory is out). Messages are independent values; a moved-from one is empty.
+/// Values given to a message may be views of that same message. Any change ends the views and
+/// fields taken before it.
 #pragma once
 
 #include <initializer_list>
@@ -42,7 +43,8 @@ class CONFKIT_API message {
   static constexpr std::uint32_t kMaxSize = 0x40000000;
   /// How deep messages may be nested in bytes from outside: a message within a message is depth 1.
   static constexpr unsigned kMaxDepth = 32;
-  /// Flat forms up to this many bytes stand in the message itself, longer ones in memory of their own.
+  /// Flat forms up to this many bytes stand in the message itself, longer ones in memory of their
+  /// own.
   static constexpr std::uint32_t kInlineSize = 244;
 
   message() noexcept { reset(); }
@@ -64,7 +66,8 @@ class CONFKIT_API message {
 
   // The flat form.
 
-  /// The message in `bytes`, none when they are not a flat form or nest messages deeper than `depth`.
+  /// The message in `bytes`, none when they are not a flat form or nest messages deeper than
+  /// `depth`.
   static std::optional<message> parse(byte_view bytes, unsigned depth = kMaxDepth);
   /// Why `parse` refuses `bytes`, in a few words; empty when it does not.
   static std::string_view check(byte_view bytes, unsigned depth = kMaxDepth);
@@ -90,9 +93,9 @@ class CONFKIT_API message {
   void merge(const message& other);
   /// Drops every field that `other` holds with an equal value.
   void exclude(const message& other);
-  /// Writes the fields as text within braces, `_u` and the like naming their types. Each line but the
-  /// first begins with `prefix` and `indent` spaces, `step` more for each level; with `step` 0 all stands
-  /// on one line. Leaves the stream's format alone.
+  /// Writes the fields as text within braces, `_u` and the like naming their types. Each line but
+  /// the first begins with `prefix` and `indent` spaces, `step` more for each level; with `step` 0
+  /// all stands on one line. Leaves the stream's format alone.
   void dump2(std::ostream& os, std::string_view prefix, unsigned indent, unsigned step) const;
   void dump2(std::ostream& os, std::string_view prefix, unsigned step) const {
     dump2(os, prefix, 0, step);
@@ -289,16 +292,18 @@ class array_ref {
   T id_;
 };
 
-/// Inserts every field of `source` into `target`. Of each field that both held with different values, the
-/// earlier value goes into `prior`; fields that were added or equal leave no trace there. A removal list
-/// is a field like any other. `prior` is not cleared first, and must not be `target`.
+/// Inserts every field of `source` into `target`. Of each field that both held with different
+/// values, the earlier value goes into `prior`; fields that were added or equal leave no trace
+/// there. A removal list is a field like any other. `prior` is not cleared first, and must not be
+/// `target`.
 CONFKIT_API void merge(message& target, const message& source, message& prior);
 
 /// An error reply with a code of `nv::err`, or of the service's own, and a text.
 CONFKIT_API message errorMsg(unsigned code, std::string_view text);
 /// The error reply of a refusal that the text explains: `err::failed`.
 CONFKIT_API message failedMsg(std::string_view text);
-/// Whether `reply` is an error reply, whatever its code. If so, writes code and text where not null.
+/// Whether `reply` is an error reply, whatever its code. If so, writes code and text where not
+/// null.
 CONFKIT_API bool isError(const message& reply, unsigned* code = nullptr,
                          std::string* text = nullptr);
 /// The text of an error reply, empty for any other.

@@ -12,7 +12,9 @@ inline constexpr std::uint32_t kPadMask = 3;
 /// UIds below this one are words: their value stands in the entry.
 inline constexpr std::uint32_t kFirstValue = u64_id::tag;
 
-inline unsigned char* entry(unsigned char* data, std::size_t k) { return data + kHeader + kEntry * k; }
+inline unsigned char* entry(unsigned char* data, std::size_t k) {
+  return data + kHeader + kEntry * k;
+}
 inline const unsigned char* entry(const unsigned char* data, std::size_t k) {
   return data + kHeader + kEntry * k;
 }

@@ -10,8 +10,8 @@ namespace nv {
 
 namespace {
 
-/// The number of entries from `first` on, of `count`, with a UId below `uid`. Halves without a branch on
-/// the data, which random keys would mispredict.
+/// The number of entries from `first` on, of `count`, with a UId below `uid`. Halves without a
+/// branch on the data, which random keys would mispredict.
 std::size_t countBelow(const unsigned char* first, std::size_t count, std::uint32_t uid) {
   if (count == 0) return 0;
   const unsigned char* base = first;
@@ -74,9 +74,7 @@ void message::flatten(std::vector<unsigned char>& out) const {
   out.assign(flat.begin(), flat.end());
 }
 
-void message::clear() noexcept {
-  flat::setHeader(data_, flat::kHeader, 0, 0);
-}
+void message::clear() noexcept { flat::setHeader(data_, flat::kHeader, 0, 0); }
 
 bool message::operator==(const message& other) const {
   return length() == other.length() && std::memcmp(data_, other.data_, length()) == 0;

@@ -10,7 +10,8 @@ namespace nv {
 
 namespace {
 
-/// The order in which a list of fields is written: ascending by UId, the last of several for one field.
+/// The order in which a list of fields is written: ascending by UId, the last of several for one
+/// field.
 class field_order {
  public:
   template <class UidAt>
@@ -86,10 +87,10 @@ void field_value::write(flat::writer& writer) const {
     case string_array_id::tag:
     case message_array_id::tag:
     case raw_array_id::tag: return flat::writeList(place, list_);
-    default:
-      flat::copyBytes(place, bytes_);
-      flat::normalise(uid_, place, length);
+    default: break;
   }
+  flat::copyBytes(place, bytes_);
+  flat::normalise(uid_, place, length);
 }
 
 }  // namespace nv

@@ -115,10 +115,11 @@ void message::removeElement(std::uint32_t uid, std::uint32_t element) {
   if (kept != held.size()) resizeValue(index, kept);
 }
 
-// Room. Entries and values that lie behind a change move once; offsets that grow are added up after.
+// Room. Entries and values that lie behind a change move once; offsets that grow are added up
+// after.
 
-/// Place for the value of `uid`, whose entry is at `index` or belongs there. What it held before stays
-/// as far as it fits.
+/// Place for the value of `uid`, whose entry is at `index` or belongs there. What it held before
+/// stays as far as it fits.
 unsigned char* message::room(std::size_t index, std::uint32_t uid, std::uint64_t size) {
   return holdsAt(index, uid) ? resizeValue(index, size) : addValue(index, uid, size);
 }

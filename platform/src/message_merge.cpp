@@ -22,7 +22,9 @@ struct needs {
       heap += f.bytes().size() + flat::padding(f.bytes().size());
     }
   }
-  std::uint64_t length() const { return flat::kHeader + flat::kEntry * std::uint64_t{fields} + heap; }
+  std::uint64_t length() const {
+    return flat::kHeader + flat::kEntry * std::uint64_t{fields} + heap;
+  }
 };
 
 void write(flat::writer& writer, const field& f) {

@@ -1,8 +1,8 @@
 // A message against a plain map of values, over random edits of all fourteen types.
-#include <gtest/gtest.h>
-
 #include <map>
 #include <variant>
+
+#include <gtest/gtest.h>
 
 #include "platform/message.h"
 #include "tests/support/random_message.h"
@@ -12,9 +12,8 @@ namespace {
 
 using value = std::variant<bool, std::uint32_t, std::uint64_t, addr6, std::string, flat_message,
                            std::vector<unsigned char>, std::vector<std::uint32_t>,
-                           std::vector<std::uint64_t>, std::vector<addr6>,
-                           std::vector<std::string>, std::vector<flat_message>,
-                           std::vector<std::vector<unsigned char>>>;
+                           std::vector<std::uint64_t>, std::vector<addr6>, std::vector<std::string>,
+                           std::vector<flat_message>, std::vector<std::vector<unsigned char>>>;
 using model = std::map<std::uint32_t, value>;
 
 constexpr unsigned kIds = 5;
@@ -66,9 +65,7 @@ class edits {
   }
 
   static void put(message& m, std::uint32_t uid, const value& v) {
-    withId(uid, [&](auto id) {
-      m.insert(id, std::get<typename IdTraits<decltype(id)>::type>(v));
-    });
+    withId(uid, [&](auto id) { m.insert(id, std::get<typename IdTraits<decltype(id)>::type>(v)); });
   }
 
   value randomValue(std::uint32_t uid) {

@@ -1,9 +1,9 @@
 #include "platform/message.h"
 
-#include <gtest/gtest.h>
-
 #include <iomanip>
 #include <sstream>
+
+#include <gtest/gtest.h>
 
 #include "platform/errors.h"
 #include "platform/keys.h"
@@ -274,7 +274,7 @@ TEST(Message, ErrorRepliesAreKnownByTheirFormWhateverTheirCode) {
 }
 
 TEST(Message, CleanSysDropsTheEnvelopeAndNothingElse) {
-  message m{{key::route, {1}},  {key::command, 5},   {key::rights, 1},
+  message m{{key::route, {1}},  {key::command, 5},          {key::rights, 1},
             {key::objectId, 1}, {string_id(0xff00ff), "x"}, {string_id(0xff0100), "y"}};
   cleanSys(m);
   EXPECT_EQ(m, (message{{key::objectId, 1}, {string_id(0xff0100), "y"}}));

@@ -1,4 +1,5 @@
-/// Random values, fields and messages of all fourteen types, from a seed that a failing test prints.
+/// Random values, fields and messages of all fourteen types, from a seed that a failing test
+/// prints.
 #pragma once
 
 #include <random>
