@@ -1,9 +1,10 @@
 // Random commands to an object map, side by side with a plain model of it, through restarts.
+#include "tests/support/amap_model.h"
+
 #include <algorithm>
 #include <random>
 
 #include "tests/support/amap_fixture.h"
-#include "tests/support/amap_model.h"
 
 using namespace test;
 namespace cmd = nv::cmd;
@@ -166,10 +167,14 @@ TEST_P(AMapBesideItsModel, AgreesOnEveryReplyCallAndRecord) {
   model.takesManaged = map->managed;
   for (int step = 0; step < 25000; ++step) {
     SCOPED_TRACE("step " + std::to_string(step));
-    if (once(400)) restartBoth();
-    else if (once(20)) switchStore();
-    else if (once(10)) changeByService();
-    else sendCommand();
+    if (once(400))
+      restartBoth();
+    else if (once(20))
+      switchStore();
+    else if (once(10))
+      changeByService();
+    else
+      sendCommand();
     compare();
     if (once(100)) compareStored();
     if (HasFailure()) return;

@@ -1,7 +1,7 @@
 // An object map and its store: when records are written, what they hold, and how they come back.
-#include "tests/support/amap_fixture.h"
-
 #include <vector>
+
+#include "tests/support/amap_fixture.h"
 
 using namespace test;
 namespace cmd = nv::cmd;
@@ -47,6 +47,7 @@ TEST_F(AMapStore, BringsBackEveryStorableObjectAfterARestart) {
     EXPECT_EQ(at(9).manager, 77u);
     EXPECT_EQ(add(), 1u);
     EXPECT_EQ(ask(cmd::addObj, {{key::objectId, 9}}), refused(err::idInUse));
+    stop();
     stores.clear();
     start();
   }
@@ -65,7 +66,9 @@ TEST_F(AMapStore, HandsElementsTheStoreFlagsWhenItReadsThem) {
     start();
     map->merges = merges;
     std::string flags;
-    Element::onGet = [&](Object&, message&, std::uint32_t f) { flags += " get " + std::to_string(f); };
+    Element::onGet = [&](Object&, message&, std::uint32_t f) {
+      flags += " get " + std::to_string(f);
+    };
     Element::onSet = [&](Object&, const message& in, std::uint32_t f) {
       flags += " set " + std::to_string(f);
       EXPECT_EQ(in.has(field::text), merges);
@@ -83,7 +86,8 @@ TEST_F(AMapStore, DropsARecordThatTheServiceRefusesAndSaysWhy) {
     return obj->id == 4 ? nv::errorMsg(0xfe0004, "is four") : message();
   };
   EXPECT_EQ(initPrints(), "AMap: load from store error: is four (16646148)\n");
-  EXPECT_EQ(line(), "checkRestore 2, objAdded 2, checkRestore 4, unstore 4, checkRestore 6, objAdded 6");
+  EXPECT_EQ(line(),
+            "checkRestore 2, objAdded 2, checkRestore 4, unstore 4, checkRestore 6, objAdded 6");
   EXPECT_EQ(ids(), "2 6");
   EXPECT_EQ(stored(), "2 6");
   EXPECT_FALSE(map->ids.isAllocated(4));

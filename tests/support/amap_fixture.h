@@ -24,7 +24,9 @@ inline nv::message command(unsigned code, Fields fields = {}) {
   return m;
 }
 
-inline nv::testkit::Requester userWithRights(std::uint32_t rights) { return {{0xcfff0001}, rights}; }
+inline nv::testkit::Requester userWithRights(std::uint32_t rights) {
+  return {{0xcfff0001}, rights};
+}
 
 /// `map` keeps ids 1 to 100 in the store "items".
 class AMapTest : public ::testing::Test {

@@ -48,9 +48,7 @@ Expected AMapModel::command(const message& request) {
     case cmd::removeObj: reply = remove(request); break;
     case cmd::getObj: reply = getOne(request); break;
     case cmd::getAll: reply = getAll(request); break;
-    case cmd::getCount:
-      reply.insert(key::count, static_cast<std::uint32_t>(objects.size()));
-      break;
+    case cmd::getCount: reply.insert(key::count, static_cast<std::uint32_t>(objects.size())); break;
     default: break;
   }
   say("reply");
@@ -97,8 +95,10 @@ message AMapModel::set(const message& request) {
     entry.config = before;
     return serviceRefusal();
   }
-  if (!entry.config.isVolatile) store(id);
-  else if (!before.isVolatile) unstore(id);
+  if (!entry.config.isVolatile)
+    store(id);
+  else if (!before.isVolatile)
+    unstore(id);
   say("objChanged", id);
   announce(id, entry.config);
   if (entry.manager == kNoId && isUndoable(before) && isUndoable(entry.config)) {
@@ -200,8 +200,10 @@ Expected AMapModel::setAutoStore(bool on) {
 Expected AMapModel::flush() {
   const bool before = std::exchange(autoStore, true);
   for (const std::uint32_t id : std::exchange(pending, {})) {
-    if (objects.contains(id) && !objects.at(id).config.isVolatile) store(id);
-    else unstore(id);
+    if (objects.contains(id) && !objects.at(id).config.isVolatile)
+      store(id);
+    else
+      unstore(id);
   }
   autoStore = before;
   return done();

@@ -25,7 +25,8 @@ inline bool refusesRemove(const ElementConfig& config) { return config.number ==
 inline bool refusesRestore(const ElementConfig& config) { return config.number == 77; }
 inline nv::message serviceRefusal() { return nv::errorMsg(0x1234, "the service says no"); }
 
-/// An object map over ids [1, kMax] with a store. Requests hold what a client sends, rights included.
+/// An object map over ids [1, kMax] with a store. Requests hold what a client sends, rights
+/// included.
 class AMapModel {
  public:
   static constexpr std::uint32_t kMax = 24;

@@ -1,4 +1,5 @@
-/// An element for tests of all containers: a few fields, and switches that change how it is treated.
+/// An element for tests of all containers: a few fields, and switches that change how it is
+/// treated.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +17,7 @@ inline constexpr nv::u32_id number{0x12};
 inline constexpr nv::bool_id isVolatile{0x13};  // not storable
 inline constexpr nv::bool_id isSilent{0x14};    // not notifying
 inline constexpr nv::bool_id isFinal{0x15};     // not undoable
-inline constexpr nv::u32_id flags{0x16};        // the flags with which a configuration was asked for
+inline constexpr nv::u32_id flags{0x16};  // the flags with which a configuration was asked for
 inline constexpr nv::raw_id padding{0x17};
 }  // namespace field
 
@@ -41,10 +42,10 @@ struct Element {
   }
 };
 
-/// What a test element is configured with. All of it is written each time, so that an undo record can bring
-/// every earlier value back.
+/// What a test element is configured with. All of it is written each time, so that an undo record
+/// can bring every earlier value back.
 struct ElementConfig {
-  std::string text;
+  std::string text = {};
   std::uint32_t number = 0;
   bool isVolatile = false;
   bool isSilent = false;
@@ -85,7 +86,7 @@ class TestElement : public Base {
   bool isNotifying() override { return !config.isSilent; }
   std::string name() override { return config.text.empty() ? Base::name() : config.text; }
   std::uint32_t managedId() override { return manager; }
-  void setManagedId(std::uint32_t id) override { manager = id; }
+  void setManagedId(std::uint32_t who) override { manager = who; }
   void getConfig(nv::message& out, std::uint32_t flags) override {
     config.write(out);
     if (Element::writesFlags) out.insert(field::flags, flags);

@@ -11,8 +11,8 @@
 
 namespace test {
 
-/// Hooks that are not set accept and do nothing. Everybody is allowed everything: what rights mean to the map
-/// is tested, not what they mean to the bus.
+/// Hooks that are not set accept and do nothing. Everybody is allowed everything: what rights mean
+/// to the map is tested, not what they mean to the bus.
 class TestMap : public AMap {
  public:
   TestMap(nv::testkit::Recorder& seen, std::string_view storeName, std::uint32_t minId,
@@ -34,7 +34,9 @@ class TestMap : public AMap {
     dst->id = src->id;
     item(dst).config = item(src).config;
   }
-  nv::message checkRestore(Object* obj) override { return check("checkRestore", onCheckRestore, obj); }
+  nv::message checkRestore(Object* obj) override {
+    return check("checkRestore", onCheckRestore, obj);
+  }
   nv::message checkAdd(Object* obj) override { return check("checkAdd", onCheckAdd, obj); }
   nv::message checkRemove(Object* obj) override { return check("checkRemove", onCheckRemove, obj); }
   nv::message checkChange(Object* old, Object* obj) override {

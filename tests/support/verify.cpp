@@ -3,7 +3,9 @@
 namespace test {
 namespace {
 
-bool inRange(const AMap& map, std::uint32_t id) { return id >= map.ids.min() && id <= map.ids.max(); }
+bool inRange(const AMap& map, std::uint32_t id) {
+  return id >= map.ids.min() && id <= map.ids.max();
+}
 
 testing::AssertionResult fault(std::uint32_t id, const char* what) {
   return testing::AssertionFailure() << "object " << id << ": " << what;
@@ -22,7 +24,8 @@ testing::AssertionResult verify(const AMap& map) {
     if (!map.ids.isAllocated(id)) return fault(id, "its id is free");
   }
   if (map.ids.used() != inRangeCount) {
-    return testing::AssertionFailure() << map.ids.used() << " ids for " << inRangeCount << " objects";
+    return testing::AssertionFailure()
+           << map.ids.used() << " ids for " << inRangeCount << " objects";
   }
   for (const std::uint32_t id : map.dynamicIds) {
     if (!map.objects.contains(id)) return fault(id, "dynamic and not there");

@@ -7,8 +7,9 @@
 
 namespace test {
 
-/// Every object stands under its own id, every id that is given out belongs to an object, dynamic marks
-/// belong to objects, and writes are put off only when there is a store and they are not made at once.
+/// Every object stands under its own id, every id that is given out belongs to an object, dynamic
+/// marks belong to objects, and writes are put off only when there is a store and they are not made
+/// at once.
 testing::AssertionResult verify(const AMap& map);
 
 }  // namespace test
