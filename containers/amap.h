@@ -114,8 +114,8 @@ class CONFKIT_API AMap : public nv::Handler {
 
   /// Makes an object of a record read under `id`. When `id` is taken the object gets another one,
   /// and the record stays where it is; when none is free nothing happens. A record that
-  /// `checkRestore` refuses is reported in one line on the standard output and removed. Nobody is
-  /// told, nothing is written.
+  /// `checkRestore` refuses is reported in one line on the standard output and removed. Subscribers
+  /// are not told, and nothing is written.
   void restoreObj(const nv::message& rec, std::uint32_t id, std::uint32_t flags);
   /// Writes the record of `obj`. Requires: there is a store.
   void saveObj(Object* obj);
