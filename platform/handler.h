@@ -97,6 +97,8 @@ class CONFKIT_API Handler {
   const Description& description() const { return description_; }
   /// Forgets the subscribers of a connection, with a call of `unsubscribe` for each.
   void dropSubscribers(std::uint32_t connection);
+  /// Whether `flushNotifies` has something to send.
+  bool hasNotifies() const;
   /// Sends the marks of a subscriber's connection that has caught up.
   void connectionDrained(std::uint32_t connection);
 

@@ -26,6 +26,8 @@ struct Platform {
   /// The rights of a user who connects. A client may ask for fewer in key::rights, never for more. Empty:
   /// root and the user of this process are the system, everybody else has none.
   std::function<std::uint32_t(const Peer&)> rights = {};
+  /// Ends the process when its store has failed. Empty: std::_Exit.
+  std::function<void(int status)> exit = {};
 };
 
 /// One pass: events -> handlers run -> hooks before sleep -> changes handed to the store -> notifications

@@ -12,7 +12,7 @@
 #include "platform/observer.h"
 #include "testing/memory_engine.h"
 
-namespace nv::testing {
+namespace nv::testkit {
 
 /// Everything that the platform was asked for, in order. Takes no part in what happens.
 class Recorder : public Observer {
@@ -159,4 +159,4 @@ class Kit {
   Recorder recorder_;
 };
 
-}  // namespace nv::testing
+}  // namespace nv::testkit

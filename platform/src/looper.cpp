@@ -1,0 +1,98 @@
+#include "platform/looper.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <utility>
+
+#include "platform/commands.h"
+#include "platform/errors.h"
+#include "platform/src/looper_impl.h"
+
+namespace nv {
+
+namespace {
+std::uint32_t rootAndOwnUserAreTheSystem(const Peer& peer) {
+  return peer.uid == 0 || peer.uid == ::geteuid() ? kSystemRights : 0;
+}
+}  // namespace
+
+Looper::Looper() { assemble({}); }
+
+Looper::~Looper() = default;
+
+void Looper::assemble(Platform platform) {
+  if (!platform.rights) platform.rights = rootAndOwnUserAreTheSystem;
+  if (!platform.exit) platform.exit = [](int status) { std::_Exit(status); };
+  setCommitQueue(nullptr);
+  impl_.reset();
+  impl_ = std::make_unique<Impl>(std::move(platform));
+  setCommitQueue(impl_->stores.get());
+}
+
+std::string Looper::listen(std::uint32_t address, const std::string& name) {
+  auto error = impl_->connections.listen(address, name);
+  if (error.empty()) impl_->address = address;
+  return error;
+}
+
+void Looper::addHandler(std::uint32_t id, Handler* handler) {
+  impl_->handlers[id] = handler;
+  if (handler->hasNotifies()) impl_->toFlush.insert(handler);
+}
+
+void Looper::removeHandler(Handler* handler) {
+  std::erase_if(impl_->handlers, [handler](const auto& entry) { return entry.second == handler; });
+  impl_->toFlush.erase(handler);
+}
+
+void Looper::send(message request) {
+  if (auto* const watcher = observer()) watcher->sent(request);
+  impl_->request(0, std::move(request));
+}
+
+int Looper::run() {
+  while (!impl_->stopping) runOnce(true);
+  runOnce(false);  // what the last turn said and stored
+  if (impl_->stores) impl_->stores->drain();
+  impl_->sendReady();
+  return impl_->status;
+}
+
+void Looper::stop(int status) {
+  impl_->status = status;
+  impl_->stopping = true;
+  if (impl_->loop) impl_->loop->wake();
+}
+
+void Looper::runOnce(bool mayWait) {
+  auto& loop = *impl_;
+  loop.waitForEvents(mayWait);
+  loop.takeCommitOutcome();
+  loop.fireTimers();
+  loop.deliverLocal();
+  loop.dropGone();
+  loop.runHooks();
+  loop.handOver();
+  loop.flushNotifies();
+  loop.sendReady();
+}
+
+void Looper::deliver(Handler& handler, const message& cmd) {
+  const Impl::Turn turn(*impl_);
+  const auto code = cmd.get(key::command);
+  if (!handler.isAllowed(cmd))
+    return handler.replyMessage(cmd, errorMsg(err::notAllowed, "not allowed"));
+  if (impl_->stores && cmd::isChange(code)) {
+    const auto refusal = impl_->stores->engine().refusal();
+    if (!refusal.empty()) return handler.replyMessage(cmd, errorMsg(err::notStored, refusal));
+  }
+  handler.handleCmd(cmd, code);
+}
+
+Looper* getLooper() {
+  static auto* const looper = new Looper;
+  return looper;
+}
+
+}  // namespace nv
