@@ -37,30 +37,30 @@ std::optional<std::uint64_t> readNumber(std::string_view text, std::uint64_t max
   return number;
 }
 
-void read(std::string_view text, bool& out) {
+void fromText(std::string_view text, bool& out) {
   if (text != "true" && text != "false") refuse(text, "true or false");
   out = text == "true";
 }
 
-void read(std::string_view text, unsigned char& out) {
+void fromText(std::string_view text, unsigned char& out) {
   bool value = false;
-  read(text, value);
+  fromText(text, value);
   out = value ? 1 : 0;
 }
 
-void read(std::string_view text, std::uint32_t& out) {
+void fromText(std::string_view text, std::uint32_t& out) {
   const auto number = readNumber(text, 0xffffffff);
   if (!number) refuse(text, "a number from 0 to 4294967295");
   out = static_cast<std::uint32_t>(*number);
 }
 
-void read(std::string_view text, std::uint64_t& out) {
+void fromText(std::string_view text, std::uint64_t& out) {
   const auto number = readNumber(text, ~std::uint64_t{0});
   if (!number) refuse(text, "a number from 0 to 18446744073709551615");
   out = *number;
 }
 
-void read(std::string_view text, nv::addr6& out) {
+void fromText(std::string_view text, nv::addr6& out) {
   const std::string address(text);
   const bool isOneText = text.find('\0') == std::string_view::npos;
   if (isOneText && inet_pton(AF_INET6, address.c_str(), out.bytes.data()) == 1) return;
@@ -70,11 +70,11 @@ void read(std::string_view text, nv::addr6& out) {
   std::ranges::copy(kMapped, out.bytes.begin());
 }
 
-void read(std::string_view text, std::string& out) {
+void fromText(std::string_view text, std::string& out) {
   out = text;
 }
 
-void read(std::string_view text, std::vector<unsigned char>& out) {
+void fromText(std::string_view text, std::vector<unsigned char>& out) {
   constexpr std::string_view expected = "pairs of hexadecimal digits";
   if (text.size() % 2 != 0) refuse(text, expected);
   out.clear();
@@ -85,20 +85,20 @@ void read(std::string_view text, std::vector<unsigned char>& out) {
   }
 }
 
-std::string write(bool value) {
+std::string toText(bool value) {
   return value ? "true" : "false";
 }
-std::string write(unsigned char value) {
-  return write(value != 0);
+std::string toText(unsigned char value) {
+  return toText(value != 0);
 }
-std::string write(std::uint32_t value) {
+std::string toText(std::uint32_t value) {
   return std::to_string(value);
 }
-std::string write(std::uint64_t value) {
+std::string toText(std::uint64_t value) {
   return std::to_string(value);
 }
 
-std::string write(const nv::addr6& address) {
+std::string toText(const nv::addr6& address) {
   std::array<char, INET6_ADDRSTRLEN> text{};
   if (std::equal(kMapped.begin(), kMapped.end(), address.bytes.begin())) {
     inet_ntop(AF_INET, address.bytes.data() + kMapped.size(), text.data(), text.size());
@@ -108,11 +108,11 @@ std::string write(const nv::addr6& address) {
   return text.data();
 }
 
-std::string write(std::string_view text) {
+std::string toText(std::string_view text) {
   return std::string(text);
 }
 
-std::string write(nv::byte_view bytes) {
+std::string toText(nv::byte_view bytes) {
   constexpr std::string_view digits = "0123456789abcdef";
   std::string text;
   for (const unsigned byte : bytes) {

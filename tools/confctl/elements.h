@@ -20,27 +20,27 @@ struct BadValue : std::runtime_error {
 /// A number in decimal, or in hexadecimal after "0x"; none when it is not one or is above `max`.
 std::optional<std::uint64_t> readNumber(std::string_view text, std::uint64_t max);
 
-// Each `read` sets `out` or throws BadValue.
+// Each `fromText` sets `out` or throws BadValue.
 
 /// "true" or "false".
-void read(std::string_view text, bool& out);
+void fromText(std::string_view text, bool& out);
 /// An element of a bool array.
-void read(std::string_view text, unsigned char& out);
-void read(std::string_view text, std::uint32_t& out);
-void read(std::string_view text, std::uint64_t& out);
+void fromText(std::string_view text, unsigned char& out);
+void fromText(std::string_view text, std::uint32_t& out);
+void fromText(std::string_view text, std::uint64_t& out);
 /// IPv6, or IPv4, which is held as an IPv4-mapped IPv6 address.
-void read(std::string_view text, nv::addr6& out);
+void fromText(std::string_view text, nv::addr6& out);
 /// As it is.
-void read(std::string_view text, std::string& out);
+void fromText(std::string_view text, std::string& out);
 /// Pairs of hexadecimal digits.
-void read(std::string_view text, std::vector<unsigned char>& out);
+void fromText(std::string_view text, std::vector<unsigned char>& out);
 
-std::string write(bool value);
-std::string write(unsigned char value);
-std::string write(std::uint32_t value);
-std::string write(std::uint64_t value);
-std::string write(const nv::addr6& address);
-std::string write(std::string_view text);
-std::string write(nv::byte_view bytes);
+std::string toText(bool value);
+std::string toText(unsigned char value);
+std::string toText(std::uint32_t value);
+std::string toText(std::uint64_t value);
+std::string toText(const nv::addr6& address);
+std::string toText(std::string_view text);
+std::string toText(nv::byte_view bytes);
 
 }  // namespace confctl

@@ -2,7 +2,6 @@
 
 #include <set>
 
-#include "tools/confctl/elements.h"
 #include "tools/confctl/words.h"
 
 namespace confctl {
@@ -59,15 +58,17 @@ struct Elements {
     if (!json.is_number_unsigned()) refuse(json, "a number from 0 to 18446744073709551615");
     out = json.get<std::uint64_t>();
   }
-  void from(const Json& json, nv::addr6& out) const { read(stringOf(json), out); }
+  void from(const Json& json, nv::addr6& out) const { fromText(stringOf(json), out); }
   void from(const Json& json, std::string& out) const {
     const bool isHex = json.is_object() && json.size() == 1 && json.contains("hex");
-    if (!isHex) return read(stringOf(json), out);
+    if (!isHex) return fromText(stringOf(json), out);
     std::vector<unsigned char> bytes;
     from(json["hex"], bytes);
     out.assign(bytes.begin(), bytes.end());
   }
-  void from(const Json& json, std::vector<unsigned char>& out) const { read(stringOf(json), out); }
+  void from(const Json& json, std::vector<unsigned char>& out) const {
+    fromText(stringOf(json), out);
+  }
   void from(const Json& json, nv::flat_message& out) const { out = messageOf(json).flat(); }
 
   template <class V>
@@ -81,7 +82,7 @@ struct Elements {
     } else if constexpr (std::is_integral_v<V>) {
       return value;
     } else {
-      return write(value);
+      return toText(value);
     }
   }
 
@@ -172,7 +173,7 @@ Json jsonOf(const nv::message& m, const Dictionary& names) {
 
 Json jsonOf(std::string_view text) {
   if (isUtf8(text)) return std::string(text);
-  return {{"hex", write(nv::bytesOf(text))}};
+  return {{"hex", toText(nv::bytesOf(text))}};
 }
 
 }  // namespace confctl

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/confctl/dictionary.h"
+#include "tools/confctl/elements.h"
 
 namespace confctl {
 

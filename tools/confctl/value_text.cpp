@@ -40,7 +40,7 @@ void insertList(nv::message& into, T id, std::string_view text) {
   typename nv::IdTraits<T>::type list;
   for (const std::string& element : splitList(text)) {
     list.emplace_back();
-    read(element, list.back());
+    fromText(element, list.back());
   }
   into.insert(id, list);
 }
@@ -51,7 +51,7 @@ std::optional<std::string> listText(const nv::field& f) {
   const auto list = f.as<T>();
   std::string text;
   for (std::size_t k = 0; k < list.size(); ++k)
-    text += (k == 0 ? "" : ",") + escaped(write(list[k]));
+    text += (k == 0 ? "" : ",") + escaped(toText(list[k]));
   return text.empty() && !list.empty() ? std::nullopt : std::optional(text);
 }
 
@@ -62,7 +62,7 @@ std::optional<std::string> valueText(const nv::field& f) {
   } else if constexpr (nv::ArrayId<T>) {
     return listText<T>(f);
   } else {
-    return write(f.as<T>());
+    return toText(f.as<T>());
   }
 }
 
@@ -81,7 +81,7 @@ void insertText(nv::message& into, std::uint32_t uid, std::string_view text) {
       insertList(into, id, text);
     } else {
       typename nv::IdTraits<T>::type value{};
-      read(text, value);
+      fromText(text, value);
       into.insert(id, value);
     }
   });
