@@ -4,11 +4,14 @@ set(CONFKIT_TEST_SECONDS 300)
 
 # confkit_test(<target> SOURCES a.cpp... [LIBRARIES lib...] [SERIAL])
 # A GoogleTest program; each of its cases is a test of ctest. SERIAL: nothing else runs beside it.
+# A test that starts programs of the project puts CONFKIT_EMULATOR (words, often none) before them.
 function(confkit_test target)
   cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "" "SOURCES;LIBRARIES")
   add_executable(${target} ${arg_SOURCES})
   target_link_libraries(${target} PRIVATE ${arg_LIBRARIES} GTest::gtest GTest::gtest_main)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
+  list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+  target_compile_definitions(${target} PRIVATE CONFKIT_EMULATOR="${emulator}")
   set(properties TIMEOUT ${CONFKIT_TEST_SECONDS})
   if(arg_SERIAL)
     list(APPEND properties RUN_SERIAL ON)

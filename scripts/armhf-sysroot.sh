@@ -7,14 +7,15 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(libuv1 libuv1-dev libsqlite3-0 libsqlite3-dev)
-host_headers=(boost CLI nlohmann)
+host_headers=(include/boost include/CLI include/nlohmann
+              share/cmake/CLI11 share/cmake/nlohmann_json)
 sysroot=$PWD/build/armhf-sysroot
 complete=$sysroot/complete
-[[ ! -e $complete ]] || exit 0
+[[ ! $complete -nt scripts/armhf-sysroot.sh ]] || exit 0
 
 rm -rf "$sysroot"
 state=$sysroot/apt
-mkdir -p "$state"/{lists,cache/archives}/partial "$sysroot/usr/include"
+mkdir -p "$state"/{lists,cache/archives}/partial "$sysroot"/usr/{include,share/cmake}
 : >"$state/status"
 apt=(apt-get -qq -o APT::Architecture=armhf -o APT::Architectures::=armhf
      -o APT::Sandbox::User=root -o Acquire::Languages=none
@@ -30,6 +31,6 @@ rm -rf "$state"
 
 # The host's /usr/include as a whole would bring its C library's headers along.
 for name in "${host_headers[@]}"; do
-  ln -s "/usr/include/$name" "$sysroot/usr/include/$name"
+  ln -s "/usr/$name" "$sysroot/usr/$name"
 done
 touch "$complete"

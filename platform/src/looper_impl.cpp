@@ -42,7 +42,8 @@ Looper::Impl::Turn::Turn(Impl& impl)
 Looper::Impl::Turn::~Turn() {
   if (--impl_.turnDepth_ != 0) return;
   const auto made = impl_.stores ? impl_.stores->made() : 0;
-  const bool settle = std::exchange(impl_.settleTurn_, false) && !impl_.stores->allDurable();
+  const bool settle =
+      std::exchange(impl_.settleTurn_, false) && impl_.stores && !impl_.stores->allDurable();
   const bool changed = made != changesBefore_;
   if (changed) ++impl_.changingTurns_;
   impl_.outbox.endTurn(changed || settle ? made : 0);
@@ -164,7 +165,7 @@ void Looper::Impl::waitForEvents(bool mayWait) {
 bool Looper::Impl::hasWork() const {
   const auto due = timers.nextDue();
   return (due && *due <= now()) || !localWork.empty() || connections.hasGone() || !toFlush.empty() ||
-         stopping || (stores && stores->gathering() && !stores->writing() && !lingerUntil_);
+         stopping || (stores && stores->gathering() && !stores->writing() && !stores->failed() && !lingerUntil_);
 }
 
 std::optional<microseconds> Looper::Impl::timeToSleep() const {
@@ -235,7 +236,7 @@ void Looper::Impl::runHooks() {
 }
 
 void Looper::Impl::handOver() {
-  if (!stores || !stores->gathering() || stores->writing()) return;
+  if (!stores || !stores->gathering() || stores->writing() || stores->failed()) return;
   if (shouldLinger()) return;
   lingerUntil_.reset();
   stores->submit();
@@ -272,6 +273,11 @@ void Looper::Impl::flushNotifies() {
 void Looper::Impl::sendReady() {
   releaseDurable();
   connections.flush();
+}
+
+void Looper::Impl::drain() {
+  const auto error = stores ? stores->drain() : std::string();
+  error.empty() ? sendReady() : storeFailed(error);
 }
 
 void Looper::Impl::releaseDurable() {

@@ -16,7 +16,7 @@ check() {
 }
 
 standard='<[a-z_0-9]+>'
-check platform/*.h -- "$standard|\"platform/[a-z_]+\.h\""
-check containers/*.{h,cpp} -- "$standard|\"(platform|containers)/[a-z_]+\.h\"|<boost/intrusive/"
-check testing/*.h -- "$standard|\"(platform|containers|testing)/[a-z_]+\.h\""
+check platform/*.h -- "$standard|\"platform/[a-z0-9_]+\.h\""
+check containers/*.{h,cpp} -- "$standard|\"(platform|containers)/[a-z0-9_]+\.h\"|<boost/intrusive/"
+check testing/*.h -- "$standard|\"(platform|containers|testing)/[a-z0-9_]+\.h\""
 exit $status

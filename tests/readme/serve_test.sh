@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# serve_test.sh <emulator> <service> <confctl>: what is added to the README's service is there after it
+# was killed and started again; a bad address is refused.
+set -euo pipefail
+IFS=';' read -ra emulator <<<"$1"
+service=$2 confctl=$3
+place=$(mktemp -d)
+mkdir "$place/bus"
+
+start() {
+  "${emulator[@]}" "$service" --bus "$place/bus" --store "$place/hosts.db" &
+  pid=$!
+  for ((tries = 0; tries < 500; ++tries)); do
+    client count hosts >/dev/null 2>&1 && return
+    kill -0 "$pid"
+    sleep 0.02
+  done
+  return 1
+}
+client() { "${emulator[@]}" "$confctl" --bus "$place/bus" "$@"; }
+clean_up() {
+  kill -KILL "$pid" 2>/dev/null || true
+  rm -rf "$place"
+}
+trap clean_up EXIT
+
+start
+client add hosts name=printer address=192.0.2.7
+kill -KILL "$pid"
+wait "$pid" || true
+start
+client list hosts | grep -F printer
+if client add hosts name=scanner address=nonsense; then
+  echo "A bad address was taken."
+  exit 1
+fi
+kill -TERM "$pid"
+wait "$pid"
