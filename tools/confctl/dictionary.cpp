@@ -41,9 +41,7 @@ std::optional<std::uint32_t> numbered(std::string_view name) {
 
 }  // namespace
 
-Dictionary::Dictionary() {
-  addPlatformWords();
-}
+Dictionary::Dictionary() { addPlatformWords(); }
 
 Dictionary::Dictionary(const nv::message& description) {
   for (const nv::flat_view flat : description.view(nv::key::objects)) {

@@ -70,9 +70,7 @@ void fromText(std::string_view text, nv::addr6& out) {
   std::ranges::copy(kMapped, out.bytes.begin());
 }
 
-void fromText(std::string_view text, std::string& out) {
-  out = text;
-}
+void fromText(std::string_view text, std::string& out) { out = text; }
 
 void fromText(std::string_view text, std::vector<unsigned char>& out) {
   constexpr std::string_view expected = "pairs of hexadecimal digits";
@@ -85,18 +83,10 @@ void fromText(std::string_view text, std::vector<unsigned char>& out) {
   }
 }
 
-std::string toText(bool value) {
-  return value ? "true" : "false";
-}
-std::string toText(unsigned char value) {
-  return toText(value != 0);
-}
-std::string toText(std::uint32_t value) {
-  return std::to_string(value);
-}
-std::string toText(std::uint64_t value) {
-  return std::to_string(value);
-}
+std::string toText(bool value) { return value ? "true" : "false"; }
+std::string toText(unsigned char value) { return toText(value != 0); }
+std::string toText(std::uint32_t value) { return std::to_string(value); }
+std::string toText(std::uint64_t value) { return std::to_string(value); }
 
 std::string toText(const nv::addr6& address) {
   std::array<char, INET6_ADDRSTRLEN> text{};
@@ -108,9 +98,7 @@ std::string toText(const nv::addr6& address) {
   return text.data();
 }
 
-std::string toText(std::string_view text) {
-  return std::string(text);
-}
+std::string toText(std::string_view text) { return std::string(text); }
 
 std::string toText(nv::byte_view bytes) {
   constexpr std::string_view digits = "0123456789abcdef";

@@ -25,8 +25,6 @@ struct Failure {
   std::optional<std::uint32_t> object = {};  ///< that the request was about
 };
 
-inline Failure usage(std::string text) {
-  return {Exit::usage, std::move(text)};
-}
+inline Failure usage(std::string text) { return {Exit::usage, std::move(text)}; }
 
 }  // namespace confctl

@@ -20,8 +20,9 @@ ServiceState stateOf(const ServiceAddress& service, const nv::message& descripti
   return state;
 }
 
-void printPage(Printer& printer, const nv::message& page) {
-  if (page.has(nv::key::defaultCfg)) {
+/// Each page brings the default configuration along; it is shown once.
+void printPage(Printer& printer, const nv::message& page, bool isFirst) {
+  if (isFirst && page.has(nv::key::defaultCfg)) {
     printer.defaults(nv::message(page.view(nv::key::defaultCfg)));
   }
   for (const nv::flat_view object : page.view(nv::key::objects)) {
@@ -70,23 +71,20 @@ void listObjects(Client client, const std::string& service, const ReadOptions& o
   nv::message request = client.session.request(target.route, nv::cmd::getAll);
   request.insert(nv::key::getFlags, flagsOf(options));
   if (options.pageSize) request.insert(nv::key::maxCount, *options.pageSize);
-  for (;;) {
-    const nv::message page = client.session.ask(target, request);
-    printPage(client.printer, page);
-    if (!page.has(nv::key::startId)) return;
-    if (page.view(nv::key::objects).empty()) {
-      throw Failure{Exit::failed, "'" + service + "' goes on with its list but has no objects"};
-    }
-    request.insert(nv::key::startId, page.get(nv::key::startId));
-    request.insert(nv::key::getFlags, options.flags);
-  }
+  bool isFirst = true;
+  client.session.askPages(target, request, [&](const nv::message& page) {
+    printPage(client.printer, page, isFirst);
+    isFirst = false;
+  });
 }
 
 void countObjects(Client client, const std::string& service) {
   const Target target = findTarget(client.session.options().directory, service);
   const nv::message reply =
       client.session.ask(target, client.session.request(target.route, nv::cmd::getCount));
-  client.printer.count(reply.get(nv::key::count));
+  const std::uint32_t count = reply.get(nv::key::count, nv::kNoId);
+  if (count == nv::kNoId) throw Failure{Exit::refused, "'" + service + "' has no objects to count"};
+  client.printer.count(count);
 }
 
 }  // namespace confctl

@@ -12,28 +12,17 @@ namespace {
 std::string meaningOf(unsigned code) {
   switch (code) {
     case nv::err::noSuchItem:
-    case nv::err::noSuchObject:
-      return "there is no such object";
-    case nv::err::badCommand:
-      return "it does not take this command";
-    case nv::err::idInUse:
-      return "the id is in use, or none is free";
-    case nv::err::noSuchPosition:
-      return "the position names no object";
-    case nv::err::noIterationId:
-      return "too many lists are being read";
-    case nv::err::notAllowed:
-      return "not allowed";
-    case nv::err::noRoute:
-      return "nobody is there";
-    case nv::err::timedOut:
-      return "no answer in time";
-    case nv::err::tooMany:
-      return "too many requests";
-    case nv::err::notStored:
-      return "the change could not be stored";
-    default:
-      return "no reason given";
+    case nv::err::noSuchObject: return "there is no such object";
+    case nv::err::badCommand: return "it does not take this command";
+    case nv::err::idInUse: return "the id is in use, or none is free";
+    case nv::err::noSuchPosition: return "the position names no object";
+    case nv::err::noIterationId: return "too many lists are being read";
+    case nv::err::notAllowed: return "not allowed";
+    case nv::err::noRoute: return "nobody is there";
+    case nv::err::timedOut: return "no answer in time";
+    case nv::err::tooMany: return "too many requests";
+    case nv::err::notStored: return "the change could not be stored";
+    default: return "no reason given";
   }
 }
 
@@ -46,27 +35,17 @@ Exit statusOf(unsigned code) {
 std::string verbOf(unsigned command) {
   switch (command) {
     case nv::cmd::getObj:
-    case nv::cmd::get:
-      return "get";
+    case nv::cmd::get: return "get";
     case nv::cmd::setObj:
-    case nv::cmd::set:
-      return "set";
-    case nv::cmd::addObj:
-      return "add";
-    case nv::cmd::removeObj:
-      return "remove";
-    case nv::cmd::moveObj:
-      return "move";
-    case nv::cmd::getAll:
-      return "list";
-    case nv::cmd::getCount:
-      return "count";
-    case nv::cmd::describe:
-      return "describe";
-    case nv::cmd::getUndo:
-      return "tell the undo records of";
-    default:
-      return "carry out command " + hex(command) + " on";
+    case nv::cmd::set: return "set";
+    case nv::cmd::addObj: return "add";
+    case nv::cmd::removeObj: return "remove";
+    case nv::cmd::moveObj: return "move";
+    case nv::cmd::getAll: return "list";
+    case nv::cmd::getCount: return "count";
+    case nv::cmd::describe: return "describe";
+    case nv::cmd::getUndo: return "tell the undo records of";
+    default: return "carry out command " + hex(command) + " on";
   }
 }
 

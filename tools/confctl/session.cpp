@@ -43,6 +43,19 @@ nv::message Session::ask(const Target& target, nv::message request) {
   return reply;
 }
 
+void Session::askPages(const Target& target, nv::message request,
+                       const std::function<void(const nv::message& page)>& take) {
+  for (;;) {
+    const nv::message page = ask(target, request);
+    take(page);
+    if (!page.has(nv::key::startId)) return;
+    if (page.view(nv::key::objects).empty()) {
+      throw Failure{Exit::failed, "'" + target.text + "' goes on with its list but shows nothing"};
+    }
+    request.insert(nv::key::startId, page.get(nv::key::startId));
+  }
+}
+
 std::vector<nv::message> Session::askAll(std::vector<nv::message> requests) {
   std::vector<nv::message> replies(requests.size());
   std::vector<nv::Post> posts;

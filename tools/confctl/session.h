@@ -34,6 +34,10 @@ class Session {
   /// Throws a Failure when it is an error reply, of the service or of the platform.
   nv::message ask(const Target& target, nv::message request);
 
+  /// Asks for a list: hands each page to `take`, and asks for the next one until there is none.
+  void askPages(const Target& target, nv::message request,
+                const std::function<void(const nv::message& page)>& take);
+
   /// Sends all `requests` at once and returns when each has its answer, error replies included.
   std::vector<nv::message> askAll(std::vector<nv::message> requests);
 

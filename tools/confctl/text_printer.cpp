@@ -46,17 +46,12 @@ Row rowOf(const ServiceState& service) {
 /// The subcommand that sends this command.
 std::string commandWord(unsigned command) {
   switch (command) {
-    case nv::cmd::addObj:
-      return "add";
+    case nv::cmd::addObj: return "add";
     case nv::cmd::setObj:
-    case nv::cmd::set:
-      return "set";
-    case nv::cmd::removeObj:
-      return "remove";
-    case nv::cmd::moveObj:
-      return "move";
-    default:
-      return hex(command);
+    case nv::cmd::set: return "set";
+    case nv::cmd::removeObj: return "remove";
+    case nv::cmd::moveObj: return "move";
+    default: return hex(command);
   }
 }
 

@@ -17,12 +17,13 @@ UndoRecord readRecord(const nv::message& record) {
 }
 
 std::vector<UndoRecord> undoRecords(Client client, const Target& target) {
-  const nv::message reply =
-      client.session.ask(target, client.session.request(target.route, nv::cmd::getUndo));
   std::vector<UndoRecord> records;
-  for (const nv::flat_view record : reply.view(nv::key::objects)) {
-    records.push_back(readRecord(nv::message(record)));
-  }
+  const nv::message request = client.session.request(target.route, nv::cmd::getUndo);
+  client.session.askPages(target, request, [&records](const nv::message& page) {
+    for (const nv::flat_view record : page.view(nv::key::objects)) {
+      records.push_back(readRecord(nv::message(record)));
+    }
+  });
   return records;
 }
 
@@ -36,8 +37,9 @@ const UndoRecord& findRecord(const std::vector<UndoRecord>& records, const Targe
   const auto found =
       number ? std::ranges::find(records, *number, &UndoRecord::number) : records.begin();
   if (found == records.end()) {
-    throw Failure{Exit::refused,
-                  "'" + target.text + "' has no undo record " + (number ? text : "at all")};
+    throw Failure{
+        Exit::refused,
+        "'" + target.text + "' " + (number ? "has no undo record " + text : "has no undo records")};
   }
   return *found;
 }

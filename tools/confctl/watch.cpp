@@ -14,9 +14,7 @@ namespace {
 constexpr unsigned kCheckInterval = 500;  // ms
 constexpr std::uint32_t kCheckTimeout = 2000;
 
-void stopLoop(int) {
-  nv::getLooper()->stop(0);
-}
+void stopLoop(int) { nv::getLooper()->stop(0); }
 
 }  // namespace
 
@@ -32,9 +30,7 @@ Watch::Watch(Client client, Target target, const WatchOptions& options)
   checkService();
 }
 
-Watch::~Watch() {
-  nv::stopFollow(follow_);
-}
+Watch::~Watch() { nv::stopFollow(follow_); }
 
 void Watch::run() {
   if (options_.changes == 0u) return;
