@@ -4,17 +4,18 @@
 #
 # transcript_test.sh EMULATOR CONFCTL SERVICE TRANSCRIPT
 set -u
-emulator=$1 client=$2 service=$3 transcript=$4
+IFS=';' read -ra emulator <<<"$1"
+client=$2 service=$3 transcript=$4
 
 folder=$(mktemp -d)
 export CONFKIT_BUS=$folder/bus
 mkdir "$CONFKIT_BUS"
 trap 'stop_service 2>/dev/null; rm -rf "$folder"' EXIT
 
-confctl() { $emulator "$client" "$@"; }
+confctl() { "${emulator[@]}" "$client" "$@"; }
 
 start_service() {
-  $emulator "$service" --bus "$CONFKIT_BUS" --store "$folder/store.db" &
+  "${emulator[@]}" "$service" --bus "$CONFKIT_BUS" --store "$folder/store.db" &
   service_pid=$!
   for _ in $(seq 400); do
     confctl count shelf >/dev/null 2>&1 && return
