@@ -1,0 +1,169 @@
+#include "platform/src/store_file/record_tables.h"
+
+#include <utility>
+
+#include "platform/src/store_file/record_format.h"
+
+namespace nv {
+
+namespace {
+
+constexpr std::string_view kPrefix = "store:";
+constexpr std::string_view kHex = "0123456789abcdef";
+
+bool isPlain(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '-' || c == '.';
+}
+
+// SQLite takes no zero byte in a name and holds upper and lower case for the same.
+std::string tableName(std::string_view store) {
+  std::string name(kPrefix);
+  for (const char c : store) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (isPlain(c))
+      name += c;
+    else
+      name += {'%', kHex[byte >> 4], kHex[byte & 15]};
+  }
+  return name;
+}
+
+std::optional<std::string> storeName(std::string_view table) {
+  if (!table.starts_with(kPrefix)) return std::nullopt;
+  std::string store;
+  for (std::size_t i = kPrefix.size(); i < table.size(); ++i) {
+    if (table[i] != '%') {
+      store += table[i];
+      continue;
+    }
+    if (table.size() - i < 3) return std::nullopt;
+    const std::size_t high = kHex.find(table[++i]), low = kHex.find(table[++i]);
+    if (high == kHex.npos || low == kHex.npos) return std::nullopt;
+    store += static_cast<char>(high << 4 | low);
+  }
+  return store;
+}
+
+std::string quoted(std::string_view store) { return '"' + tableName(store) + '"'; }
+
+std::string creation(std::string_view store) {
+  return "CREATE TABLE " + quoted(store) + "(id INTEGER PRIMARY KEY, record BLOB NOT NULL)";
+}
+
+}  // namespace
+
+int RecordTables::check() {
+  int result = loadTables();
+  for (auto at = tables_.begin(); result == SQLITE_OK && at != tables_.end(); ++at)
+    result = checkTable(at->first, at->second);
+  return result == SQLITE_OK ? checkStructure() : result;
+}
+
+int RecordTables::loadTables() {
+  tables_.clear();
+  Statement all(*db_, "SELECT name, sql FROM sqlite_master");
+  int result;
+  while ((result = all.step()) == SQLITE_ROW) {
+    const std::optional<std::string> store = storeName(all.text(0));
+    if (!store || all.text(1) != creation(*store)) return SQLITE_CORRUPT;
+    tables_[*store].name = quoted(*store);
+  }
+  return result == SQLITE_DONE ? SQLITE_OK : result;
+}
+
+// A child pointer that went astray shows the records of another page once more, all of them undamaged: only
+// the order of the ids tells.
+int RecordTables::checkTable(const std::string& store, Table& table) {
+  Ids ids;
+  Statement all(*db_, "SELECT id, record FROM " + table.name + " ORDER BY id");
+  int result;
+  while ((result = all.step()) == SQLITE_ROW) {
+    const std::int64_t id = all.integer(0);
+    if (id < 0 || id > 0xffffffff || (!ids.empty() && id <= ids.back())) return SQLITE_CORRUPT;
+    const auto found = decodeRecord(static_cast<std::uint32_t>(id), all.blob(1));
+    if (!found || found->store != store) return SQLITE_CORRUPT;
+    ids.push_back(static_cast<std::uint32_t>(id));
+  }
+  table.ids = std::move(ids);
+  return result == SQLITE_DONE ? SQLITE_OK : result;
+}
+
+// Finds what reading cannot miss: a page with fewer cells than it had, a page that nothing leads to.
+int RecordTables::checkStructure() {
+  Statement check(*db_, "PRAGMA quick_check(1)");
+  const int result = check.step();
+  if (result != SQLITE_ROW) return result == SQLITE_DONE ? SQLITE_CORRUPT : result;
+  return check.text(0) == "ok" ? SQLITE_OK : SQLITE_CORRUPT;
+}
+
+RecordTables::Ids RecordTables::ids(std::string_view store) {
+  const auto at = tables_.find(store);
+  if (at == tables_.end()) return {};
+  if (at->second.ids) return *std::exchange(at->second.ids, std::nullopt);
+  Ids ids;
+  Statement all(*db_, "SELECT id FROM " + at->second.name + " ORDER BY id");
+  while (all.step() == SQLITE_ROW) ids.push_back(static_cast<std::uint32_t>(all.integer(0)));
+  return ids;
+}
+
+std::optional<message> RecordTables::read(std::string_view store, std::uint32_t id) {
+  const auto at = tables_.find(store);
+  if (at == tables_.end()) return message();
+  Table& table = at->second;
+  Statement& get = prepared(table.get, "SELECT record FROM " + table.name + " WHERE id = ?");
+  std::optional<message> record;
+  const int result = get.bind(1, id).step();
+  if (result == SQLITE_DONE) record.emplace();
+  if (result == SQLITE_ROW) {
+    auto found = decodeRecord(id, get.blob(0));
+    if (found && found->store == store) record = std::move(found->record);
+  }
+  get.reset();
+  return record;
+}
+
+void RecordTables::begin() { failure_ = db_->run("BEGIN IMMEDIATE"); }
+
+void RecordTables::put(std::string_view store, std::uint32_t id, const message& record) {
+  if (failure_ != SQLITE_OK) return;
+  Table& table = made(store);
+  Statement& put =
+      prepared(table.put, "INSERT OR REPLACE INTO " + table.name + " VALUES(?, ?)");
+  const std::vector<unsigned char> bytes = encodeRecord(store, id, record);
+  note(put.bind(1, id).bind(2, bytes).run());
+}
+
+void RecordTables::remove(std::string_view store, std::uint32_t id) {
+  if (failure_ != SQLITE_OK) return;
+  Table& table = made(store);
+  note(prepared(table.remove, "DELETE FROM " + table.name + " WHERE id = ?").bind(1, id).run());
+}
+
+std::string RecordTables::end() {
+  if (failure_ == SQLITE_OK) note(db_->run("COMMIT"));
+  if (failure_ == SQLITE_OK) return {};
+  std::string error = db_->error(failure_);
+  if (!sqlite3_get_autocommit(db_->handle())) db_->run("ROLLBACK");
+  loadTables();
+  return error;
+}
+
+RecordTables::Table& RecordTables::made(std::string_view store) {
+  const auto at = tables_.find(store);
+  if (at != tables_.end()) return at->second;
+  note(db_->run(creation(store).c_str()));
+  Table& table = tables_[std::string(store)];
+  table.name = quoted(store);
+  return table;
+}
+
+Statement& RecordTables::prepared(std::unique_ptr<Statement>& statement, const std::string& sql) {
+  if (!statement) statement = std::make_unique<Statement>(*db_, sql);
+  return *statement;
+}
+
+void RecordTables::note(int result) {
+  if (failure_ == SQLITE_OK) failure_ = result;
+}
+
+}  // namespace nv

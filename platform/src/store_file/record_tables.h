@@ -1,0 +1,65 @@
+/// The tables of records in one database.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/message.h"
+#include "platform/src/store_file/sqlite_db.h"
+
+namespace nv {
+
+/// A table `"store:<name>"(id INTEGER PRIMARY KEY, record BLOB NOT NULL)` for each store, made with its first
+/// record. In the table's name all but a-z, 0-9, '_', '-' and '.' stands as %xx.
+class RecordTables {
+ public:
+  using Ids = std::vector<std::uint32_t>;
+
+  explicit RecordTables(std::unique_ptr<SqliteDb> db) : db_(std::move(db)) {}
+
+  /// Reads every record and the structure around them. SQLITE_OK when all is as it was written,
+  /// SQLITE_CORRUPT when anything is not, another code when it could not be found out.
+  int check();
+
+  /// Whether the store has a table.
+  bool has(std::string_view store) const { return tables_.contains(store); }
+  /// The ids of the store's records, ascending.
+  Ids ids(std::string_view store);
+  /// The record, an empty message when there is none; none when it cannot be read as it was written.
+  std::optional<message> read(std::string_view store, std::uint32_t id);
+
+  // A transaction: `begin`, any number of `put` and `remove`, `end`.
+  void begin();
+  void put(std::string_view store, std::uint32_t id, const message& record);
+  void remove(std::string_view store, std::uint32_t id);
+  /// Commits; empty, or what went wrong on the way, and then nothing is changed.
+  std::string end();
+
+  SqliteDb& db() { return *db_; }
+
+ private:
+  struct Table {
+    std::string name;  // quoted for SQL
+    std::optional<Ids> ids;
+    std::unique_ptr<Statement> get, put, remove;
+  };
+  using Tables = std::map<std::string, Table, std::less<>>;
+
+  int loadTables();
+  int checkTable(const std::string& store, Table& table);
+  int checkStructure();
+  Table& made(std::string_view store);
+  Statement& prepared(std::unique_ptr<Statement>& statement, const std::string& sql);
+  void note(int result);
+
+  std::unique_ptr<SqliteDb> db_;  // first: the statements go before it
+  Tables tables_;
+  int failure_ = SQLITE_OK;  // the first one in this transaction
+};
+
+}  // namespace nv

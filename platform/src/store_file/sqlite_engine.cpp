@@ -1,0 +1,145 @@
+#include "platform/src/store_file/sqlite_engine.h"
+
+#include <algorithm>
+#include <cassert>
+#include <iostream>
+#include <utility>
+
+namespace nv {
+
+SqliteEngine::SqliteEngine(const std::filesystem::path& file,
+                           std::chrono::milliseconds probeInterval)
+    : file_(file), probeInterval_(probeInterval), nextProbe_(Clock::now() + probeInterval) {
+  StoreFileOpener::Opened opened = file_.open();
+  error_ = opened.error;
+  if (!error_.empty()) return;
+  tables_ = std::move(opened.tables);
+  standIn_ = opened.standIn;
+  refusal_ = opened.refusal;
+  writer_ = std::thread([this] { runWriter(); });
+}
+
+SqliteEngine::~SqliteEngine() {
+  if (!writer_.joinable()) return;
+  {
+    std::lock_guard state(stateMutex_);
+    stopping_ = true;
+  }
+  changed_.notify_all();
+  writer_.join();
+}
+
+StoreEngine::Opened SqliteEngine::open(std::string_view name) {
+  std::lock_guard data(dataMutex_);
+  auto at = std::find(names_.begin(), names_.end(), name);
+  if (at == names_.end()) at = names_.emplace(names_.end(), name);
+  const auto table = static_cast<unsigned>(at - names_.begin());
+  return {table, !tables_->has(name), tables_->ids(name)};
+}
+
+message SqliteEngine::read(unsigned table, std::uint32_t id) {
+  std::lock_guard data(dataMutex_);
+  std::optional<message> record = tables_->read(names_[table], id);
+  if (record) return std::move(*record);
+  std::cout << "store: record " << std::dec << id << " of \"" << names_[table]
+            << "\" cannot be read" << std::endl;
+  return {};
+}
+
+void SqliteEngine::submit(StoreBatch batch) {
+  {
+    std::lock_guard state(stateMutex_);
+    assert(!batch_ && !outcome_);
+    batch_ = std::move(batch);
+  }
+  changed_.notify_all();
+}
+
+std::optional<StoreEngine::Outcome> SqliteEngine::outcome() {
+  std::lock_guard state(stateMutex_);
+  return std::exchange(outcome_, std::nullopt);
+}
+
+StoreEngine::Outcome SqliteEngine::wait() {
+  std::unique_lock state(stateMutex_);
+  changed_.wait(state, [this] { return outcome_.has_value(); });
+  return *std::exchange(outcome_, std::nullopt);
+}
+
+void SqliteEngine::onOutcome(std::function<void()> wake) {
+  std::lock_guard state(stateMutex_);
+  wake_ = std::move(wake);
+}
+
+std::string SqliteEngine::refusal() {
+  std::lock_guard state(stateMutex_);
+  if (!refusal_.empty() && Clock::now() >= nextProbe_) {
+    nextProbe_ = Clock::now() + probeInterval_;
+    probeDue_ = true;
+    changed_.notify_all();
+  }
+  return refusal_;
+}
+
+void SqliteEngine::runWriter() {
+  std::unique_lock state(stateMutex_);
+  for (;;) {
+    changed_.wait(state, [this] { return batch_ || probeDue_ || stopping_; });
+    if (batch_) {
+      const StoreBatch batch = *std::exchange(batch_, std::nullopt);
+      state.unlock();
+      Outcome done = commit(batch);
+      state.lock();
+      outcome_ = std::move(done);
+      changed_.notify_all();
+      const std::function<void()> wake = wake_;
+      state.unlock();
+      if (wake) wake();
+      state.lock();
+    } else if (stopping_) {
+      return;
+    } else {
+      probeDue_ = false;
+      state.unlock();
+      std::string found = lookForSpace();
+      state.lock();
+      refusal_ = std::move(found);
+    }
+  }
+}
+
+StoreEngine::Outcome SqliteEngine::commit(const StoreBatch& batch) {
+  const auto start = Clock::now();
+  Outcome done{writeBatch(batch), 0};
+  const auto took = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
+  done.microseconds = static_cast<std::uint64_t>(took.count());
+  return done;
+}
+
+std::string SqliteEngine::writeBatch(const StoreBatch& batch) {
+  std::lock_guard data(dataMutex_);
+  if (standIn_) return "the store file cannot be written";
+  tables_->begin();
+  for (const StoreChange& change : batch) {
+    if (change.record)
+      tables_->put(names_[change.table], change.id, *change.record);
+    else
+      tables_->remove(names_[change.table], change.id);
+  }
+  return tables_->end();
+}
+
+// Nothing can have changed while the stand-in served, so the file, once it can be written, takes its place
+// as it is.
+std::string SqliteEngine::lookForSpace() {
+  std::lock_guard data(dataMutex_);
+  if (std::string missing = file_.probe(); !missing.empty() || !standIn_) return missing;
+  StoreFileOpener::Opened opened = file_.open();
+  if (!opened.tables) return opened.error;
+  if (opened.standIn) return opened.refusal;
+  tables_ = std::move(opened.tables);
+  standIn_ = false;
+  return opened.refusal;
+}
+
+}  // namespace nv

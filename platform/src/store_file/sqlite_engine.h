@@ -1,0 +1,72 @@
+/// The store engine of a service: one SQLite file, one thread that commits.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/src/store_file/opener.h"
+#include "platform/store_engine.h"
+
+namespace nv {
+
+/// The loop's thread opens and reads tables; the writer's thread commits and looks for space. They share the
+/// database under one mutex, which a commit holds as long as it lasts, and a few words under another, which
+/// nobody holds for long.
+class SqliteEngine : public StoreEngine {
+ public:
+  /// Opens the file; `error` tells whether that failed, and then nothing else may be called. While changes
+  /// are refused, looks for space at most once in `probeInterval`.
+  explicit SqliteEngine(const std::filesystem::path& file,
+                        std::chrono::milliseconds probeInterval = std::chrono::seconds(1));
+  /// Finishes the batch under way and closes the file.
+  ~SqliteEngine() override;
+
+  const std::string& error() const { return error_; }
+
+  Opened open(std::string_view name) override;
+  message read(unsigned table, std::uint32_t id) override;
+  void submit(StoreBatch batch) override;
+  std::optional<Outcome> outcome() override;
+  Outcome wait() override;
+  void onOutcome(std::function<void()> wake) override;
+  std::string refusal() override;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void runWriter();
+  Outcome commit(const StoreBatch& batch);
+  std::string writeBatch(const StoreBatch& batch);
+  std::string lookForSpace();
+
+  // Under dataMutex_.
+  std::mutex dataMutex_;
+  StoreFileOpener file_;
+  std::unique_ptr<RecordTables> tables_;
+  bool standIn_ = false;
+  std::vector<std::string> names_;  // by table
+
+  // Under stateMutex_.
+  std::mutex stateMutex_;
+  std::condition_variable changed_;
+  std::optional<StoreBatch> batch_;
+  std::optional<Outcome> outcome_;
+  std::function<void()> wake_;
+  std::string refusal_;
+  bool probeDue_ = false;
+  bool stopping_ = false;
+
+  const std::chrono::milliseconds probeInterval_;
+  Clock::time_point nextProbe_;
+  std::string error_;
+  std::thread writer_;  // last: it uses all of the above
+};
+
+}  // namespace nv
