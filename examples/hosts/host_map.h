@@ -18,11 +18,11 @@ namespace hosts {
 /// Keeps the hosts, refuses faulty ones and names that are taken, and writes the file of those that
 /// are not disabled.
 ///
-/// The file is written by `init()` and, after changes, before the loop sleeps: any number of changes
-/// in one pass are one file, and the file is there before anybody is told of them. It is ahead of the
-/// store while a commit is under way; should that fail, the next start writes it from the store.
-/// Writing waits for the disk. When the file cannot be written, one line on the standard error stream
-/// says so, and it is tried again after `kRetryInterval`.
+/// The file is written by `init()` and, after changes, before the loop sleeps: any number of
+/// changes in one pass are one file, and the file is there before anybody is told of them. It is
+/// ahead of the store while a commit is under way; should that fail, the next start writes it from
+/// the store. Writing waits for the disk. When the file cannot be written, one line on the standard
+/// error stream says so, and it is tried again after `kRetryInterval`.
 ///
 /// An element takes the fields of a request itself (the map does not merge on set): the four fields
 /// do not depend on one another, so there is nothing that a complete configuration would tell it.
