@@ -228,7 +228,8 @@ bool AMap::acceptsManaged() { return false; }
 // Small steps.
 
 message AMap::recordOf(Object& obj, std::uint32_t flags) {
-  message record{{nv::key::objectId, obj.id}};
+  message record;
+  record.insert(nv::key::objectId, obj.id);
   addManagedId(record, obj);
   obj.getConfig(record, flags);
   return record;
