@@ -25,7 +25,7 @@ TEST_P(IdMapBesideAPlainMap, AgreesOnEveryPosition) {
   std::mt19937 random(seed);
   // Ids lie this far apart, at both ends of the range: within a page, a page or a book each.
   const auto anyId = [&] {
-    const std::uint32_t id = (random() % 200) * GetParam();
+    const auto id = static_cast<std::uint32_t>(random() % 200) * GetParam();
     return random() % 2 != 0 ? id : ~id;
   };
   std::vector<int> objects(100);
