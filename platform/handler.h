@@ -104,8 +104,7 @@ class CONFKIT_API Handler {
 
  private:
   class Subscribers;
-  message startSubscription(const message& request);
-  message endSubscription(const message& request);
+  message answer(const message& cmd, unsigned code);
 
   std::unique_ptr<Subscribers> subscribers_;
   Description description_;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/export.h"
@@ -19,9 +20,9 @@ class Handler;
 
 /// What a process is made of below its handlers. A null member: the process does without.
 struct Platform {
-  std::unique_ptr<LoopEngine> loop;
-  std::unique_ptr<Transport> transport;
-  std::unique_ptr<StoreEngine> stores;
+  std::unique_ptr<LoopEngine> loop = {};
+  std::unique_ptr<Transport> transport = {};
+  std::unique_ptr<StoreEngine> stores = {};
   Limits limits = {};
   /// The rights of a user who connects. A client may ask for fewer in key::rights, never for more. Empty:
   /// root and the user of this process are the system, everybody else has none.
@@ -68,6 +69,10 @@ class CONFKIT_API Looper {
   void stop(int status = 0);
   /// One pass; waits for events only when `mayWait`.
   void runOnce(bool mayWait);
+  /// Whether a pass would find something to do at the present time.
+  bool hasWork() const;
+  /// When the next timer is due, on the loop engine's clock.
+  std::optional<std::uint64_t> nextTimer() const;
 
   /// Hands `cmd` to `handler` as the bus does: checks whether it is allowed and whether the store can take
   /// changes, then calls `handleCmd`, in a turn of its own. key::requester and key::rights as given.

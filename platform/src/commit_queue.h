@@ -47,6 +47,7 @@ class CommitQueue {
   std::optional<StoreEngine::Outcome> reap();
   /// Submits what is gathered and waits until all is on disk; the error, or empty.
   std::string drain();
+  bool failed() const { return !error_.empty(); }
   /// How long the last commit took.
   std::uint64_t lastCommitMicroseconds() const { return lastCommitMicroseconds_; }
   StoreEngine& engine() { return *engine_; }

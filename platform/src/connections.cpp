@@ -1,5 +1,6 @@
 #include "platform/src/connections.h"
 
+#include <algorithm>
 #include <array>
 #include <iostream>
 #include <utility>
@@ -49,12 +50,15 @@ std::uint32_t Connections::to(std::uint32_t address) {
 
 bool Connections::claimReply(std::uint32_t connection, std::uint32_t tag) {
   const auto found = connections_.find(connection);
-  return found != connections_.end() && found->second.inFlight.erase(tag) == 1;
+  if (found == connections_.end()) return false;
+  const auto request = found->second.inFlight.find(tag);
+  return request != found->second.inFlight.end() && !std::exchange(request->second, true);
 }
 
 void Connections::send(std::uint32_t connection, Frame kind, std::uint32_t tag, message msg) {
   const auto found = connections_.find(connection);
   if (found == connections_.end()) return;
+  if (kind == Frame::reply) found->second.inFlight.erase(tag);
   if (kind == Frame::request)
     msg.remove(key::frameKind);
   else
@@ -99,28 +103,44 @@ std::size_t Connections::queued(std::uint32_t number, const Connection& connecti
   return transport_->queued(number) + connection.expectedBytes;
 }
 
+bool Connections::isCongested(std::uint32_t number) const {
+  const auto found = connections_.find(number);
+  return found != connections_.end() && queued(number, found->second) > limits_.queuedBytes;
+}
+
 bool Connections::congested(std::uint32_t connection) {
-  const auto found = connections_.find(connection);
-  if (found == connections_.end() || queued(connection, found->second) <= limits_.queuedBytes) return false;
+  if (!isCongested(connection)) return false;
   congested_.insert(connection);
   return true;
 }
 
+bool Connections::hasRelieved() const {
+  return std::any_of(congested_.begin(), congested_.end(),
+                     [this](std::uint32_t number) { return !isCongested(number); });
+}
+
 std::vector<std::uint32_t> Connections::takeRelieved() {
   std::vector<std::uint32_t> relieved;
-  for (const auto number : congested_) {
-    const auto found = connections_.find(number);
-    if (found == connections_.end() || queued(number, found->second) <= limits_.queuedBytes)
-      relieved.push_back(number);
-  }
-  for (const auto number : relieved) {
-    congested_.erase(number);
-    const auto found = connections_.find(number);
-    if (found == connections_.end() || !found->second.readingPaused) continue;
-    found->second.readingPaused = false;
-    transport_->pauseReading(number, false);
-  }
+  for (const auto number : congested_)
+    if (!isCongested(number)) relieved.push_back(number);
+  for (const auto number : relieved) congested_.erase(number);
+  for (const auto number : relieved) resume(number);
   return relieved;
+}
+
+void Connections::pauseIfCongested(std::uint32_t number) {
+  const auto found = connections_.find(number);
+  if (found == connections_.end() || found->second.readingPaused || !congested(number)) return;
+  found->second.readingPaused = true;
+  transport_->pauseReading(number, true);
+}
+
+void Connections::resume(std::uint32_t number) {
+  const auto found = connections_.find(number);
+  if (found == connections_.end() || !std::exchange(found->second.readingPaused, false)) return;
+  received(number, {});
+  const auto still = connections_.find(number);
+  if (still != connections_.end() && !still->second.readingPaused) transport_->pauseReading(number, false);
 }
 
 Connections::Gone Connections::takeGone() { return std::exchange(gone_, {}); }
@@ -138,25 +158,21 @@ void Connections::accepted(std::uint32_t connection, const Peer& peer) {
 void Connections::received(std::uint32_t connection, std::span<const unsigned char> bytes) {
   const auto found = connections_.find(connection);
   if (found == connections_.end()) return;
-  auto& partial = found->second.partial;
-  if (partial.empty()) {
-    const auto taken = takeFrames(connection, bytes);
-    const auto left = connections_.find(connection);  // a frame may have cut it
-    if (left != connections_.end())
-      left->second.partial.assign(bytes.begin() + static_cast<std::ptrdiff_t>(taken), bytes.end());
-    return;
+  auto waiting = std::exchange(found->second.unread, {});
+  if (!waiting.empty()) {
+    waiting.insert(waiting.end(), bytes.begin(), bytes.end());
+    bytes = waiting;
   }
-  partial.insert(partial.end(), bytes.begin(), bytes.end());
-  auto whole = std::exchange(partial, {});
-  const auto taken = takeFrames(connection, whole);
-  whole.erase(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(taken));
-  const auto left = connections_.find(connection);
-  if (left != connections_.end()) left->second.partial = std::move(whole);
+  const auto rest = bytes.subspan(takeFrames(connection, bytes));
+  const auto left = connections_.find(connection);  // a frame may have cut it
+  if (left != connections_.end()) left->second.unread.assign(rest.begin(), rest.end());
 }
 
 std::size_t Connections::takeFrames(std::uint32_t connection, std::span<const unsigned char> bytes) {
   std::size_t taken = 0;
-  while (bytes.size() - taken >= kHeaderBytes && connections_.contains(connection)) {
+  while (bytes.size() - taken >= kHeaderBytes) {
+    const auto found = connections_.find(connection);
+    if (found == connections_.end() || found->second.readingPaused) break;
     const auto rest = bytes.subspan(taken);
     const auto length = readLength(rest);
     if (length > limits_.frameBytes) {
@@ -166,6 +182,7 @@ std::size_t Connections::takeFrames(std::uint32_t connection, std::span<const un
     if (rest.size() - kHeaderBytes < length) break;
     taken += kHeaderBytes + length;
     frameArrived(connection, rest.subspan(kHeaderBytes, length));
+    pauseIfCongested(connection);
   }
   return taken;
 }
@@ -194,17 +211,16 @@ void Connections::requestArrived(std::uint32_t number, Connection& connection, m
   request.insert_vector(key::requester, number);
   request.insert(key::rights, grantedRights(connection, request));
   if (tag != 0) {
-    if (connection.inFlight.size() == limits_.requestsInFlight)
-      return send(number, Frame::reply, tag, errorMsg(err::tooMany, "too many requests wait for an answer"));
-    if (!connection.inFlight.insert(tag).second)
+    if (connection.inFlight.size() == limits_.requestsInFlight && !connection.inFlight.contains(tag))
+      return refuse(number, tag, "too many requests wait for an answer");
+    if (!connection.inFlight.emplace(tag, false).second)
       return cut(number, "two requests carry one tag");
   }
-  if (!connection.readingPaused && queued(number, connection) > limits_.queuedBytes) {
-    connection.readingPaused = true;
-    congested_.insert(number);
-    transport_->pauseReading(number, true);
-  }
   events_.requestArrived(std::move(request));
+}
+
+void Connections::refuse(std::uint32_t number, std::uint32_t tag, std::string_view why) {
+  send(number, Frame::reply, tag, errorMsg(err::tooMany, why));
 }
 
 std::uint32_t Connections::grantedRights(const Connection& connection, const message& request) const {

@@ -7,6 +7,7 @@
 
 #include "platform/commands.h"
 #include "platform/errors.h"
+#include "platform/observer.h"
 #include "platform/src/looper_impl.h"
 
 namespace nv {
@@ -24,9 +25,11 @@ Looper::~Looper() = default;
 void Looper::assemble(Platform platform) {
   if (!platform.rights) platform.rights = rootAndOwnUserAreTheSystem;
   if (!platform.exit) platform.exit = [](int status) { std::_Exit(status); };
-  setCommitQueue(nullptr);
-  impl_.reset();
-  impl_ = std::make_unique<Impl>(std::move(platform));
+  std::vector<std::function<void()>> hooks;
+  if (impl_) hooks = std::move(impl_->hooks);
+  // What goes with the old parts may still reach for the loop: the new ones are in place by then.
+  const auto old = std::exchange(impl_, std::make_unique<Impl>(std::move(platform)));
+  impl_->hooks = std::move(hooks);
   setCommitQueue(impl_->stores.get());
 }
 
@@ -54,8 +57,7 @@ void Looper::send(message request) {
 int Looper::run() {
   while (!impl_->stopping) runOnce(true);
   runOnce(false);  // what the last turn said and stored
-  if (impl_->stores) impl_->stores->drain();
-  impl_->sendReady();
+  impl_->drain();
   return impl_->status;
 }
 
@@ -77,6 +79,10 @@ void Looper::runOnce(bool mayWait) {
   loop.flushNotifies();
   loop.sendReady();
 }
+
+bool Looper::hasWork() const { return impl_->hasWork(); }
+
+std::optional<std::uint64_t> Looper::nextTimer() const { return impl_->timers.nextDue(); }
 
 void Looper::deliver(Handler& handler, const message& cmd) {
   const Impl::Turn turn(*impl_);

@@ -42,7 +42,8 @@ Looper::Impl::Turn::Turn(Impl& impl)
 Looper::Impl::Turn::~Turn() {
   if (--impl_.turnDepth_ != 0) return;
   const auto made = impl_.stores ? impl_.stores->made() : 0;
-  const bool settle = std::exchange(impl_.settleTurn_, false) && !impl_.stores->allDurable();
+  const bool settle =
+      std::exchange(impl_.settleTurn_, false) && impl_.stores && !impl_.stores->allDurable();
   const bool changed = made != changesBefore_;
   if (changed) ++impl_.changingTurns_;
   impl_.outbox.endTurn(changed || settle ? made : 0);
@@ -99,11 +100,12 @@ void Looper::Impl::request(std::uint32_t tag, message msg) {
 
 void Looper::Impl::reply(const message& request, message msg) {
   const auto route = msg.get(key::route);
+  const auto to = route.empty() ? requesterOf(request) : route[0];
   const auto tag = request.get(key::tag);
-  if (route.empty() || tag == 0) return;
-  if (route[0] != kSelf && !connections.claimReply(route[0], tag)) return;
+  if (tag == 0) return;
+  if (to != kSelf && !connections.claimReply(to, tag)) return;
   if (request.get(key::settled)) settleTurn();
-  say({Outgoing::Kind::reply, route[0], tag, std::move(msg)});
+  say({Outgoing::Kind::reply, to, tag, std::move(msg)});
 }
 
 void Looper::Impl::notify(std::uint32_t connection, std::uint32_t tag, message msg) {
@@ -163,8 +165,8 @@ void Looper::Impl::waitForEvents(bool mayWait) {
 
 bool Looper::Impl::hasWork() const {
   const auto due = timers.nextDue();
-  return (due && *due <= now()) || !localWork.empty() || connections.hasGone() || !toFlush.empty() ||
-         stopping || (stores && stores->gathering() && !stores->writing() && !lingerUntil_);
+  return (due && *due <= now()) || !localWork.empty() || !toFlush.empty() ||
+         connections.hasGone() || connections.hasRelieved() || stopping || (stores && stores->gathering() && !stores->writing() && !stores->failed() && !lingerUntil_);
 }
 
 std::optional<microseconds> Looper::Impl::timeToSleep() const {
@@ -235,7 +237,7 @@ void Looper::Impl::runHooks() {
 }
 
 void Looper::Impl::handOver() {
-  if (!stores || !stores->gathering() || stores->writing()) return;
+  if (!stores || !stores->gathering() || stores->writing() || stores->failed()) return;
   if (shouldLinger()) return;
   lingerUntil_.reset();
   stores->submit();
@@ -272,6 +274,11 @@ void Looper::Impl::flushNotifies() {
 void Looper::Impl::sendReady() {
   releaseDurable();
   connections.flush();
+}
+
+void Looper::Impl::drain() {
+  const auto error = stores ? stores->drain() : std::string();
+  error.empty() ? sendReady() : storeFailed(error);
 }
 
 void Looper::Impl::releaseDurable() {

@@ -66,6 +66,8 @@ struct Looper::Impl : ConnectionEvents {
   void handOver();
   void flushNotifies();
   void sendReady();
+  /// Waits until all changes are on disk and sends what waited for them.
+  void drain();
   /// Whether a pass would find something to do at the present time.
   bool hasWork() const;
 

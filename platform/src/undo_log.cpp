@@ -10,12 +10,6 @@ namespace nv {
 
 namespace {
 constexpr std::size_t kPageBytes = 61440;
-
-std::vector<unsigned char> flat(const message& msg) {
-  std::vector<unsigned char> bytes;
-  msg.flatten(bytes);
-  return bytes;
-}
 }  // namespace
 
 message UndoLog::record(const std::vector<std::uint32_t>& route, const message& request,
@@ -25,8 +19,8 @@ message UndoLog::record(const std::vector<std::uint32_t>& route, const message& 
   bareRequest.insert(key::command, request.get(key::command));
   message record;
   record.insert(undo_key::description, description);
-  record.insert(undo_key::command, flat(undo));
-  record.insert(undo_key::request, flat(bareRequest));
+  record.insert(undo_key::command, undo.flat());
+  record.insert(undo_key::request, bareRequest.flat());
   record.insert(undo_key::route, route);
   return record;
 }
@@ -45,13 +39,13 @@ message UndoLog::page(const message& request) const {
   std::vector<flat_message> page;
   for (const auto& record : records_) {
     if (record.get(undo_key::number) > start) continue;
-    auto entry = flat(record);
+    auto entry = record.flat();
     bytes += entry.size();
     if (page.size() == most || (!page.empty() && bytes > kPageBytes)) {
       reply.insert(key::startId, record.get(undo_key::number));
       break;
     }
-    page.emplace_back(std::move(entry));
+    page.push_back(std::move(entry));
   }
   reply.insert(key::objects, page);
   return reply;

@@ -1,0 +1,27 @@
+/// What containers read from requests and records, with the defaults of absent fields.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/keys.h"
+#include "platform/message.h"
+
+namespace nv {
+
+/// Get flags as the client gave them.
+inline std::uint32_t getFlagsOf(const message& request) {
+  return request.get(key::getFlags, kDefaultFlags);
+}
+
+/// The flags that an element is handed for a client: the store bit comes from the container alone.
+inline std::uint32_t clientFlags(std::uint32_t flags) { return flags & ~kStoreBit; }
+
+/// For whom a request speaks, or who manages a stored element; kNoId: nobody.
+inline std::uint32_t managedIdOf(const message& m) { return m.get(key::managedId, kNoId); }
+
+/// Whether the requester is the system and not a user.
+inline bool isFromSystem(const message& request) {
+  return static_cast<std::int32_t>(request.get(key::rights, kSystemRights)) < 0;
+}
+
+}  // namespace nv

@@ -1,0 +1,58 @@
+/// One follow: subscribes, reads the whole set, then passes changes on; again after each lost connection.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "platform/allocator.h"
+#include "platform/message.h"
+#include "platform/post.h"
+#include "platform/timer.h"
+
+namespace nv {
+
+/// Held by the registry of follows and by each of its own calls that is under way, so that the callback may
+/// end the follow.
+class Following : public std::enable_shared_from_this<Following> {
+ public:
+  using Callback = std::function<void(const message&)>;
+
+  Following(Callback callback, message target) : callback_(std::move(callback)), target_(std::move(target)) {}
+
+  /// Begins in the next pass of the loop.
+  void start();
+  /// Ends it; no call of the callback follows.
+  void stop();
+  /// Hands a message to the callback unless the follow has ended.
+  void deliver(const message& msg);
+
+ private:
+  void subscribe();
+  void subscribed(const message& reply);
+  void readPage(std::uint32_t startId);
+  void pageRead(std::uint32_t startId, const message& reply);
+  void readSingle();
+  void initialSetRead();
+  void passOn(message object, std::uint32_t id);
+  void changed(const message& notification);
+  void unsubscribe();
+  void tryAgainLater();
+  void connectionLost();
+  message requestFor(unsigned command) const;
+  template <class Method, class... Args>
+  auto later(Method method, Args... args);
+
+  Callback callback_;
+  message target_;
+  bool stopped_ = false;
+  bool subscribed_ = false;
+  std::uint32_t tag_ = 0;        // of the subscription, 0: none
+  unsigned delay_ = 0;           // before the next try, milliseconds
+  Post reading_;
+  Timer retry_;
+  Allocator known_{0, 0xffffffff};  // delivered and not removed since
+  Allocator seen_{0, 0xffffffff};   // the part of them that the set being read holds
+};
+
+}  // namespace nv

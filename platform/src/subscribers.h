@@ -1,0 +1,81 @@
+/// The subscribers of one handler and what they are still to be told.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "platform/allocator.h"
+#include "platform/handler.h"
+
+namespace nv {
+
+/// A subscriber and its marks: the objects that it was not told of because it reads too slowly.
+struct Subscriber {
+  message request;
+  std::uint32_t connection;
+  std::uint32_t tag;
+  std::uint32_t flags;
+  void* cookie;
+  bool plain;
+  Allocator late{0, 0xffffffff};
+  bool stalled = false;
+};
+
+/// Keeps subscribers by a serial number that is never used again, since cookies are: a record may be made
+/// where an earlier one was. Service code runs only where the handler's virtual operations are called, and
+/// may add and remove subscribers there.
+class Handler::Subscribers {
+ public:
+  explicit Subscribers(Handler& owner) : owner_(owner) {}
+  ~Subscribers();
+
+  message add(const message& request);
+  message end(const message& request);
+  void dropConnection(std::uint32_t connection);
+
+  void mark(std::uint32_t id, bool removed, void* cookie, const message& extra);
+  bool hasMarks() const { return !marks_.empty(); }
+  void flush();
+  void flushLate(std::uint32_t connection);
+
+ private:
+  using Serial = std::uint64_t;
+  static constexpr Serial kAllPlain = 0;
+
+  struct Mark {
+    std::uint32_t id;
+    bool removed;
+    Serial to;  // kAllPlain, or one subscriber
+    message extra;
+  };
+  struct MarkKey {
+    std::uint32_t id;
+    Serial to;
+    bool operator==(const MarkKey&) const = default;
+  };
+  struct MarkHash {
+    std::size_t operator()(const MarkKey& key) const {
+      return std::hash<std::uint64_t>()(key.to * 0x9e3779b97f4a7c15U + key.id);
+    }
+  };
+  /// The object as each get flags word sees it.
+  using Views = std::map<std::uint32_t, message>;
+
+  void tell(const Mark& mark);
+  Views fetch(const Mark& mark);
+  message view(const Mark& mark, std::uint32_t flags);
+  void stall(Serial serial);
+  void forget(Serial serial);
+
+  Handler& owner_;
+  Serial lastSerial_ = 0;
+  std::map<Serial, Subscriber> subscribers_;          // in the order in which they came
+  std::unordered_map<void*, Serial> byCookie_;
+  std::vector<Mark> marks_;
+  std::unordered_map<MarkKey, std::size_t, MarkHash> markAt_;
+};
+
+}  // namespace nv
