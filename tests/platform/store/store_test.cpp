@@ -47,11 +47,11 @@ class File : public Disk {
 class Memory : public Disk {
  public:
   std::unique_ptr<nv::StoreEngine> engine() override {
-    return std::make_unique<nv::testing::MemoryEngine>(stores_);
+    return std::make_unique<nv::testkit::MemoryEngine>(stores_);
   }
 
  private:
-  nv::testing::MemoryStores stores_;
+  nv::testkit::MemoryStores stores_;
 };
 
 /// A process with stores; what it did not write by `finish` is lost with it.
@@ -240,8 +240,8 @@ TEST(Store, TellsTheObserverOfEachCallAtOnceAndInOrder) {
 /// What a test can tell the engine in memory to do.
 class CommitQueue : public ::testing::Test {
  protected:
-  nv::testing::MemoryStores stores_;
-  nv::testing::MemoryEngine* engine_ = new nv::testing::MemoryEngine(stores_);
+  nv::testkit::MemoryStores stores_;
+  nv::testkit::MemoryEngine* engine_ = new nv::testkit::MemoryEngine(stores_);
   Process process_{std::unique_ptr<nv::StoreEngine>(engine_)};
   nv::CommitQueue& queue_ = process_.queue();
   Store store_{"a"};
