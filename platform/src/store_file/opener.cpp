@@ -167,8 +167,8 @@ std::string StoreFileOpener::writeFresh(const Fill& fill) {
   {
     auto db = std::make_unique<SqliteDb>(tmp.string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     if (db->status() != SQLITE_OK) return SqliteDb::error(db->status());
-    db->run("PRAGMA page_size = 1024; PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF;"
-            "PRAGMA secure_delete = ON; PRAGMA locking_mode = EXCLUSIVE;");
+    db->run(("PRAGMA page_size = " + std::to_string(kPageSize)).c_str());
+    db->run("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA secure_delete = ON;");
     RecordTables tables(std::move(db));
     tables.begin();
     fill(tables);

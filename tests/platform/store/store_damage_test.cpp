@@ -246,7 +246,7 @@ TEST(DamagedStoreFile, ServesTheRecordsOfUntouchedPagesAndNothingElse) {
   Random random;
   SCOPED_TRACE(random.seed());
   unsigned losses = 0;
-  for (int round = 0; round < 8; ++round) {
+  for (int round = 0; round < 6; ++round) {
     const Sample sample = SampleMaker(random).makeClosed(20 + random.below(200));
     std::map<Key, std::set<std::size_t>> pages;
     for (const auto& [key, record] : sample.last()) pages[key] = pagesOf(sample.file, record);
@@ -280,7 +280,7 @@ TEST(DamagedStoreFile, GivesNothingOfALogButWhatWasCommitted) {
   Random random;
   SCOPED_TRACE(random.seed());
   unsigned noticed = 0;
-  for (int round = 0; round < 8; ++round) {
+  for (int round = 0; round < 6; ++round) {
     const Sample sample = SampleMaker(random).make(20 + random.below(200));
     ASSERT_FALSE(sample.log.empty());
     for (const Damage& damage : kDamages) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 
 #include <chrono>
@@ -70,6 +72,32 @@ class StoreFileWithoutSpace : public ::testing::Test {
   std::filesystem::path file_ = directory_ / "s.db";
 };
 
+/// A file system of 400 KiB of its own, seen by this process alone. Needs the rights to mount one.
+class StoreFileOnASmallDisk : public StoreFileWithoutSpace {
+ protected:
+  void SetUp() override {
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("tmpfs", directory_.path().c_str(), "tmpfs", 0, "size=400k") != 0)
+      GTEST_SKIP() << "may not mount a file system";
+    mounted_ = true;
+  }
+  void TearDown() override {
+    if (mounted_) ::umount2(directory_.path().c_str(), MNT_DETACH);
+  }
+  bool makeReadOnly(bool readOnly) {
+    const unsigned long flags = MS_REMOUNT | (readOnly ? MS_RDONLY : 0);
+    return ::mount("none", directory_.path().c_str(), nullptr, flags, "size=400k") == 0;
+  }
+  void fillDisk() {
+    std::ofstream fill(directory_ / "other", std::ios::binary);
+    while (fill.put('x').flush()) {
+    }
+  }
+
+  bool mounted_ = false;
+};
+
 TEST_F(StoreFileWithoutSpace, SaysWhyACommitFailedAndKeepsWhatWasThere) {
   fill(10);
   {
@@ -130,6 +158,70 @@ TEST_F(StoreFileWithoutSpace, ServesADamagedFileAndRepairsItWhenThereIsSpace) {
   EXPECT_EQ(set(*engine, 200, number(200)), "");
   expectReads(*engine, 201);
   EXPECT_TRUE(std::filesystem::exists(directory_ / "s.db.damaged-1"));
+}
+
+TEST_F(StoreFileOnASmallDisk, WritesUntilItIsFullAndStartsAgainThere) {
+  std::ofstream(directory_ / "ballast", std::ios::binary) << std::string(150000, 'x');
+  unsigned acknowledged = 0;
+  std::string error;
+  {
+    const auto engine = start();
+    for (; (error = set(*engine, acknowledged, number(acknowledged))).empty(); ++acknowledged) {
+    }
+  }
+  EXPECT_EQ(error, "no space left on device");
+  EXPECT_GT(acknowledged, 100u);
+  fillDisk();
+  auto engine = start();
+  EXPECT_EQ(engine->refusal(), "no space left on device");
+  expectReads(*engine, acknowledged);
+  std::filesystem::remove(directory_ / "ballast");
+  EXPECT_TRUE(takesChanges(*engine));
+  EXPECT_EQ(set(*engine, acknowledged, number(acknowledged)), "");
+  expectReads(*engine, acknowledged + 1);
+}
+
+TEST_F(StoreFileOnASmallDisk, ServesWhatAnotherFileLeavesNoRoomFor) {
+  fill(50);
+  fillDisk();
+  auto engine = start();
+  expectReads(*engine, 50);
+  EXPECT_EQ(engine->refusal(), "no space left on device");
+  std::filesystem::remove(directory_ / "other");
+  EXPECT_TRUE(takesChanges(*engine));
+  EXPECT_EQ(set(*engine, 50, number(50)), "");
+  engine = nullptr;
+  expectReads(*start(), 51);
+}
+
+TEST_F(StoreFileOnASmallDisk, StartsWithoutAFileWhereThereIsNoRoomForOne) {
+  fillDisk();
+  auto engine = start();
+  EXPECT_EQ(engine->refusal(), "no space left on device");
+  EXPECT_TRUE(engine->open("a").firstTime);
+  std::filesystem::remove(directory_ / "other");
+  EXPECT_TRUE(takesChanges(*engine));
+  EXPECT_EQ(set(*engine, 0, number(0)), "");
+}
+
+TEST_F(StoreFileOnASmallDisk, ServesReadsWhileItMayOnlyBeRead) {
+  fill(20);
+  const std::filesystem::path killed = directory_ / "killed.db";
+  {
+    const auto engine = start();
+    for (unsigned i = 20; i < 30; ++i) ASSERT_EQ(set(*engine, i, number(i)), "");
+    for (const char* ending : {"", "-wal"})
+      std::filesystem::copy(file_.string() + ending, killed.string() + ending);
+  }
+  file_ = killed;
+  ASSERT_TRUE(makeReadOnly(true));
+  auto engine = start();
+  EXPECT_EQ(engine->refusal(), "read-only file system");
+  expectReads(*engine, 30);
+  ASSERT_TRUE(makeReadOnly(false));
+  EXPECT_TRUE(takesChanges(*engine));
+  EXPECT_EQ(set(*engine, 30, number(30)), "");
+  expectReads(*engine, 31);
 }
 
 }  // namespace
