@@ -26,7 +26,7 @@ void normalise(std::uint32_t uid, unsigned char* items, std::size_t size) {
 }
 
 std::uint64_t listSize(const byte_list& list) {
-  std::uint64_t size = 4 + 4 * std::uint64_t{list.size()};
+  std::uint64_t size = kListHead + kListEnd * std::uint64_t{list.size()};
   for (std::size_t k = 0; k < list.size(); ++k) size += list[k].size();
   return size;
 }
@@ -37,8 +37,9 @@ void writeList(unsigned char* to, const byte_list& list) {
   unsigned char* const bytes = ends + 4 * list.size();
   std::uint32_t end = 0;
   for (std::size_t k = 0; k < list.size(); ++k) {
-    copyBytes(bytes + end, list[k]);
-    end += static_cast<std::uint32_t>(list[k].size());
+    const byte_view element = list[k];
+    copyBytes(bytes + end, element);
+    end += static_cast<std::uint32_t>(element.size());
     store32(ends + 4 * k, end);
   }
 }

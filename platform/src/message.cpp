@@ -10,19 +10,16 @@ namespace nv {
 
 namespace {
 
-/// The number of entries from `first` on, of `count`, with a UId below `uid`. Halves without a
-/// branch on the data, which random keys would mispredict.
-std::size_t countBelow(const unsigned char* first, std::size_t count, std::uint32_t uid) {
-  if (count == 0) return 0;
-  const unsigned char* base = first;
+/// The last of `count` entries from `first` on with a UId up to `uid`; the first one when there is
+/// none. Halves without a branch on the data, which random keys would mispredict: hence the mask.
+const unsigned char* lastUpTo(const unsigned char* first, std::size_t count, std::uint32_t uid) {
   while (count > 1) {
-    const std::size_t half = count / 2;
-    const std::size_t mask = -std::size_t{flat::uid(base + flat::kEntry * (half - 1)) < uid};
-    base += flat::kEntry * half & mask;
-    count -= half;
+    const std::size_t half = flat::kEntry * (count / 2);
+    const std::size_t mask = -std::size_t{flat::uid(first + half) <= uid};
+    first += half & mask;
+    count -= count / 2;
   }
-  const std::size_t below = flat::uid(base) < uid;
-  return static_cast<std::size_t>(base - first) / flat::kEntry + below;
+  return first;
 }
 
 }  // namespace
@@ -74,64 +71,77 @@ void message::flatten(std::vector<unsigned char>& out) const {
   out.assign(flat.begin(), flat.end());
 }
 
-void message::clear() noexcept { flat::setHeader(data_, flat::kHeader, 0, 0); }
-
 bool message::operator==(const message& other) const {
   return length() == other.length() && std::memcmp(data_, other.data_, length()) == 0;
 }
 
 // Reading.
 
-std::size_t message::lowerBound(std::uint32_t uid) const {
+/// The entry of `uid`, or a neighbour of the place where it belongs. Null when its part, words or
+/// values, has no entry.
+const unsigned char* message::nearest(std::uint32_t uid) const {
   const std::size_t words = flat::words(data_);
-  if (uid < flat::kFirstValue) return countBelow(flat::entry(data_, 0), words, uid);
-  return words + countBelow(flat::entry(data_, words), count() - words, uid);
+  const std::size_t isValue = uid >= flat::kFirstValue;
+  const std::size_t values = count() - words;
+  const std::size_t size = words + (values - words) * isValue;
+  if (size == 0) return nullptr;
+  return lastUpTo(flat::entry(data_, words * isValue), size, uid);
 }
 
-bool message::holdsAt(std::size_t index, std::uint32_t uid) const {
-  return index < count() && flat::uid(flat::entry(data_, index)) == uid;
+/// The entry of `uid`, null when there is none.
+const unsigned char* message::entryOf(std::uint32_t uid) const {
+  const unsigned char* entry = nearest(uid);
+  return entry != nullptr && flat::uid(entry) == uid ? entry : nullptr;
 }
 
-std::size_t message::indexOf(std::uint32_t uid) const {
-  const std::size_t index = lowerBound(uid);
-  return holdsAt(index, uid) ? index : kAbsent;
+/// Where the entry of `uid` is or belongs.
+message::place message::placeOf(std::uint32_t uid) const {
+  const unsigned char* entry = nearest(uid);
+  if (entry == nullptr) return {uid < flat::kFirstValue ? 0 : flat::words(data_), false};
+  const auto index = static_cast<std::uint32_t>(entry - flat::entry(data_, 0)) / flat::kEntry;
+  return {index + (flat::uid(entry) < uid ? 1 : 0), flat::uid(entry) == uid};
 }
 
 std::uint32_t message::word(std::uint32_t uid, std::uint32_t absent) const {
-  const std::size_t index = indexOf(uid);
-  return index == kAbsent ? absent : flat::val(flat::entry(data_, index));
+  const unsigned char* entry = entryOf(uid);
+  return entry == nullptr ? absent : flat::val(entry);
 }
 
 byte_view message::valueOf(std::uint32_t uid) const {
-  const std::size_t index = indexOf(uid);
-  return index == kAbsent ? byte_view{} : valueAt(index);
+  const unsigned char* entry = entryOf(uid);
+  return entry == nullptr ? byte_view{} : valueAt(entry);
 }
 
-byte_view message::valueAt(std::size_t index) const {
-  const std::uint32_t val = flat::val(flat::entry(data_, index));
+byte_view message::valueAt(const unsigned char* entry) const {
+  const std::uint32_t val = flat::val(entry);
   const std::uint32_t begin = val & ~flat::kPadMask;
-  const std::uint32_t end = offsetAt(index + 1) - (val & flat::kPadMask);
-  return {flat::entry(data_, count()) + begin, end - begin};
+  const std::uint32_t end = offsetAt(entry + flat::kEntry) - (val & flat::kPadMask);
+  return {heap() + begin, end - begin};
 }
 
 /// Where in the heap the value of an entry begins; at the end of the entries, where the heap ends.
-std::uint32_t message::offsetAt(std::size_t index) const {
-  if (index < count()) return flat::val(flat::entry(data_, index)) & ~flat::kPadMask;
-  return length() - static_cast<std::uint32_t>(flat::entry(data_, count()) - data_);
+std::uint32_t message::offsetAt(const unsigned char* entry) const {
+  if (entry != heap()) return flat::val(entry) & ~flat::kPadMask;
+  return length() - static_cast<std::uint32_t>(entry - data_);
 }
 
 field message::fieldAt(std::size_t index) const {
-  const unsigned char* entry = flat::entry(data_, index);
+  return fieldOf(flat::entry(data_, index));
+}
+
+field message::fieldOf(const unsigned char* entry) const {
   const std::uint32_t uid = flat::uid(entry);
   if (uid < flat::kFirstValue) return {uid, {entry + 4, 4}};
-  return {uid, valueAt(index)};
+  return {uid, valueAt(entry)};
 }
+
+bool message::holds(std::uint32_t uid) const { return entryOf(uid) != nullptr; }
 
 std::optional<field> message::find(std::uint32_t uid) const {
   if (!isKnownType(uid)) return {};
-  const std::size_t index = indexOf(uid & (kTypeMask | kIdMask));
-  if (index == kAbsent) return {};
-  return fieldAt(index);
+  const unsigned char* entry = entryOf(uid & (kTypeMask | kIdMask));
+  if (entry == nullptr) return {};
+  return fieldOf(entry);
 }
 
 bool message::owns(const unsigned char* p) const {
@@ -167,18 +177,9 @@ void message::take(message& other) noexcept {
     const std::uint32_t length = other.length();
     std::memcpy(inline_, other.inline_, length);
   }
-  other.reset();
-}
-
-/// An empty message in its own buffer; whatever `data_` was is somebody else's.
-void message::reset() noexcept {
-  data_ = inline_;
-  capacity_ = kInlineSize;
-  clear();
-}
-
-void message::release() noexcept {
-  if (data_ != inline_) delete[] data_;
+  other.data_ = other.inline_;
+  other.capacity_ = kInlineSize;
+  other.clear();
 }
 
 }  // namespace nv
