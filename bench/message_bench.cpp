@@ -21,15 +21,15 @@ void buildByInserts(State& state, int fields) {
 }
 
 nv::message fromList12(const std::vector<group>& g) {
-  return {{numberId(0), g[0].number}, {flagId(0), g[0].flag}, {textId(0), g[0].text},
-          {otherId(0), g[0].other},     {numberId(1), g[1].number}, {flagId(1), g[1].flag},
-          {textId(1), g[1].text},     {otherId(1), g[1].other},     {numberId(2), g[2].number},
+  return {{numberId(0), g[0].number}, {flagId(0), g[0].flag},     {textId(0), g[0].text},
+          {otherId(0), g[0].other},   {numberId(1), g[1].number}, {flagId(1), g[1].flag},
+          {textId(1), g[1].text},     {otherId(1), g[1].other},   {numberId(2), g[2].number},
           {flagId(2), g[2].flag},     {textId(2), g[2].text},     {otherId(2), g[2].other}};
 }
 
-#define GROUP(k)                                                                             \
-  {numberId(k), g[k].number}, {flagId(k), g[k].flag}, {textId(k), g[k].text}, {              \
-    otherId(k), g[k].other                                                                     \
+#define GROUP(k)                                                                \
+  {numberId(k), g[k].number}, {flagId(k), g[k].flag}, {textId(k), g[k].text}, { \
+    otherId(k), g[k].other                                                      \
   }
 nv::message fromList40(const std::vector<group>& g) {
   return {GROUP(0), GROUP(1), GROUP(2), GROUP(3), GROUP(4),
@@ -77,11 +77,13 @@ void setNumber(State& state, int fields) {
 void setText(State& state, int fields) {
   const auto all = groups(fields);
   nv::message m = record(all);
-  m.insert(textId(0), kChanges[0].text);
+  const auto made = changes(all.size());
+  m.insert(textId(all.size() - 1), std::string(all.size() * 18, 'x'));  // the room it will need
+  random_walk walk(all.size());
   const allocation_counter counted(state);
   std::size_t turn = 0;
   for (auto _ : state) {
-    m.insert(textId(0), kChanges[++turn & 1].text);
+    m.insert(textId(walk.next()), made[++turn & 255].text);
     DoNotOptimize(m);
   }
 }
@@ -126,19 +128,20 @@ void parse(State& state, int fields) {
 }
 
 void mergeWithUndo(State& state, int fields) {
-  nv::message target = record(groups(fields));
-  std::array<nv::message, 2> updates;
-  for (std::size_t k = 0; k < 2; ++k) {
-    updates[k].insert(numberId(2), kChanges[k].number);
-    updates[k].insert(flagId(0), kChanges[k].flag);
-    updates[k].insert(textId(1), kChanges[k].text);
+  const auto all = groups(fields);
+  nv::message target = record(all);
+  std::vector<nv::message> updates;
+  for (const change& c : changes(all.size())) {
+    updates.push_back({{numberId(c.groups[0]), c.number},
+                       {flagId(c.groups[1]), c.flag},
+                       {textId(c.groups[2]), c.text}});
+    target.merge(updates.back());
   }
-  target.merge(updates[0]);
   std::size_t turn = 0;
   const allocation_counter counted(state);
   for (auto _ : state) {
     nv::message undo;
-    merge(target, updates[++turn & 1], undo);
+    merge(target, updates[++turn & 255], undo);
     DoNotOptimize(undo);
   }
 }

@@ -1,8 +1,8 @@
 // The peer that everybody could write: a std::map of variants.
-#include <benchmark/benchmark.h>
-
 #include <map>
 #include <variant>
+
+#include <benchmark/benchmark.h>
 
 #include "bench/message_record.h"
 #include "bench/support/allocations.h"
@@ -67,10 +67,13 @@ void setNumber(State& state, int fields) {
 }
 
 void setText(State& state, int fields) {
-  map m = recordMap(groups(fields));
+  const auto all = groups(fields);
+  map m = recordMap(all);
+  const auto made = changes(all.size());
+  random_walk walk(all.size());
   std::size_t turn = 0;
   for (auto _ : state) {
-    m[textId(0).uid()] = kChanges[++turn & 1].text;
+    m[textId(walk.next()).uid()] = made[++turn & 255].text;
     DoNotOptimize(m);
   }
 }
@@ -85,18 +88,19 @@ void mergeInto(map& target, const map& source, map& prior) {
 }
 
 void mergeWithUndo(State& state, int fields) {
-  map target = recordMap(groups(fields));
-  std::array<map, 2> updates;
-  for (std::size_t k = 0; k < 2; ++k) {
-    updates[k][numberId(2).uid()] = kChanges[k].number;
-    updates[k][flagId(0).uid()] = kChanges[k].flag;
-    updates[k][textId(1).uid()] = kChanges[k].text;
+  const auto all = groups(fields);
+  map target = recordMap(all);
+  std::vector<map> updates;
+  for (const change& c : changes(all.size())) {
+    updates.push_back({{numberId(c.groups[0]).uid(), c.number},
+                       {flagId(c.groups[1]).uid(), c.flag},
+                       {textId(c.groups[2]).uid(), c.text}});
   }
   std::size_t turn = 0;
   const allocation_counter counted(state);
   for (auto _ : state) {
     map undo;
-    mergeInto(target, updates[++turn & 1], undo);
+    mergeInto(target, updates[++turn & 255], undo);
     DoNotOptimize(undo);
   }
 }

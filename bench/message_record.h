@@ -1,12 +1,12 @@
 /// The record that all message benchmarks work on: groups of two u32, a flag and a string.
 #pragma once
 
-#include <benchmark/benchmark.h>
-
 #include <array>
 #include <random>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include "platform/message.h"
 
@@ -27,14 +27,17 @@ inline std::vector<group> groups(int fields) {
   std::vector<group> made;
   for (int k = 0; k < fields / 4; ++k) {
     const auto n = static_cast<std::uint32_t>(k);
-    made.push_back({1000 * n, n, n % 2 == 0,
-                    std::string(13 + 9 * n % 19, static_cast<char>('a' + k))});
+    made.push_back(
+        {1000 * n, n, n % 2 == 0, std::string(13 + 9 * n % 19, static_cast<char>('a' + k))});
   }
   return made;
 }
 
 // The ids of group `k`: scattered, as the ids of real services are.
-inline std::uint32_t idOf(std::size_t k) { return 0xfe0001 + static_cast<std::uint32_t>(k * 7 % 10) * 13; }
+inline constexpr std::array<std::uint32_t, 10> kIds{0xfe0001, 0xfe005c, 0xfe0035, 0xfe000e,
+                                                    0xfe0069, 0xfe0042, 0xfe001b, 0xfe0076,
+                                                    0xfe004f, 0xfe0028};
+inline std::uint32_t idOf(std::size_t k) { return kIds[k]; }
 inline nv::u32_id numberId(std::size_t k) { return nv::u32_id(idOf(k)); }
 inline nv::bool_id flagId(std::size_t k) { return nv::bool_id(idOf(k) + 1); }
 inline nv::string_id textId(std::size_t k) { return nv::string_id(idOf(k) + 2); }
@@ -67,14 +70,27 @@ class random_walk {
   std::size_t at_ = 0;
 };
 
-/// What a change of three fields sets; two of them, so that each application changes all three.
+/// What a change of three fields sets: a number, a flag and a text of three groups.
 struct change {
+  std::array<std::size_t, 3> groups;
   std::uint32_t number;
   bool flag;
   std::string text;
 };
-inline const std::array<change, 2> kChanges{change{5, true, "the first of two texts"},
-                                            change{6, false, "and the second text"}};
+
+/// Many changes, one to be applied after the other; each differs from what stands there, as good as
+/// always.
+inline std::vector<change> changes(std::size_t count) {
+  std::vector<change> made;
+  std::mt19937 random(2);
+  for (std::uint32_t n = 0; n < 256; ++n) {
+    made.push_back({{random() % count, random() % count, random() % count},
+                    n,
+                    random() % 2 == 0,
+                    std::string(13 + random() % 19, static_cast<char>('A' + n % 26))});
+  }
+  return made;
+}
 
 /// Records on a page.
 inline constexpr std::size_t kPage = 1000;

@@ -125,9 +125,7 @@ std::uint32_t message::offsetAt(const unsigned char* entry) const {
   return length() - static_cast<std::uint32_t>(entry - data_);
 }
 
-field message::fieldAt(std::size_t index) const {
-  return fieldOf(flat::entry(data_, index));
-}
+field message::fieldAt(std::size_t index) const { return fieldOf(flat::entry(data_, index)); }
 
 field message::fieldOf(const unsigned char* entry) const {
   const std::uint32_t uid = flat::uid(entry);
