@@ -224,12 +224,6 @@ class CONFKIT_API message {
   static constexpr std::uint32_t kHeaderSize = 12;
   static constexpr std::uint32_t kCountAt = 4;
 
-  /// The index of an entry that is there, or at which it would have to be put.
-  struct place {
-    std::uint32_t index;
-    bool held;
-  };
-
   template <class T>
   static constexpr bool isWord = std::is_same_v<T, bool_id> || std::is_same_v<T, u32_id>;
   template <class T>
@@ -241,21 +235,15 @@ class CONFKIT_API message {
 
   // Reading.
   std::uint32_t length() const { return load32(data_); }
-  const unsigned char* nearest(std::uint32_t uid) const;
-  const unsigned char* entryOf(std::uint32_t uid) const;
-  place placeOf(std::uint32_t uid) const;
   bool holds(std::uint32_t uid) const;
   std::uint32_t word(std::uint32_t uid, std::uint32_t absent) const;
   byte_view valueOf(std::uint32_t uid) const;
-  byte_view valueAt(const unsigned char* entry) const;
-  std::uint32_t offsetAt(const unsigned char* entry) const;
-  const unsigned char* heap() const { return data_ + kHeaderSize + 8 * count(); }
   field fieldAt(std::size_t index) const;
-  field fieldOf(const unsigned char* entry) const;
   bool owns(const unsigned char* p) const;
 
   // Writing whole values.
   void setWord(std::uint32_t uid, std::uint32_t value);
+  void setField(std::uint32_t index, bool held, const field& f);
   void setNumber(std::uint32_t uid, std::uint64_t value);
   void setBytes(std::uint32_t uid, byte_view value);
   void setList(std::uint32_t uid, const byte_list& list);
@@ -281,6 +269,8 @@ class CONFKIT_API message {
   void release() noexcept {
     if (data_ != inline_) delete[] data_;
   }
+
+  friend CONFKIT_API void merge(message& target, const message& source, message& prior);
 
   // The flat form, its header included even when there is no field: in `inline_`, or in `capacity_`
   // bytes of its own.

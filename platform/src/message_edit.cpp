@@ -3,6 +3,7 @@
 
 #include "platform/message.h"
 #include "platform/src/array_form.h"
+#include "platform/src/flat_table.h"
 
 namespace nv {
 
@@ -19,7 +20,7 @@ void grow(unsigned char* data, std::uint32_t length, std::uint32_t fields, std::
 // Whole values.
 
 void message::setWord(std::uint32_t uid, std::uint32_t value) {
-  const place at = placeOf(uid);
+  const auto at = flat::table(data_).placeOf(uid);
   if (at.held) {
     flat::setVal(flat::entry(data_, at.index), value);
   } else {
@@ -39,11 +40,10 @@ void message::setBytes(std::uint32_t uid, byte_view value) {
 void message::setList(std::uint32_t uid, const byte_list& list) {
   std::uint64_t size = flat::kListHead + flat::kListEnd * std::uint64_t{list.size()};
   bool ownsAny = false;
-  for (std::size_t k = 0; k < list.size(); ++k) {
-    const byte_view element = list[k];
+  list.forEach([&](byte_view element) {
     size += element.size();
     ownsAny |= owns(element.data());
-  }
+  });
   if (!ownsAny) return flat::writeList(room(uid, size), list);
   std::vector<unsigned char> apart(size);
   flat::writeList(apart.data(), list);
@@ -55,6 +55,19 @@ void message::insert(const field& f) {
     setWord(f.uid(), load32(f.bytes().data()));
   } else {
     setValue(f.uid(), f.bytes());
+  }
+}
+
+/// Inserts a field of another message, whose entry is at `index` or belongs there.
+void message::setField(std::uint32_t index, bool held, const field& f) {
+  const byte_view value = f.bytes();
+  if (f.uid() >= flat::kFirstValue) {
+    flat::copyBytes(
+        held ? resizeValue(index, value.size()) : addValue(index, f.uid(), value.size()), value);
+  } else if (held) {
+    flat::setVal(flat::entry(data_, index), load32(value.data()));
+  } else {
+    addWord(index, f.uid(), load32(value.data()));
   }
 }
 
@@ -71,7 +84,7 @@ unsigned char* message::setValue(std::uint32_t uid, byte_view value) {
 
 void message::erase(std::uint32_t uid) {
   if (!isKnownType(uid)) return;
-  const place at = placeOf(uid & (kTypeMask | kIdMask));
+  const auto at = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
   if (at.held) eraseAt(at.index);
 }
 
@@ -119,14 +132,14 @@ void message::removeElement(std::uint32_t uid, std::uint32_t element) {
 
 /// Place for the value of `uid`. What it held before stays as far as it fits.
 unsigned char* message::room(std::uint32_t uid, std::uint64_t size) {
-  const place at = placeOf(uid);
+  const auto at = flat::table(data_).placeOf(uid);
   return at.held ? resizeValue(at.index, size) : addValue(at.index, uid, size);
 }
 
 unsigned char* message::addValue(std::size_t index, std::uint32_t uid, std::uint64_t size) {
   reserve(length() + flat::kEntry + size + flat::padding(size));
   const auto padded = static_cast<std::uint32_t>(size) + flat::padding(size);
-  const std::uint32_t offset = offsetAt(flat::entry(data_, index));
+  const std::uint32_t offset = flat::table(data_).offsetAt(flat::entry(data_, index));
   unsigned char* entry = flat::entry(data_, index);
   unsigned char* value = flat::entry(data_, count()) + offset;
   unsigned char* end = data_ + length();
@@ -140,8 +153,8 @@ unsigned char* message::addValue(std::size_t index, std::uint32_t uid, std::uint
 }
 
 unsigned char* message::resizeValue(std::size_t index, std::uint64_t size) {
-  const std::uint32_t begin = offsetAt(flat::entry(data_, index));
-  const std::uint32_t end = offsetAt(flat::entry(data_, index + 1));
+  const std::uint32_t begin = flat::table(data_).offsetAt(flat::entry(data_, index));
+  const std::uint32_t end = flat::table(data_).offsetAt(flat::entry(data_, index + 1));
   const std::uint64_t padded = size + flat::padding(size);
   if (padded != end - begin) {
     reserve(length() - (end - begin) + padded);
