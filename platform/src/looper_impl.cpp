@@ -165,7 +165,7 @@ void Looper::Impl::waitForEvents(bool mayWait) {
 
 bool Looper::Impl::hasWork() const {
   const auto due = timers.nextDue();
-  return (due && *due <= now()) || !localWork.empty() || !toFlush.empty() ||
+  return (due && *due <= now()) || outbox.hasReady() || !localWork.empty() || !toFlush.empty() ||
          connections.hasGone() || connections.hasRelieved() || stopping || (stores && stores->gathering() && !stores->writing() && !stores->failed() && !lingerUntil_);
 }
 

@@ -35,6 +35,8 @@ class Outbox {
   std::vector<Outgoing> takeHeld();
 
   bool turnIsEmpty() const { return turn_.empty(); }
+  /// Whether something waits for nothing but `release`.
+  bool hasReady() const { return !ready_.empty(); }
 
  private:
   struct Held {
