@@ -11,14 +11,15 @@ namespace flat {
 class writer;
 }
 
-/// A field where it stands; valid until its message changes. Only messages make fields, so the bytes of
-/// one always are a value of its type, in the one form that such a value has.
+/// A field where it stands; valid until its message changes. Only messages make fields, so the
+/// bytes of one always are a value of its type, in the one form that such a value has.
 class field {
  public:
   std::uint32_t uid() const { return uid_; }
   std::uint32_t id() const { return uid_ & kIdMask; }
 
-  /// The value: numbers little-endian (4 bytes for bool and u32, 8 for u64), arrays as `array_view` says.
+  /// The value: numbers little-endian (4 bytes for bool and u32, 8 for u64), arrays as `array_view`
+  /// says.
   byte_view bytes() const { return bytes_; }
 
   /// The value as `T` reads it; `T` must be the class of this field's type.

@@ -9,6 +9,26 @@
 
 namespace nv {
 
+template <class E>
+class items;
+class byte_list;
+
+namespace detail {
+
+template <class R, class E>
+concept RangeOf =
+    std::ranges::contiguous_range<R> && std::same_as<std::ranges::range_value_t<R>, E> &&
+    !std::same_as<std::remove_cvref_t<R>, items<E>>;
+
+template <class R>
+using ElementOf = const std::ranges::range_value_t<R>&;
+
+template <class R, class V>
+concept RangeSeenAs = std::ranges::contiguous_range<R> && std::convertible_to<ElementOf<R>, V> &&
+    !std::derived_from<std::remove_cvref_t<R>, byte_list>;
+
+}  // namespace detail
+
 /// Elements of fixed size that stand one after the other: a vector, an array, a span, or braces.
 template <class E>
 class items {
@@ -16,9 +36,7 @@ class items {
   items() = default;
   items(std::initializer_list<E> list) : items_(list.begin(), list.size()) {}
 
-  template <std::ranges::contiguous_range R>
-    requires(std::same_as<std::ranges::range_value_t<R>, E> &&
-             !std::same_as<std::remove_cvref_t<R>, items>)
+  template <detail::RangeOf<E> R>
   items(R&& range) : items_(std::ranges::data(range), std::ranges::size(range)) {}
 
   std::size_t size() const { return items_.size(); }
@@ -58,9 +76,7 @@ class views : public byte_list {
   views() = default;
   views(std::initializer_list<V> list) : byte_list(list.begin(), list.size(), read<V>) {}
 
-  template <std::ranges::contiguous_range R>
-    requires(std::convertible_to<const std::ranges::range_value_t<R>&, V> &&
-             !std::derived_from<std::remove_cvref_t<R>, byte_list>)
+  template <detail::RangeSeenAs<V> R>
   views(R&& range)
       : byte_list(std::ranges::data(range), std::ranges::size(range),
                   read<std::ranges::range_value_t<R>>) {}

@@ -10,8 +10,8 @@ namespace nv {
 
 namespace {
 
-/// The number of entries from `first` on, of `count`, with a UId below `uid`. Halves without a branch on
-/// the data, which random keys would mispredict.
+/// The number of entries from `first` on, of `count`, with a UId below `uid`. Halves without a
+/// branch on the data, which random keys would mispredict.
 std::size_t countBelow(const unsigned char* first, std::size_t count, std::uint32_t uid) {
   if (count == 0) return 0;
   const unsigned char* base = first;
@@ -27,12 +27,13 @@ std::size_t countBelow(const unsigned char* first, std::size_t count, std::uint3
 
 }  // namespace
 
-message::message(const message& other) : data_(inline_), size_(other.size_), capacity_(kInlineSize) {
-  if (size_ > kInlineSize) {
-    data_ = new unsigned char[size_];
-    capacity_ = size_;
+message::message(const message& other) : data_(inline_), capacity_(kInlineSize) {
+  const std::uint32_t length = other.length();
+  if (length > kInlineSize) {
+    data_ = new unsigned char[length];
+    capacity_ = length;
   }
-  std::memcpy(data_, other.data_, size_);
+  std::memcpy(data_, other.data_, length);
 }
 
 message::message(flat_view flat) : message() {
@@ -73,19 +74,16 @@ void message::flatten(std::vector<unsigned char>& out) const {
   out.assign(flat.begin(), flat.end());
 }
 
-void message::clear() noexcept {
-  size_ = kHeader;
-  std::memset(data_, 0, kHeader);
-}
+void message::clear() noexcept { flat::setHeader(data_, flat::kHeader, 0, 0); }
 
 bool message::operator==(const message& other) const {
-  return size_ == other.size_ && std::memcmp(data_, other.data_, size_) == 0;
+  return length() == other.length() && std::memcmp(data_, other.data_, length()) == 0;
 }
 
 // Reading.
 
 std::size_t message::lowerBound(std::uint32_t uid) const {
-  const std::size_t words = load32(data_ + 4);
+  const std::size_t words = flat::words(data_);
   if (uid < flat::kFirstValue) return countBelow(flat::entry(data_, 0), words, uid);
   return words + countBelow(flat::entry(data_, words), count() - words, uid);
 }
@@ -119,7 +117,7 @@ byte_view message::valueAt(std::size_t index) const {
 /// Where in the heap the value of an entry begins; at the end of the entries, where the heap ends.
 std::uint32_t message::offsetAt(std::size_t index) const {
   if (index < count()) return flat::val(flat::entry(data_, index)) & ~flat::kPadMask;
-  return size_ - static_cast<std::uint32_t>(flat::entry(data_, count()) - data_);
+  return length() - static_cast<std::uint32_t>(flat::entry(data_, count()) - data_);
 }
 
 field message::fieldAt(std::size_t index) const {
@@ -137,7 +135,7 @@ std::optional<field> message::find(std::uint32_t uid) const {
 }
 
 bool message::owns(const unsigned char* p) const {
-  return !std::less<>{}(p, data_) && std::less<>{}(p, data_ + size_);
+  return !std::less<>{}(p, data_) && std::less<>{}(p, data_ + length());
 }
 
 // The buffer.
@@ -147,7 +145,7 @@ void message::reserve(std::uint64_t size) {
   if (size > kMaxSize) std::abort();
   const auto capacity = std::max(static_cast<std::uint32_t>(size), 2 * capacity_);
   auto* grown = new unsigned char[capacity];
-  std::memcpy(grown, data_, size_);
+  std::memcpy(grown, data_, length());
   release();
   data_ = grown;
   capacity_ = capacity;
@@ -156,19 +154,18 @@ void message::reserve(std::uint64_t size) {
 /// `bytes` is a flat form, of another message or already checked.
 void message::assign(byte_view bytes) {
   if (bytes.empty()) return clear();
-  size_ = 0;
+  clear();
   reserve(bytes.size());
-  size_ = static_cast<std::uint32_t>(bytes.size());
   std::memcpy(data_, bytes.data(), bytes.size());
 }
 
 void message::take(message& other) noexcept {
   data_ = other.data_;
-  size_ = other.size_;
   capacity_ = other.capacity_;
   if (other.data_ == other.inline_) {
     data_ = inline_;
-    std::memcpy(inline_, other.inline_, size_);
+    const std::uint32_t length = other.length();
+    std::memcpy(inline_, other.inline_, length);
   }
   other.reset();
 }

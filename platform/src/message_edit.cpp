@@ -8,7 +8,11 @@ namespace nv {
 
 namespace {
 
-void setVal(unsigned char* entry, std::uint32_t val) { store32(entry + 4, val); }
+/// Adds to the header; what shrinks wraps.
+void grow(unsigned char* data, std::uint32_t length, std::uint32_t fields, std::uint32_t words) {
+  flat::setHeader(data, flat::length(data) + length, flat::fields(data) + fields,
+                  flat::words(data) + words);
+}
 
 }  // namespace
 
@@ -17,7 +21,7 @@ void setVal(unsigned char* entry, std::uint32_t val) { store32(entry + 4, val); 
 void message::setWord(std::uint32_t uid, std::uint32_t value) {
   const std::size_t index = lowerBound(uid);
   if (holdsAt(index, uid)) {
-    setVal(flat::entry(data_, index), value);
+    flat::setVal(flat::entry(data_, index), value);
   } else {
     addWord(index, uid, value);
   }
@@ -111,27 +115,27 @@ void message::removeElement(std::uint32_t uid, std::uint32_t element) {
   if (kept != held.size()) resizeValue(index, kept);
 }
 
-// Room. Entries and values that lie behind a change move once; offsets that grow are added up after.
+// Room. Entries and values that lie behind a change move once; offsets that grow are added up
+// after.
 
-/// Place for the value of `uid`, whose entry is at `index` or belongs there. What it held before stays
-/// as far as it fits.
+/// Place for the value of `uid`, whose entry is at `index` or belongs there. What it held before
+/// stays as far as it fits.
 unsigned char* message::room(std::size_t index, std::uint32_t uid, std::uint64_t size) {
   return holdsAt(index, uid) ? resizeValue(index, size) : addValue(index, uid, size);
 }
 
 unsigned char* message::addValue(std::size_t index, std::uint32_t uid, std::uint64_t size) {
-  reserve(size_ + flat::kEntry + size + flat::padding(size));
+  reserve(length() + flat::kEntry + size + flat::padding(size));
   const auto padded = static_cast<std::uint32_t>(size) + flat::padding(size);
   const std::uint32_t offset = offsetAt(index);
   unsigned char* entry = flat::entry(data_, index);
   unsigned char* value = flat::entry(data_, count()) + offset;
-  unsigned char* end = data_ + size_;
+  unsigned char* end = data_ + length();
   std::memmove(value + flat::kEntry + padded, value, static_cast<std::size_t>(end - value));
   std::memmove(entry + flat::kEntry, entry, static_cast<std::size_t>(value - entry));
-  size_ += flat::kEntry + padded;
-  store32(data_, load32(data_) + 1);
+  grow(data_, flat::kEntry + padded, 1, 0);
   store32(entry, uid);
-  setVal(entry, offset);
+  flat::setVal(entry, offset);
   shiftOffsets(index + 1, padded);
   return closeValue(index, static_cast<std::uint32_t>(size));
 }
@@ -141,12 +145,12 @@ unsigned char* message::resizeValue(std::size_t index, std::uint64_t size) {
   const std::uint32_t end = offsetAt(index + 1);
   const std::uint64_t padded = size + flat::padding(size);
   if (padded != end - begin) {
-    reserve(size_ - (end - begin) + padded);
+    reserve(length() - (end - begin) + padded);
     unsigned char* heap = flat::entry(data_, count());
-    const auto rest = static_cast<std::size_t>(data_ + size_ - (heap + end));
+    const auto rest = static_cast<std::size_t>(data_ + length() - (heap + end));
     std::memmove(heap + begin + padded, heap + end, rest);
     const std::uint32_t delta = static_cast<std::uint32_t>(padded) - (end - begin);
-    size_ += delta;
+    grow(data_, delta, 0, 0);
     shiftOffsets(index + 1, delta);
   }
   return closeValue(index, static_cast<std::uint32_t>(size));
@@ -157,42 +161,35 @@ unsigned char* message::closeValue(std::size_t index, std::uint32_t size) {
   unsigned char* entry = flat::entry(data_, index);
   const std::uint32_t offset = flat::val(entry) & ~flat::kPadMask;
   const std::uint32_t pad = flat::padding(size);
-  setVal(entry, offset | pad);
+  flat::setVal(entry, offset | pad);
   unsigned char* value = flat::entry(data_, count()) + offset;
   std::memset(value + size, 0, pad);
   return value;
 }
 
 void message::addWord(std::size_t index, std::uint32_t uid, std::uint32_t value) {
-  reserve(std::uint64_t{size_} + flat::kEntry);
+  reserve(std::uint64_t{length()} + flat::kEntry);
   unsigned char* entry = flat::entry(data_, index);
-  std::memmove(entry + flat::kEntry, entry, static_cast<std::size_t>(data_ + size_ - entry));
-  size_ += flat::kEntry;
-  store32(data_, load32(data_) + 1);
-  store32(data_ + 4, load32(data_ + 4) + 1);
+  std::memmove(entry + flat::kEntry, entry, static_cast<std::size_t>(data_ + length() - entry));
+  grow(data_, flat::kEntry, 1, 1);
   store32(entry, uid);
-  setVal(entry, value);
+  flat::setVal(entry, value);
 }
 
 void message::eraseAt(std::size_t index) {
   unsigned char* entry = flat::entry(data_, index);
-  const bool isWordField = flat::uid(entry) < flat::kFirstValue;
-  if (isWordField) {
-    store32(data_ + 4, load32(data_ + 4) - 1);
-  } else {
-    resizeValue(index, 0);
-  }
-  std::memmove(entry, entry + flat::kEntry,
-               static_cast<std::size_t>(data_ + size_ - (entry + flat::kEntry)));
-  size_ -= flat::kEntry;
-  store32(data_, load32(data_) - 1);
+  const std::uint32_t word = flat::uid(entry) < flat::kFirstValue;
+  if (word == 0) resizeValue(index, 0);
+  unsigned char* next = entry + flat::kEntry;
+  std::memmove(entry, next, static_cast<std::size_t>(data_ + length() - next));
+  grow(data_, -flat::kEntry, -1u, -word);
 }
 
 /// Moves the offsets of the entries from `first` on; `delta` wraps where they shrink.
 void message::shiftOffsets(std::size_t first, std::uint32_t delta) {
   const unsigned char* end = flat::entry(data_, count());
   for (unsigned char* entry = flat::entry(data_, first); entry < end; entry += flat::kEntry) {
-    setVal(entry, flat::val(entry) + delta);
+    flat::setVal(entry, flat::val(entry) + delta);
   }
 }
 

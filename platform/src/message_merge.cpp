@@ -22,7 +22,9 @@ struct needs {
       heap += f.bytes().size() + flat::padding(f.bytes().size());
     }
   }
-  std::uint64_t size() const { return flat::kHeader + flat::kEntry * std::uint64_t{fields} + heap; }
+  std::uint64_t length() const {
+    return flat::kHeader + flat::kEntry * std::uint64_t{fields} + heap;
+  }
 };
 
 void write(flat::writer& writer, const field& f) {
@@ -60,10 +62,9 @@ void message::mergeAll(const message& other) {
   needs all;
   forEachMerged(*this, other, [&](const field& f) { all.add(f); });
   message merged;
-  merged.reserve(all.size());
-  flat::writer writer(merged.data_, all.fields, all.words);
+  merged.reserve(all.length());
+  flat::writer writer(merged.data_, all.length(), all.fields, all.words);
   forEachMerged(*this, other, [&](const field& f) { write(writer, f); });
-  merged.size_ = static_cast<std::uint32_t>(all.size());
   *this = std::move(merged);
 }
 
@@ -78,12 +79,11 @@ void message::exclude(const message& other) {
   }
   if (kept.fields == count()) return;
   message rest;
-  rest.reserve(kept.size());
-  flat::writer writer(rest.data_, kept.fields, kept.words);
+  rest.reserve(kept.length());
+  flat::writer writer(rest.data_, kept.length(), kept.fields, kept.words);
   for (const field f : *this) {
     if (isKept(f)) write(writer, f);
   }
-  rest.size_ = static_cast<std::uint32_t>(kept.size());
   *this = std::move(rest);
 }
 
