@@ -1,4 +1,5 @@
-// Writes the seeds of flat_message_fuzz into a folder: each type alone, nested ones, ordinary records.
+// Writes the seeds of flat_message_fuzz into a folder: each type alone, nested ones, ordinary
+// records.
 #include <cstdio>
 #include <fstream>
 
