@@ -20,7 +20,9 @@ endif()
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
                     -Wnon-virtual-dtor -Woverloaded-virtual -Werror
                     # g++ 12 reports it wrongly for "text" + std::string.
-                    $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+                    $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+                    # Nobody replaces functions of the library: let it inline and call its own.
+                    $<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
 
 option(CONFKIT_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
 if(CONFKIT_SANITIZE)

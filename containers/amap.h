@@ -2,11 +2,11 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <set>
 #include <string_view>
 
+#include "containers/id_map.h"
 #include "containers/object.h"
 #include "platform/allocator.h"
 #include "platform/export.h"
@@ -29,7 +29,7 @@ class AMapIterator {
 
  private:
   friend class AMap;
-  using Position = std::map<std::uint32_t, Object*>::iterator;
+  using Position = IdMap<Object>::iterator;
   explicit AMapIterator(Position at) : at_(at) {}
   Position at_;
 };
@@ -175,7 +175,7 @@ class CONFKIT_API AMap : public nv::Handler {
   // State. Services may read it; it is changed through the operations above.
 
   /// Every object by its id. Owned.
-  std::map<std::uint32_t, Object*> objects;
+  IdMap<Object> objects;
   /// Ids whose record is to be written or removed by the next flush.
   std::set<std::uint32_t> pending;
   /// The ids in use.
@@ -193,9 +193,8 @@ class CONFKIT_API AMap : public nv::Handler {
   /// from it, 0 for none; then `id` is the object's.
   unsigned claimId(std::uint32_t& id);
   std::uint32_t claimRestoredId(std::uint32_t id);
-  Object* lookUp(std::uint32_t id) const;
   /// Whether `obj` is still there after the service had its say.
-  bool holds(std::uint32_t id, const Object* obj) const { return lookUp(id) == obj; }
+  bool holds(std::uint32_t id, const Object* obj) const { return objects.get(id) == obj; }
   bool isProtected(const nv::message& request, std::uint32_t id) const;
   void storeChange(Object& old, Object& obj);
   void flushObj(std::uint32_t id);

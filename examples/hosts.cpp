@@ -4,8 +4,6 @@
 #include <iostream>
 
 #include "examples/hosts/host_map.h"
-#include "platform/looper.h"
-#include "platform/runner.h"
 #include "platform/service.h"
 
 int main(int argc, char** argv) {
@@ -16,7 +14,6 @@ int main(int argc, char** argv) {
 
   hosts::HostMap map(file);
   map.init();
-  nv::getRunner().addBeforeSleep([&map] { map.writeFile(); });
   nv::getLooper()->addHandler(kAddress, &map);
   std::cout << "hosts: serving " << map.objectCount() << " hosts" << std::endl;
   return service.run();

@@ -1,4 +1,5 @@
-// Bytes from outside become a message or are refused; what is accepted is canonical and survives use.
+// Bytes from outside become a message or are refused; what is accepted is canonical and survives
+// use.
 #include <cstdlib>
 #include <sstream>
 

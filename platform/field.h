@@ -1,7 +1,7 @@
 /// One field of a message, seen from outside: which it is, and its value as bytes.
 #pragma once
 
-#include <algorithm>
+#include <new>
 
 #include "platform/id_traits.h"
 
@@ -30,7 +30,9 @@ class field {
 
   /// Same field with an equal value.
   friend bool operator==(const field& a, const field& b) {
-    return a.uid_ == b.uid_ && std::ranges::equal(a.bytes_, b.bytes_);
+    return a.uid_ == b.uid_ && a.bytes_.size() == b.bytes_.size() &&
+           (a.bytes_.empty() ||
+            std::memcmp(a.bytes_.data(), b.bytes_.data(), a.bytes_.size()) == 0);
   }
 
  private:
@@ -70,9 +72,9 @@ class field_value {
     if constexpr (std::is_integral_v<Set>) {
       number_ = value;
     } else if constexpr (std::is_base_of_v<byte_list, Set>) {
-      list_ = value;
+      new (&list_) byte_list(value);
     } else {
-      bytes_ = rawBytes(value);
+      new (&bytes_) byte_view(rawBytes(value));
     }
   }
 
@@ -94,9 +96,13 @@ class field_value {
   void write(flat::writer& writer) const;
 
   std::uint32_t uid_;
-  std::uint64_t number_ = 0;
-  byte_view bytes_;
-  byte_list list_;
+  // By the type of `uid_`: bool, u32 and u64; lists of strings, messages and byte sequences;
+  // others.
+  union {
+    std::uint64_t number_;
+    byte_list list_;
+    byte_view bytes_;
+  };
 };
 
 }  // namespace nv

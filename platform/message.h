@@ -47,7 +47,7 @@ class CONFKIT_API message {
   /// own.
   static constexpr std::uint32_t kInlineSize = 244;
 
-  message() noexcept { reset(); }
+  message() noexcept : data_(inline_), capacity_(kInlineSize) { clear(); }
   /// All fields of a list at once, in any order; of two values for one field the later one counts.
   message(std::initializer_list<field_value> fields);
   explicit message(std::span<const field_value> fields);
@@ -86,7 +86,11 @@ class CONFKIT_API message {
   /// The number of fields.
   std::size_t count() const { return load32(data_ + kCountAt); }
   /// Drops all fields and keeps the memory.
-  void clear() noexcept;
+  void clear() noexcept {
+    store32(data_, kHeaderSize);
+    store32(data_ + 4, 0);
+    store32(data_ + 8, 0);
+  }
   /// Same fields with equal values.
   bool operator==(const message& other) const;
   /// Inserts every field of `other`.
@@ -105,7 +109,7 @@ class CONFKIT_API message {
 
   template <TypedId T>
   bool has(T id) const {
-    return indexOf(id.uid()) != kAbsent;
+    return holds(id.uid());
   }
   template <TypedId T>
   typename IdTraits<T>::type get(T id) const {
@@ -217,8 +221,8 @@ class CONFKIT_API message {
   iterator end() const { return {this, count()}; }
 
  private:
+  static constexpr std::uint32_t kHeaderSize = 12;
   static constexpr std::uint32_t kCountAt = 4;
-  static constexpr std::size_t kAbsent = ~std::size_t{0};
 
   template <class T>
   static constexpr bool isWord = std::is_same_v<T, bool_id> || std::is_same_v<T, u32_id>;
@@ -231,28 +235,25 @@ class CONFKIT_API message {
 
   // Reading.
   std::uint32_t length() const { return load32(data_); }
-  std::size_t lowerBound(std::uint32_t uid) const;
-  bool holdsAt(std::size_t index, std::uint32_t uid) const;
-  std::size_t indexOf(std::uint32_t uid) const;
+  bool holds(std::uint32_t uid) const;
   std::uint32_t word(std::uint32_t uid, std::uint32_t absent) const;
   byte_view valueOf(std::uint32_t uid) const;
-  byte_view valueAt(std::size_t index) const;
-  std::uint32_t offsetAt(std::size_t index) const;
   field fieldAt(std::size_t index) const;
   bool owns(const unsigned char* p) const;
 
   // Writing whole values.
   void setWord(std::uint32_t uid, std::uint32_t value);
+  void setField(std::uint32_t index, bool held, const field& f);
   void setNumber(std::uint32_t uid, std::uint64_t value);
   void setBytes(std::uint32_t uid, byte_view value);
   void setList(std::uint32_t uid, const byte_list& list);
-  void setValueAt(std::size_t index, std::uint32_t uid, byte_view value);
+  unsigned char* setValue(std::uint32_t uid, byte_view value);
   void appendItem(std::uint32_t uid, byte_view element);
   void appendView(std::uint32_t uid, byte_view element);
   void removeElement(std::uint32_t uid, std::uint32_t element);
 
   // Making room; a `size` is that of the value, without padding.
-  unsigned char* room(std::size_t index, std::uint32_t uid, std::uint64_t size);
+  unsigned char* room(std::uint32_t uid, std::uint64_t size);
   unsigned char* addValue(std::size_t index, std::uint32_t uid, std::uint64_t size);
   unsigned char* resizeValue(std::size_t index, std::uint64_t size);
   void addWord(std::size_t index, std::uint32_t uid, std::uint32_t value);
@@ -265,8 +266,11 @@ class CONFKIT_API message {
   void mergeAll(const message& other);
   void assign(byte_view bytes);
   void take(message& other) noexcept;
-  void reset() noexcept;
-  void release() noexcept;
+  void release() noexcept {
+    if (data_ != inline_) delete[] data_;
+  }
+
+  friend CONFKIT_API void merge(message& target, const message& source, message& prior);
 
   // The flat form, its header included even when there is no field: in `inline_`, or in `capacity_`
   // bytes of its own.

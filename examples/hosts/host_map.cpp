@@ -5,6 +5,7 @@
 
 #include "examples/hosts/host_names.h"
 #include "examples/hosts/hosts_file.h"
+#include "platform/runner.h"
 
 namespace hosts {
 namespace {
@@ -21,6 +22,14 @@ HostMap::HostMap(std::filesystem::path file)
                      {kAddresses.uid(), "addresses", "where it is, IPv4 and IPv6"},
                      {kComment.uid(), "comment", "a line for people"},
                      {kDisabled.uid(), "disabled", "kept, but not told to the resolver"}});
+  nv::getRunner().addBeforeSleep([self = std::weak_ptr(self_)] {
+    if (const auto map = self.lock()) (*map)->writeFile();
+  });
+}
+
+void HostMap::init() {
+  AMap::init();
+  writeFile();
 }
 
 void HostMap::writeFile() {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,12 @@ namespace hosts {
 
 /// Keeps the hosts, refuses faulty ones and names that are taken, and writes the file of those that
 /// are not disabled.
+///
+/// The file is written by `init()` and, after changes, before the loop sleeps: any number of
+/// changes in one pass are one file, and the file is there before anybody is told of them. It is
+/// ahead of the store while a commit is under way; should that fail, the next start writes it from
+/// the store. Writing waits for the disk. When the file cannot be written, one line on the standard
+/// error stream says so, and it is tried again after `kRetryInterval`.
 ///
 /// An element takes the fields of a request itself (the map does not merge on set): the four fields
 /// do not depend on one another, so there is nothing that a complete configuration would tell it.
@@ -29,13 +36,6 @@ class HostMap : public AMap {
   /// `file`: what is written. Its directory must be there.
   explicit HostMap(std::filesystem::path file);
 
-  /// Writes the file when something has changed since; at first always. Called in each pass of the
-  /// loop before it sleeps, so that any number of changes in one pass are one file, and the file is
-  /// there before anybody is told of the change. It may thus be ahead of the store while a commit
-  /// is under way: a start writes it from the store. Waits for the disk. When the file cannot be
-  /// written, one line on the standard error stream says so, and it is tried again later.
-  void writeFile();
-
   /// The host of that name, nv::kNoId when there is none.
   std::uint32_t idOf(std::string_view name) const;
 
@@ -48,8 +48,10 @@ class HostMap : public AMap {
   void objAdded(Object* obj) override;
   void objChanged(Object* old, Object* obj) override;
   void objRemoved(Object* obj) override;
+  void init() override;
 
  private:
+  void writeFile();
   /// Refuses a host with a fault or with the name of another one.
   nv::message check(Object* obj) const;
   std::string fileText();
@@ -58,6 +60,8 @@ class HostMap : public AMap {
   std::map<std::string, std::uint32_t> idsByName_;  // by nameKey, of all objects
   bool fileIsOld_ = true;
   nv::Timer retry_;
+  /// What the loop holds of this map, since it keeps its hooks for ever.
+  std::shared_ptr<HostMap*> self_ = std::make_shared<HostMap*>(this);
 };
 
 }  // namespace hosts

@@ -6,6 +6,10 @@
 
 namespace nv::flat {
 
+/// A list of byte sequences is a count and as many ends, then the bytes.
+inline constexpr std::uint32_t kListHead = 4;
+inline constexpr std::uint32_t kListEnd = 4;
+
 inline void copyBytes(unsigned char* to, byte_view from) {
   if (!from.empty()) std::memcpy(to, from.data(), from.size());
 }

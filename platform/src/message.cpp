@@ -3,29 +3,10 @@
 #include <cstdlib>
 #include <utility>
 
-#include "platform/src/flat_layout.h"
 #include "platform/src/flat_reader.h"
+#include "platform/src/flat_table.h"
 
 namespace nv {
-
-namespace {
-
-/// The number of entries from `first` on, of `count`, with a UId below `uid`. Halves without a
-/// branch on the data, which random keys would mispredict.
-std::size_t countBelow(const unsigned char* first, std::size_t count, std::uint32_t uid) {
-  if (count == 0) return 0;
-  const unsigned char* base = first;
-  while (count > 1) {
-    const std::size_t half = count / 2;
-    const std::size_t mask = -std::size_t{flat::uid(base + flat::kEntry * (half - 1)) < uid};
-    base += flat::kEntry * half & mask;
-    count -= half;
-  }
-  const std::size_t below = flat::uid(base) < uid;
-  return static_cast<std::size_t>(base - first) / flat::kEntry + below;
-}
-
-}  // namespace
 
 message::message(const message& other) : data_(inline_), capacity_(kInlineSize) {
   const std::uint32_t length = other.length();
@@ -74,64 +55,37 @@ void message::flatten(std::vector<unsigned char>& out) const {
   out.assign(flat.begin(), flat.end());
 }
 
-void message::clear() noexcept { flat::setHeader(data_, flat::kHeader, 0, 0); }
-
 bool message::operator==(const message& other) const {
   return length() == other.length() && std::memcmp(data_, other.data_, length()) == 0;
 }
 
 // Reading.
 
-std::size_t message::lowerBound(std::uint32_t uid) const {
-  const std::size_t words = flat::words(data_);
-  if (uid < flat::kFirstValue) return countBelow(flat::entry(data_, 0), words, uid);
-  return words + countBelow(flat::entry(data_, words), count() - words, uid);
-}
-
-bool message::holdsAt(std::size_t index, std::uint32_t uid) const {
-  return index < count() && flat::uid(flat::entry(data_, index)) == uid;
-}
-
-std::size_t message::indexOf(std::uint32_t uid) const {
-  const std::size_t index = lowerBound(uid);
-  return holdsAt(index, uid) ? index : kAbsent;
-}
+bool message::holds(std::uint32_t uid) const { return flat::table(data_).find(uid) != nullptr; }
 
 std::uint32_t message::word(std::uint32_t uid, std::uint32_t absent) const {
-  const std::size_t index = indexOf(uid);
-  return index == kAbsent ? absent : flat::val(flat::entry(data_, index));
+  const unsigned char* entry = flat::table(data_).find(uid);
+  return entry == nullptr ? absent : flat::val(entry);
 }
 
 byte_view message::valueOf(std::uint32_t uid) const {
-  const std::size_t index = indexOf(uid);
-  return index == kAbsent ? byte_view{} : valueAt(index);
-}
-
-byte_view message::valueAt(std::size_t index) const {
-  const std::uint32_t val = flat::val(flat::entry(data_, index));
-  const std::uint32_t begin = val & ~flat::kPadMask;
-  const std::uint32_t end = offsetAt(index + 1) - (val & flat::kPadMask);
-  return {flat::entry(data_, count()) + begin, end - begin};
-}
-
-/// Where in the heap the value of an entry begins; at the end of the entries, where the heap ends.
-std::uint32_t message::offsetAt(std::size_t index) const {
-  if (index < count()) return flat::val(flat::entry(data_, index)) & ~flat::kPadMask;
-  return length() - static_cast<std::uint32_t>(flat::entry(data_, count()) - data_);
+  const flat::table table(data_);
+  const unsigned char* entry = table.find(uid);
+  return entry == nullptr ? byte_view{} : table.valueAt(entry);
 }
 
 field message::fieldAt(std::size_t index) const {
   const unsigned char* entry = flat::entry(data_, index);
   const std::uint32_t uid = flat::uid(entry);
   if (uid < flat::kFirstValue) return {uid, {entry + 4, 4}};
-  return {uid, valueAt(index)};
+  return {uid, flat::table(data_).valueAt(entry)};
 }
 
 std::optional<field> message::find(std::uint32_t uid) const {
   if (!isKnownType(uid)) return {};
-  const std::size_t index = indexOf(uid & (kTypeMask | kIdMask));
-  if (index == kAbsent) return {};
-  return fieldAt(index);
+  const auto at = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
+  if (!at.held) return {};
+  return fieldAt(at.index);
 }
 
 bool message::owns(const unsigned char* p) const {
@@ -167,18 +121,9 @@ void message::take(message& other) noexcept {
     const std::uint32_t length = other.length();
     std::memcpy(inline_, other.inline_, length);
   }
-  other.reset();
-}
-
-/// An empty message in its own buffer; whatever `data_` was is somebody else's.
-void message::reset() noexcept {
-  data_ = inline_;
-  capacity_ = kInlineSize;
-  clear();
-}
-
-void message::release() noexcept {
-  if (data_ != inline_) delete[] data_;
+  other.data_ = other.inline_;
+  other.capacity_ = kInlineSize;
+  other.clear();
 }
 
 }  // namespace nv

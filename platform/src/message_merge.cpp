@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "platform/message.h"
+#include "platform/src/flat_table.h"
 #include "platform/src/flat_writer.h"
 
 namespace nv {
@@ -55,7 +56,10 @@ constexpr std::size_t kFewFields = 8;
 void message::merge(const message& other) {
   if (this == &other) return;
   if (other.count() > kFewFields) return mergeAll(other);
-  for (const field f : other) insert(f);
+  for (const field f : other) {
+    const auto at = flat::table(data_).placeOf(f.uid());
+    setField(at.index, at.held, f);
+  }
 }
 
 void message::mergeAll(const message& other) {
@@ -91,10 +95,13 @@ void merge(message& target, const message& source, message& prior) {
   if (&target == &source) return;
   if (&prior == &source) return merge(target, message(source), prior);
   for (const field f : source) {
-    const auto old = target.find(f.uid());
-    if (old && *old == f) continue;
-    if (old) prior.insert(*old);
-    target.insert(f);
+    const auto at = flat::table(target.data_).placeOf(f.uid());
+    if (at.held) {
+      const field old = target.fieldAt(at.index);
+      if (old == f) continue;
+      prior.insert(old);
+    }
+    target.setField(at.index, at.held, f);
   }
 }
 

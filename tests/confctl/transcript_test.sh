@@ -17,7 +17,7 @@ confctl() { "${emulator[@]}" "$client" "$@"; }
 start_service() {
   "${emulator[@]}" "$service" --bus "$CONFKIT_BUS" --store "$folder/store.db" &
   service_pid=$!
-  for _ in $(seq 400); do
+  for _ in $(seq 100); do
     confctl count shelf >/dev/null 2>&1 && return
     sleep 0.05
   done
@@ -37,7 +37,7 @@ start_watch() {
 }
 
 await() {
-  for _ in $(seq 400); do
+  for _ in $(seq 100); do
     grep -q "^$1" "$folder/watched" && return
     sleep 0.05
   done

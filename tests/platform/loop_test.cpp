@@ -114,6 +114,15 @@ TEST_F(Loop, APostToAHandlerOfTheSameProcessNeverTouchesTheBus) {
   EXPECT_FALSE(post.pending());
 }
 
+TEST_F(Loop, APostMadeBetweenPassesKeepsTheLoopAwake) {
+  kit.serve(kElsewhere);
+  auto request = requestTo(kElsewhere, cmd::getCount);
+  const Post post(request, [](const message&) {}, 1000);
+  EXPECT_TRUE(getLooper()->hasWork()) << "it leaves in the next pass, which must not wait";
+  kit.pass();
+  EXPECT_FALSE(getLooper()->hasWork());
+}
+
 TEST_F(Loop, APostIsAnsweredExactlyOnce) {
   kit.serve(kElsewhere);
   auto request = requestTo(kElsewhere, cmd::getCount);

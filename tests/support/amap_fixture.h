@@ -72,7 +72,7 @@ class AMapTest : public ::testing::Test {
     return ask(nv::cmd::addObj, fields).get(nv::key::objectId);
   }
   std::string line() const { return kit->seen().line(); }
-  Item& at(std::uint32_t id) { return item(map->objects.at(id)); }
+  Item& at(std::uint32_t id) { return item(map->objects.get(id)); }
   /// The ids in the map, "1 2 3".
   std::string ids() const {
     std::string all;
