@@ -5,9 +5,9 @@
 
 namespace nv::flat {
 
-/// The index of an entry that is there, or at which it would have to be put.
+/// Where, in bytes from the beginning, an entry is or would have to be put.
 struct place {
-  std::uint32_t index;
+  std::uint32_t at;
   bool held;
 };
 
@@ -27,9 +27,10 @@ class table {
   /// Where the entry of `uid` is or belongs.
   place placeOf(std::uint32_t uid) const {
     const unsigned char* near = nearest(uid);
-    if (near == nullptr) return {uid < kFirstValue ? 0 : words(data_), false};
-    const auto index = static_cast<std::uint32_t>(near - entry(data_, 0)) / kEntry;
-    return {index + std::uint32_t{flat::uid(near) < uid}, flat::uid(near) == uid};
+    if (near == nullptr)
+      return {uid < kFirstValue ? kHeader : kHeader + kEntry * words(data_), false};
+    const std::uint32_t behind = flat::uid(near) < uid ? kEntry : 0;
+    return {static_cast<std::uint32_t>(near - data_) + behind, flat::uid(near) == uid};
   }
 
   /// Where in the heap the value of an entry begins; for the end of the entries, where the heap
