@@ -346,7 +346,8 @@ TEST(DamagedStoreFile, LosesAPageOfTheLogRatherThanServeWhatItHeldBefore) {
     std::map<std::uint32_t, std::size_t> newest;  // page -> where its last frame begins
     for (std::size_t at = header; at + frame <= sample.log.size(); at += frame)
       newest[nv::load32(&sample.log[at])] = at;
-    const auto hit = std::next(newest.begin(), random.below(static_cast<unsigned>(newest.size())));
+    const auto hit = std::next(
+        newest.begin(), static_cast<int>(random.below(static_cast<unsigned>(newest.size()))));
     Bytes log = sample.log;
     log[hit->second + frameHeader + random.below(kPage)] ^= 1;
     const Opened opened = openTwice(sample.file, log);
