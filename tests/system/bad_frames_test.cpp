@@ -1,0 +1,149 @@
+/// Bytes that are no requests: who sends them is cut, and nobody else notices.
+
+#include <csignal>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "platform/commands.h"
+#include "tests/support/raw_client.h"
+#include "tests/support/text_map.h"
+#include "tests/system/service_process.h"
+
+namespace nv::testkit {
+namespace {
+
+#ifdef CONFKIT_SLOW
+constexpr int kStreams = 400;
+#else
+constexpr int kStreams = 4000;
+#endif
+
+using Bytes = std::vector<unsigned char>;
+
+message nested(unsigned depth) {
+  message msg = command(cmd::get);
+  for (unsigned i = 0; i < depth; ++i) msg = message{{message_id(9), msg.flat()}};
+  return msg.insert(key::command, cmd::get).insert(key::route, {kAddress});
+}
+
+class BadFrames : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(service.start()) << service.said();
+    ASSERT_TRUE(other.connect(place.socket()));
+  }
+
+  bool otherIsServed() { return other.ask(command(cmd::get)).has(kRequest); }
+
+  Place place;
+  ServiceProcess service{place};
+  RawClient other;
+};
+
+TEST_F(BadFrames, CutTheirConnectionWithOneLineOfDiagnosis) {
+  auto withBadBool = frameOf(command(cmd::get).insert(bool_id(1), true));
+  withBadBool[4 + 8 + 4] = 2;  // the value of the first entry
+  auto truncated = frameOf(command(cmd::get));
+  truncated.pop_back();
+  --truncated[0];
+  const struct {
+    Bytes bytes;
+    const char* line;
+  } cases[] = {
+      {{0, 0, 16, 0x01}, "a frame of 17825792 bytes is over the limit"},
+      {{0xff, 0xff, 0xff, 0xff}, "a frame of 4294967295 bytes is over the limit"},
+      {{8, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8}, "a frame is malformed"},
+      {truncated, "a frame is malformed"},
+      {withBadBool, "a frame is malformed"},
+      {frameOf(nested(message::kMaxDepth + 1)), "a frame is malformed"},
+      {frameOf(command(cmd::get).insert(key::frameKind, 1)),
+       "a client sent something that is no request"},
+  };
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    RawClient rude(place.socket());
+    ASSERT_TRUE(rude.ask(command(cmd::get)).has(kRequest));
+    rude.sendBytes(cases[i].bytes);
+    EXPECT_TRUE(rude.isCut());
+    EXPECT_EQ(linesWith(service.said(), " is cut: "), static_cast<int>(i + 1));
+    EXPECT_GT(linesWith(service.said(), cases[i].line), 0) << cases[i].line;
+    EXPECT_TRUE(otherIsServed());
+  }
+}
+
+TEST_F(BadFrames, TheDeepestAndTheLargestFrameAllowedAreServed) {
+  RawClient polite(place.socket());
+  EXPECT_TRUE(polite.ask(nested(message::kMaxDepth)).has(kRequest));
+  auto large = command(cmd::getObj, 1);
+  large.insert(raw_id(9), Bytes(1024 * 1024 - large.max_length() - 2 * 8, 'x'));
+  EXPECT_TRUE(isError(polite.ask(large)));
+  EXPECT_EQ(service.said(), "");
+}
+
+TEST_F(BadFrames, AFrameMayComeByteByByte) {
+  RawClient slow(place.socket());
+  auto request = command(cmd::get).insert(key::tag, 1);
+  for (const auto byte : frameOf(request)) ASSERT_TRUE(slow.sendBytes({&byte, 1}));
+  EXPECT_TRUE(slow.receive()->has(kRequest));
+}
+
+/// Commands with fields that hold anything, some bytes changed, in frames that are mostly whole.
+class Fuzzer {
+ public:
+  explicit Fuzzer(unsigned seed) : random_(seed) {}
+
+  Bytes stream() {
+    Bytes bytes;
+    for (auto frames = upTo(5) + 1; frames > 0; --frames) {
+      const auto next = upTo(3) == 0 ? noise() : changed(frameOf(request()));
+      bytes.insert(bytes.end(), next.begin(), next.end());
+    }
+    return bytes;
+  }
+  unsigned upTo(unsigned most) { return std::uniform_int_distribution<unsigned>(0, most)(random_); }
+
+ private:
+  unsigned anything() { return upTo(0xffffffff); }
+  message request() {
+    auto msg = command(0xfe0000 + upTo(0x20), upTo(9) ? upTo(5) : anything());
+    msg.insert(kText, std::string(upTo(40), 'f'));
+    for (auto extra = upTo(4); extra > 0; --extra)
+      msg.insert(u32_id((upTo(1) ? 0xfe0000 : 0xff0000) + upTo(0x22)), anything() >> upTo(31));
+    return msg;
+  }
+  Bytes changed(Bytes bytes) {
+    for (auto changes = upTo(2); changes > 0; --changes)
+      bytes[4 + upTo(static_cast<unsigned>(bytes.size()) - 5)] =
+          static_cast<unsigned char>(anything());
+    return bytes;
+  }
+  Bytes noise() {
+    Bytes bytes(upTo(200));
+    for (auto& byte : bytes) byte = static_cast<unsigned char>(anything());
+    if (bytes.size() > 4 && upTo(3)) bytes[2] = bytes[3] = 0;  // a length that could be one
+    return bytes;
+  }
+
+  std::mt19937 random_;
+};
+
+TEST_F(BadFrames, RandomStreamsLeaveTheServiceSound) {
+  const auto seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  Fuzzer fuzzer(seed);
+  for (int i = 0; i < kStreams && !HasFailure(); ++i) {
+    RawClient rude(place.socket());
+    rude.sendBytes(fuzzer.stream());
+    if (fuzzer.upTo(3) == 0) {
+      rude.finish();
+      EXPECT_TRUE(rude.isCut());
+    }
+    ASSERT_TRUE(i % 20 != 0 || otherIsServed());
+  }
+  other.close();
+  EXPECT_EQ(service.end(SIGTERM), 0) << service.said();
+  EXPECT_TRUE(service.start());
+}
+
+}  // namespace
+}  // namespace nv::testkit
