@@ -20,11 +20,16 @@ endif()
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
                     -Wnon-virtual-dtor -Woverloaded-virtual -Werror
                     # g++ 12 reports it wrongly for "text" + std::string.
-                    $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+                    $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+                    # Nobody replaces functions of the library: let it inline and call its own.
+                    $<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
 
 option(CONFKIT_SANITIZE "Build with the address and undefined behaviour sanitizers" OFF)
 if(CONFKIT_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
+endif()
+if(CONFKIT_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()

@@ -11,8 +11,9 @@ namespace nv {
 
 /// Elements of type `E` in the bytes of a message; valid until the message changes.
 ///
-/// Elements of fixed size stand one after the other. Others are `u32 count | count u32 ends | bytes`, so
-/// that each is reached directly. The bytes must be those of such an array, as a message's always are.
+/// Elements of fixed size stand one after the other. Others are `u32 count | count u32 ends |
+/// bytes`, so that each is reached directly. The bytes must be those of such an array, as a
+/// message's always are.
 template <class E>
 class array_view {
  public:

@@ -1,7 +1,7 @@
 /// One field of a message, seen from outside: which it is, and its value as bytes.
 #pragma once
 
-#include <algorithm>
+#include <new>
 
 #include "platform/id_traits.h"
 
@@ -11,14 +11,15 @@ namespace flat {
 class writer;
 }
 
-/// A field where it stands; valid until its message changes. Only messages make fields, so the bytes of
-/// one always are a value of its type, in the one form that such a value has.
+/// A field where it stands; valid until its message changes. Only messages make fields, so the
+/// bytes of one always are a value of its type, in the one form that such a value has.
 class field {
  public:
   std::uint32_t uid() const { return uid_; }
   std::uint32_t id() const { return uid_ & kIdMask; }
 
-  /// The value: numbers little-endian (4 bytes for bool and u32, 8 for u64), arrays as `array_view` says.
+  /// The value: numbers little-endian (4 bytes for bool and u32, 8 for u64), arrays as `array_view`
+  /// says.
   byte_view bytes() const { return bytes_; }
 
   /// The value as `T` reads it; `T` must be the class of this field's type.
@@ -29,7 +30,9 @@ class field {
 
   /// Same field with an equal value.
   friend bool operator==(const field& a, const field& b) {
-    return a.uid_ == b.uid_ && std::ranges::equal(a.bytes_, b.bytes_);
+    return a.uid_ == b.uid_ && a.bytes_.size() == b.bytes_.size() &&
+           (a.bytes_.empty() ||
+            std::memcmp(a.bytes_.data(), b.bytes_.data(), a.bytes_.size()) == 0);
   }
 
  private:
@@ -69,9 +72,9 @@ class field_value {
     if constexpr (std::is_integral_v<Set>) {
       number_ = value;
     } else if constexpr (std::is_base_of_v<byte_list, Set>) {
-      list_ = value;
+      new (&list_) byte_list(value);
     } else {
-      bytes_ = rawBytes(value);
+      new (&bytes_) byte_view(rawBytes(value));
     }
   }
 
@@ -93,9 +96,13 @@ class field_value {
   void write(flat::writer& writer) const;
 
   std::uint32_t uid_;
-  std::uint64_t number_ = 0;
-  byte_view bytes_;
-  byte_list list_;
+  // By the type of `uid_`: bool, u32 and u64; lists of strings, messages and byte sequences;
+  // others.
+  union {
+    std::uint64_t number_;
+    byte_list list_;
+    byte_view bytes_;
+  };
 };
 
 }  // namespace nv

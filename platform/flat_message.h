@@ -1,7 +1,7 @@
 /// Flat forms: the bytes of a message, as they are stored, sent and nested.
 ///
-/// The flat form of an empty message is no bytes. Neither class promises that its bytes are those of a
-/// message; `nv::message` checks them when it is built from them.
+/// The flat form of an empty message is no bytes. Neither class promises that its bytes are those
+/// of a message; `nv::message` checks them when it is built from them.
 #pragma once
 
 #include <utility>

@@ -51,8 +51,8 @@ struct IdTraits<u64_id> : detail::PlainTraits<std::uint64_t, std::uint64_t, std:
 template <>
 struct IdTraits<addr6_id> : detail::PlainTraits<addr6, const addr6&, addr6> {};
 template <>
-struct IdTraits<string_id>
-    : detail::PlainTraits<std::string, std::string_view, std::string_view> {};
+struct IdTraits<string_id> : detail::PlainTraits<std::string, std::string_view, std::string_view> {
+};
 template <>
 struct IdTraits<message_id> : detail::PlainTraits<flat_message, flat_view, flat_view> {};
 template <>

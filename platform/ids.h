@@ -1,7 +1,8 @@
 /// Names of fields: fourteen typed-id classes, and the UId that carries type and id in one number.
 ///
-/// A UId is a type tag (bits 31 to 27) and a field id (bits 23 to 0); bits 26 to 24 are not read and
-/// written as 0. The top bit tells arrays. Seven base types exist; a tag above them names no type.
+/// A UId is a type tag (bits 31 to 27) and a field id (bits 23 to 0); bits 26 to 24 are not read
+/// and written as 0. The top bit tells arrays. Seven base types exist; a tag above them names no
+/// type.
 #pragma once
 
 #include <concepts>
@@ -55,7 +56,7 @@ concept TypedId = std::same_as<T, typed_id<T::tag>> && isKnownType(T::tag) &&
 
 /// A typed id that names an array.
 template <class T>
-concept ArrayId = TypedId<T> && (T::tag & 0x80000000) != 0;
+concept ArrayId = TypedId<T> && T::tag >= 0x80000000;
 
 /// Calls `f` with the typed id that `uid` names: `withId(uid, [&](auto id) { ... })`.
 /// Returns false, without a call, when its tag names no type.

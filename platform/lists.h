@@ -9,6 +9,26 @@
 
 namespace nv {
 
+template <class E>
+class items;
+class byte_list;
+
+namespace detail {
+
+template <class R, class E>
+concept RangeOf =
+    std::ranges::contiguous_range<R> && std::same_as<std::ranges::range_value_t<R>, E> &&
+    !std::same_as<std::remove_cvref_t<R>, items<E>>;
+
+template <class R>
+using ElementOf = const std::ranges::range_value_t<R>&;
+
+template <class R, class V>
+concept RangeSeenAs = std::ranges::contiguous_range<R> && std::convertible_to<ElementOf<R>, V> &&
+    !std::derived_from<std::remove_cvref_t<R>, byte_list>;
+
+}  // namespace detail
+
 /// Elements of fixed size that stand one after the other: a vector, an array, a span, or braces.
 template <class E>
 class items {
@@ -16,9 +36,7 @@ class items {
   items() = default;
   items(std::initializer_list<E> list) : items_(list.begin(), list.size()) {}
 
-  template <std::ranges::contiguous_range R>
-    requires(std::same_as<std::ranges::range_value_t<R>, E> &&
-             !std::same_as<std::remove_cvref_t<R>, items>)
+  template <detail::RangeOf<E> R>
   items(R&& range) : items_(std::ranges::data(range), std::ranges::size(range)) {}
 
   std::size_t size() const { return items_.size(); }
@@ -37,17 +55,33 @@ class byte_list {
   byte_list() = default;
 
   std::size_t size() const { return count_; }
-  byte_view operator[](std::size_t k) const { return at_(first_, k); }
+  byte_view operator[](std::size_t k) const {
+    byte_view element;
+    read_(first_, k, {&element, 1});
+    return element;
+  }
+
+  /// Calls `take` with each element in turn. Fetches many at a time, since each fetch is a call
+  /// through a pointer.
+  template <class Take>
+  void forEach(Take take) const {
+    byte_view chunk[16];
+    for (std::size_t k = 0; k < count_; k += std::size(chunk)) {
+      const std::size_t length = count_ - k < std::size(chunk) ? count_ - k : std::size(chunk);
+      read_(first_, k, {chunk, length});
+      for (std::size_t i = 0; i < length; ++i) take(chunk[i]);
+    }
+  }
 
  protected:
-  using Reader = byte_view (*)(const void* first, std::size_t k);
-  byte_list(const void* first, std::size_t count, Reader at)
-      : first_(first), count_(count), at_(at) {}
+  using Reader = void (*)(const void* first, std::size_t k, std::span<byte_view> out);
+  byte_list(const void* first, std::size_t count, Reader read)
+      : first_(first), count_(count), read_(read) {}
 
  private:
   const void* first_ = nullptr;
   std::size_t count_ = 0;
-  Reader at_ = nullptr;
+  Reader read_ = nullptr;
 };
 
 /// Anything that reads as views of type `V` and stands one after the other: a vector of strings, of
@@ -58,9 +92,7 @@ class views : public byte_list {
   views() = default;
   views(std::initializer_list<V> list) : byte_list(list.begin(), list.size(), read<V>) {}
 
-  template <std::ranges::contiguous_range R>
-    requires(std::convertible_to<const std::ranges::range_value_t<R>&, V> &&
-             !std::derived_from<std::remove_cvref_t<R>, byte_list>)
+  template <detail::RangeSeenAs<V> R>
   views(R&& range)
       : byte_list(std::ranges::data(range), std::ranges::size(range),
                   read<std::ranges::range_value_t<R>>) {}
@@ -69,9 +101,12 @@ class views : public byte_list {
 
  private:
   template <class E>
-  static byte_view read(const void* first, std::size_t k) {
-    const V view = static_cast<const E*>(first)[k];
-    return bytesOf(view);
+  static void read(const void* first, std::size_t k, std::span<byte_view> out) {
+    const E* element = static_cast<const E*>(first) + k;
+    for (byte_view& bytes : out) {
+      const V view = *element++;
+      bytes = bytesOf(view);
+    }
   }
 };
 

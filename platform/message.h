@@ -7,20 +7,22 @@
 ///     for (std::string_view text : m.view(key::about)) // read in place, nothing copied
 ///       ...
 ///
-/// A message holds at most one field for a type and id; the order of inserts leaves no trace. It *is* its
-/// flat form, one buffer of bytes, and equal contents are equal bytes:
+/// A message holds at most one field for a type and id; the order of inserts leaves no trace. It
+/// *is* its flat form, one buffer of bytes, and equal contents are equal bytes:
 ///
-///     u32 n, u32 nin | n entries {u32 uid, u32 val}, ascending by uid | heap
+///     u32 length, u32 n, u32 nin | n entries {u32 uid, u32 val}, ascending by uid | heap
 ///
-/// The first `nin` entries are the bool and u32 fields, whose `val` is the value. The `val` of each other
-/// field is the offset of its value in the heap, a multiple of 4, plus the number of zero bytes (0 to 3)
-/// that pad it; values stand in the order of the entries, without gaps. All numbers are little-endian.
-/// The flat form of an empty message is no bytes.
+/// `length` is that of the whole, a multiple of 4. The first `nin` entries are the bool and u32
+/// fields, whose `val` is the value. The `val` of each other field is the offset of its value in
+/// the heap, a multiple of 4, plus the number of zero bytes (0 to 3) that pad it; values stand in
+/// the order of the entries, without gaps. All numbers are little-endian. The flat form of an empty
+/// message is no bytes.
 ///
-/// No operation fails: an absent field reads as its zero value (false, 0, empty) or the default given,
-/// removing it does nothing, an insert succeeds (beyond `kMaxSize` bytes the program ends, as it does
-/// when memory is out). Messages are independent values; a moved-from one is empty. Values given to a
-/// message may be views of that same message. Any change ends the views and fields taken before it.
+/// No operation fails: an absent field reads as its zero value (false, 0, empty) or the default
+/// given, removing it does nothing, an insert succeeds (beyond `kMaxSize` bytes the program ends,
+/// as it does when memory is out). Messages are independent values; a moved-from one is empty.
+/// Values given to a message may be views of that same message. Any change ends the views and
+/// fields taken before it.
 #pragma once
 
 #include <initializer_list>
@@ -41,10 +43,11 @@ class CONFKIT_API message {
   static constexpr std::uint32_t kMaxSize = 0x40000000;
   /// How deep messages may be nested in bytes from outside: a message within a message is depth 1.
   static constexpr unsigned kMaxDepth = 32;
-  /// Flat forms up to this many bytes stand in the message itself, longer ones in memory of their own.
-  static constexpr std::uint32_t kInlineSize = 240;
+  /// Flat forms up to this many bytes stand in the message itself, longer ones in memory of their
+  /// own.
+  static constexpr std::uint32_t kInlineSize = 244;
 
-  message() noexcept { reset(); }
+  message() noexcept : data_(inline_), capacity_(kInlineSize) { clear(); }
   /// All fields of a list at once, in any order; of two values for one field the later one counts.
   message(std::initializer_list<field_value> fields);
   explicit message(std::span<const field_value> fields);
@@ -63,7 +66,8 @@ class CONFKIT_API message {
 
   // The flat form.
 
-  /// The message in `bytes`, none when they are not a flat form or nest messages deeper than `depth`.
+  /// The message in `bytes`, none when they are not a flat form or nest messages deeper than
+  /// `depth`.
   static std::optional<message> parse(byte_view bytes, unsigned depth = kMaxDepth);
   /// Why `parse` refuses `bytes`, in a few words; empty when it does not.
   static std::string_view check(byte_view bytes, unsigned depth = kMaxDepth);
@@ -74,24 +78,28 @@ class CONFKIT_API message {
   byte_view bytes() const { return {data_, max_length()}; }
   operator flat_view() const { return bytes(); }
   /// The length of the flat form, exactly, in bytes.
-  unsigned max_length() const { return size_ == kHeader ? 0 : size_; }
+  unsigned max_length() const { return empty() ? 0 : length(); }
 
   // The whole message.
 
-  bool empty() const { return size_ == kHeader; }
+  bool empty() const { return count() == 0; }
   /// The number of fields.
-  std::size_t count() const { return load32(data_); }
+  std::size_t count() const { return load32(data_ + kCountAt); }
   /// Drops all fields and keeps the memory.
-  void clear() noexcept;
+  void clear() noexcept {
+    store32(data_, kHeaderSize);
+    store32(data_ + 4, 0);
+    store32(data_ + 8, 0);
+  }
   /// Same fields with equal values.
   bool operator==(const message& other) const;
   /// Inserts every field of `other`.
   void merge(const message& other);
   /// Drops every field that `other` holds with an equal value.
   void exclude(const message& other);
-  /// Writes the fields as text within braces, `_u` and the like naming their types. Each line but the
-  /// first begins with `prefix` and `indent` spaces, `step` more for each level; with `step` 0 all stands
-  /// on one line. Leaves the stream's format alone.
+  /// Writes the fields as text within braces, `_u` and the like naming their types. Each line but
+  /// the first begins with `prefix` and `indent` spaces, `step` more for each level; with `step` 0
+  /// all stands on one line. Leaves the stream's format alone.
   void dump2(std::ostream& os, std::string_view prefix, unsigned indent, unsigned step) const;
   void dump2(std::ostream& os, std::string_view prefix, unsigned step) const {
     dump2(os, prefix, 0, step);
@@ -101,7 +109,7 @@ class CONFKIT_API message {
 
   template <TypedId T>
   bool has(T id) const {
-    return indexOf(id.uid()) != kAbsent;
+    return holds(id.uid());
   }
   template <TypedId T>
   typename IdTraits<T>::type get(T id) const {
@@ -213,8 +221,8 @@ class CONFKIT_API message {
   iterator end() const { return {this, count()}; }
 
  private:
-  static constexpr std::uint32_t kHeader = 8;
-  static constexpr std::size_t kAbsent = ~std::size_t{0};
+  static constexpr std::uint32_t kHeaderSize = 12;
+  static constexpr std::uint32_t kCountAt = 4;
 
   template <class T>
   static constexpr bool isWord = std::is_same_v<T, bool_id> || std::is_same_v<T, u32_id>;
@@ -226,28 +234,26 @@ class CONFKIT_API message {
   static typename IdTraits<T>::type owned(const V& value);
 
   // Reading.
-  std::size_t lowerBound(std::uint32_t uid) const;
-  bool holdsAt(std::size_t index, std::uint32_t uid) const;
-  std::size_t indexOf(std::uint32_t uid) const;
+  std::uint32_t length() const { return load32(data_); }
+  bool holds(std::uint32_t uid) const;
   std::uint32_t word(std::uint32_t uid, std::uint32_t absent) const;
   byte_view valueOf(std::uint32_t uid) const;
-  byte_view valueAt(std::size_t index) const;
-  std::uint32_t offsetAt(std::size_t index) const;
   field fieldAt(std::size_t index) const;
   bool owns(const unsigned char* p) const;
 
   // Writing whole values.
   void setWord(std::uint32_t uid, std::uint32_t value);
+  void setField(std::uint32_t index, bool held, const field& f);
   void setNumber(std::uint32_t uid, std::uint64_t value);
   void setBytes(std::uint32_t uid, byte_view value);
   void setList(std::uint32_t uid, const byte_list& list);
-  void setValueAt(std::size_t index, std::uint32_t uid, byte_view value);
+  unsigned char* setValue(std::uint32_t uid, byte_view value);
   void appendItem(std::uint32_t uid, byte_view element);
   void appendView(std::uint32_t uid, byte_view element);
   void removeElement(std::uint32_t uid, std::uint32_t element);
 
   // Making room; a `size` is that of the value, without padding.
-  unsigned char* room(std::size_t index, std::uint32_t uid, std::uint64_t size);
+  unsigned char* room(std::uint32_t uid, std::uint64_t size);
   unsigned char* addValue(std::size_t index, std::uint32_t uid, std::uint64_t size);
   unsigned char* resizeValue(std::size_t index, std::uint64_t size);
   void addWord(std::size_t index, std::uint32_t uid, std::uint32_t value);
@@ -260,13 +266,17 @@ class CONFKIT_API message {
   void mergeAll(const message& other);
   void assign(byte_view bytes);
   void take(message& other) noexcept;
-  void reset() noexcept;
-  void release() noexcept;
+  void release() noexcept {
+    if (data_ != inline_) delete[] data_;
+  }
 
-  unsigned char* data_;     // `inline_`, or `capacity_` bytes of its own
-  std::uint32_t size_;      // of the flat form with its header, which stands even when empty
+  friend CONFKIT_API void merge(message& target, const message& source, message& prior);
+
+  // The flat form, its header included even when there is no field: in `inline_`, or in `capacity_`
+  // bytes of its own.
+  unsigned char* data_;
   std::uint32_t capacity_;
-  alignas(8) unsigned char inline_[kInlineSize];
+  alignas(std::uint32_t) unsigned char inline_[kInlineSize];
 };
 
 /// An array field of a message, named but not read; valid while the message lives.
@@ -286,16 +296,18 @@ class array_ref {
   T id_;
 };
 
-/// Inserts every field of `source` into `target`. Of each field that both held with different values, the
-/// earlier value goes into `prior`; fields that were added or equal leave no trace there. A removal list
-/// is a field like any other. `prior` is not cleared first, and must not be `target`.
+/// Inserts every field of `source` into `target`. Of each field that both held with different
+/// values, the earlier value goes into `prior`; fields that were added or equal leave no trace
+/// there. A removal list is a field like any other. `prior` is not cleared first, and must not be
+/// `target`.
 CONFKIT_API void merge(message& target, const message& source, message& prior);
 
 /// An error reply with a code of `nv::err`, or of the service's own, and a text.
 CONFKIT_API message errorMsg(unsigned code, std::string_view text);
 /// The error reply of a refusal that the text explains: `err::failed`.
 CONFKIT_API message failedMsg(std::string_view text);
-/// Whether `reply` is an error reply, whatever its code. If so, writes code and text where not null.
+/// Whether `reply` is an error reply, whatever its code. If so, writes code and text where not
+/// null.
 CONFKIT_API bool isError(const message& reply, unsigned* code = nullptr,
                          std::string* text = nullptr);
 /// The text of an error reply, empty for any other.

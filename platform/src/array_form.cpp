@@ -26,21 +26,22 @@ void normalise(std::uint32_t uid, unsigned char* items, std::size_t size) {
 }
 
 std::uint64_t listSize(const byte_list& list) {
-  std::uint64_t size = 4 + 4 * std::uint64_t{list.size()};
-  for (std::size_t k = 0; k < list.size(); ++k) size += list[k].size();
+  std::uint64_t size = kListHead + kListEnd * std::uint64_t{list.size()};
+  list.forEach([&](byte_view element) { size += element.size(); });
   return size;
 }
 
 void writeList(unsigned char* to, const byte_list& list) {
   store32(to, static_cast<std::uint32_t>(list.size()));
-  unsigned char* ends = to + 4;
-  unsigned char* const bytes = ends + 4 * list.size();
+  unsigned char* ends = to + kListHead;
+  unsigned char* const bytes = ends + kListEnd * list.size();
   std::uint32_t end = 0;
-  for (std::size_t k = 0; k < list.size(); ++k) {
-    copyBytes(bytes + end, list[k]);
-    end += static_cast<std::uint32_t>(list[k].size());
-    store32(ends + 4 * k, end);
-  }
+  list.forEach([&](byte_view element) {
+    copyBytes(bytes + end, element);
+    end += static_cast<std::uint32_t>(element.size());
+    store32(ends, end);
+    ends += kListEnd;
+  });
 }
 
 }  // namespace nv::flat

@@ -48,9 +48,10 @@ std::string_view reader::fault() {
 std::string_view reader::headerFault() {
   if (bytes_.size() < kHeader) return "shorter than the header";
   if (bytes_.size() > message::kMaxSize) return "too long";
+  if (length(bytes_.data()) != bytes_.size()) return "not as long as it says";
   if (bytes_.size() % 4 != 0) return "length is not a multiple of 4";
-  fields_ = load32(bytes_.data());
-  words_ = load32(bytes_.data() + 4);
+  fields_ = fields(bytes_.data());
+  words_ = words(bytes_.data());
   if (fields_ == 0) return "no field";
   if (fields_ > (bytes_.size() - kHeader) / kEntry) return "more fields than bytes";
   if (words_ > fields_) return "more words than fields";

@@ -7,9 +7,9 @@
 
 namespace nv::flat {
 
-/// Checks that bytes are the flat form of a message, down to the innermost one: bounds, order, types and
-/// the one form that each value has. Reads nothing twice and allocates nothing. Once it is content, no
-/// access to a message of these bytes can leave them.
+/// Checks that bytes are the flat form of a message, down to the innermost one: bounds, order,
+/// types and the one form that each value has. Reads nothing twice and allocates nothing. Once it
+/// is content, no access to a message of these bytes can leave them.
 class reader {
  public:
   /// Messages may be nested at most `depth` deep.

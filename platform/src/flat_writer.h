@@ -7,18 +7,17 @@
 
 namespace nv::flat {
 
-/// The caller has counted first: fields, words among them, and room for all values with padding.
+/// The caller has counted first: the whole length, the fields, the words among them.
 class writer {
  public:
-  writer(unsigned char* data, std::size_t fields, std::size_t words)
+  writer(unsigned char* data, std::uint64_t length, std::size_t fields, std::size_t words)
       : entry_(entry(data, 0)), heap_(entry(data, fields)), end_(heap_) {
-    store32(data, static_cast<std::uint32_t>(fields));
-    store32(data + 4, static_cast<std::uint32_t>(words));
+    setHeader(data, static_cast<std::size_t>(length), fields, words);
   }
 
   void word(std::uint32_t uid, std::uint32_t value) {
     store32(entry_, uid);
-    store32(entry_ + 4, value);
+    setVal(entry_, value);
     entry_ += kEntry;
   }
 

@@ -165,8 +165,11 @@ void Looper::Impl::waitForEvents(bool mayWait) {
 
 bool Looper::Impl::hasWork() const {
   const auto due = timers.nextDue();
-  return (due && *due <= now()) || !localWork.empty() || !toFlush.empty() ||
-         connections.hasGone() || connections.hasRelieved() || stopping || (stores && stores->gathering() && !stores->writing() && !stores->failed() && !lingerUntil_);
+  const bool batchWaits = stores && stores->gathering() && !stores->writing() &&
+                          !stores->failed() && !lingerUntil_;
+  // What was said between two passes, before the first one above all, is ready to leave.
+  return (due && *due <= now()) || !localWork.empty() || !toFlush.empty() || outbox.hasReady() ||
+         connections.hasGone() || connections.hasRelieved() || stopping || batchWaits;
 }
 
 std::optional<microseconds> Looper::Impl::timeToSleep() const {

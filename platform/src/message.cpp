@@ -3,36 +3,18 @@
 #include <cstdlib>
 #include <utility>
 
-#include "platform/src/flat_layout.h"
 #include "platform/src/flat_reader.h"
+#include "platform/src/flat_table.h"
 
 namespace nv {
 
-namespace {
-
-/// The number of entries from `first` on, of `count`, with a UId below `uid`. Halves without a branch on
-/// the data, which random keys would mispredict.
-std::size_t countBelow(const unsigned char* first, std::size_t count, std::uint32_t uid) {
-  if (count == 0) return 0;
-  const unsigned char* base = first;
-  while (count > 1) {
-    const std::size_t half = count / 2;
-    const std::size_t mask = -std::size_t{flat::uid(base + flat::kEntry * (half - 1)) < uid};
-    base += flat::kEntry * half & mask;
-    count -= half;
+message::message(const message& other) : data_(inline_), capacity_(kInlineSize) {
+  const std::uint32_t length = other.length();
+  if (length > kInlineSize) {
+    data_ = new unsigned char[length];
+    capacity_ = length;
   }
-  const std::size_t below = flat::uid(base) < uid;
-  return static_cast<std::size_t>(base - first) / flat::kEntry + below;
-}
-
-}  // namespace
-
-message::message(const message& other) : data_(inline_), size_(other.size_), capacity_(kInlineSize) {
-  if (size_ > kInlineSize) {
-    data_ = new unsigned char[size_];
-    capacity_ = size_;
-  }
-  std::memcpy(data_, other.data_, size_);
+  std::memcpy(data_, other.data_, length);
 }
 
 message::message(flat_view flat) : message() {
@@ -73,71 +55,41 @@ void message::flatten(std::vector<unsigned char>& out) const {
   out.assign(flat.begin(), flat.end());
 }
 
-void message::clear() noexcept {
-  size_ = kHeader;
-  std::memset(data_, 0, kHeader);
-}
-
 bool message::operator==(const message& other) const {
-  return size_ == other.size_ && std::memcmp(data_, other.data_, size_) == 0;
+  return length() == other.length() && std::memcmp(data_, other.data_, length()) == 0;
 }
 
 // Reading.
 
-std::size_t message::lowerBound(std::uint32_t uid) const {
-  const std::size_t words = load32(data_ + 4);
-  if (uid < flat::kFirstValue) return countBelow(flat::entry(data_, 0), words, uid);
-  return words + countBelow(flat::entry(data_, words), count() - words, uid);
-}
-
-bool message::holdsAt(std::size_t index, std::uint32_t uid) const {
-  return index < count() && flat::uid(flat::entry(data_, index)) == uid;
-}
-
-std::size_t message::indexOf(std::uint32_t uid) const {
-  const std::size_t index = lowerBound(uid);
-  return holdsAt(index, uid) ? index : kAbsent;
-}
+bool message::holds(std::uint32_t uid) const { return flat::table(data_).find(uid) != nullptr; }
 
 std::uint32_t message::word(std::uint32_t uid, std::uint32_t absent) const {
-  const std::size_t index = indexOf(uid);
-  return index == kAbsent ? absent : flat::val(flat::entry(data_, index));
+  const unsigned char* entry = flat::table(data_).find(uid);
+  return entry == nullptr ? absent : flat::val(entry);
 }
 
 byte_view message::valueOf(std::uint32_t uid) const {
-  const std::size_t index = indexOf(uid);
-  return index == kAbsent ? byte_view{} : valueAt(index);
-}
-
-byte_view message::valueAt(std::size_t index) const {
-  const std::uint32_t val = flat::val(flat::entry(data_, index));
-  const std::uint32_t begin = val & ~flat::kPadMask;
-  const std::uint32_t end = offsetAt(index + 1) - (val & flat::kPadMask);
-  return {flat::entry(data_, count()) + begin, end - begin};
-}
-
-/// Where in the heap the value of an entry begins; at the end of the entries, where the heap ends.
-std::uint32_t message::offsetAt(std::size_t index) const {
-  if (index < count()) return flat::val(flat::entry(data_, index)) & ~flat::kPadMask;
-  return size_ - static_cast<std::uint32_t>(flat::entry(data_, count()) - data_);
+  const flat::table table(data_);
+  const unsigned char* entry = table.find(uid);
+  return entry == nullptr ? byte_view{} : table.valueAt(entry);
 }
 
 field message::fieldAt(std::size_t index) const {
   const unsigned char* entry = flat::entry(data_, index);
   const std::uint32_t uid = flat::uid(entry);
   if (uid < flat::kFirstValue) return {uid, {entry + 4, 4}};
-  return {uid, valueAt(index)};
+  return {uid, flat::table(data_).valueAt(entry)};
 }
 
 std::optional<field> message::find(std::uint32_t uid) const {
   if (!isKnownType(uid)) return {};
-  const std::size_t index = indexOf(uid & (kTypeMask | kIdMask));
-  if (index == kAbsent) return {};
-  return fieldAt(index);
+  const auto at = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
+  if (!at.held) return {};
+  return fieldAt(at.index);
 }
 
 bool message::owns(const unsigned char* p) const {
-  return !std::less<>{}(p, data_) && std::less<>{}(p, data_ + size_);
+  return !std::less<>{}(p, data_) && std::less<>{}(p, data_ + length());
 }
 
 // The buffer.
@@ -147,7 +99,7 @@ void message::reserve(std::uint64_t size) {
   if (size > kMaxSize) std::abort();
   const auto capacity = std::max(static_cast<std::uint32_t>(size), 2 * capacity_);
   auto* grown = new unsigned char[capacity];
-  std::memcpy(grown, data_, size_);
+  std::memcpy(grown, data_, length());
   release();
   data_ = grown;
   capacity_ = capacity;
@@ -156,32 +108,22 @@ void message::reserve(std::uint64_t size) {
 /// `bytes` is a flat form, of another message or already checked.
 void message::assign(byte_view bytes) {
   if (bytes.empty()) return clear();
-  size_ = 0;
+  clear();
   reserve(bytes.size());
-  size_ = static_cast<std::uint32_t>(bytes.size());
   std::memcpy(data_, bytes.data(), bytes.size());
 }
 
 void message::take(message& other) noexcept {
   data_ = other.data_;
-  size_ = other.size_;
   capacity_ = other.capacity_;
   if (other.data_ == other.inline_) {
     data_ = inline_;
-    std::memcpy(inline_, other.inline_, size_);
+    const std::uint32_t length = other.length();
+    std::memcpy(inline_, other.inline_, length);
   }
-  other.reset();
-}
-
-/// An empty message in its own buffer; whatever `data_` was is somebody else's.
-void message::reset() noexcept {
-  data_ = inline_;
-  capacity_ = kInlineSize;
-  clear();
-}
-
-void message::release() noexcept {
-  if (data_ != inline_) delete[] data_;
+  other.data_ = other.inline_;
+  other.capacity_ = kInlineSize;
+  other.clear();
 }
 
 }  // namespace nv

@@ -10,7 +10,8 @@ namespace nv {
 
 namespace {
 
-/// The order in which a list of fields is written: ascending by UId, the last of several for one field.
+/// The order in which a list of fields is written: ascending by UId, the last of several for one
+/// field.
 class field_order {
  public:
   template <class UidAt>
@@ -55,9 +56,8 @@ message::message(std::span<const field_value> fields) : message() {
     size += f.room();
   }
   reserve(size);
-  flat::writer writer(data_, order.size(), words);
+  flat::writer writer(data_, size, order.size(), words);
   for (std::size_t k = 0; k < order.size(); ++k) fields[order[k]].write(writer);
-  size_ = static_cast<std::uint32_t>(size);
 }
 
 /// Bytes in the heap, padding included.
@@ -87,10 +87,10 @@ void field_value::write(flat::writer& writer) const {
     case string_array_id::tag:
     case message_array_id::tag:
     case raw_array_id::tag: return flat::writeList(place, list_);
-    default:
-      flat::copyBytes(place, bytes_);
-      flat::normalise(uid_, place, length);
+    default: break;
   }
+  flat::copyBytes(place, bytes_);
+  flat::normalise(uid_, place, length);
 }
 
 }  // namespace nv

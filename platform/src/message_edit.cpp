@@ -3,77 +3,96 @@
 
 #include "platform/message.h"
 #include "platform/src/array_form.h"
+#include "platform/src/flat_table.h"
 
 namespace nv {
 
 namespace {
 
-void setVal(unsigned char* entry, std::uint32_t val) { store32(entry + 4, val); }
+/// Adds to the header; what shrinks wraps.
+void grow(unsigned char* data, std::uint32_t length, std::uint32_t fields, std::uint32_t words) {
+  flat::setHeader(data, flat::length(data) + length, flat::fields(data) + fields,
+                  flat::words(data) + words);
+}
 
 }  // namespace
 
 // Whole values.
 
 void message::setWord(std::uint32_t uid, std::uint32_t value) {
-  const std::size_t index = lowerBound(uid);
-  if (holdsAt(index, uid)) {
-    setVal(flat::entry(data_, index), value);
+  const auto at = flat::table(data_).placeOf(uid);
+  if (at.held) {
+    flat::setVal(flat::entry(data_, at.index), value);
   } else {
-    addWord(index, uid, value);
+    addWord(at.index, uid, value);
   }
 }
 
 void message::setNumber(std::uint32_t uid, std::uint64_t value) {
-  store64(room(lowerBound(uid), uid, sizeof value), value);
+  store64(room(uid, sizeof value), value);
 }
 
 void message::setBytes(std::uint32_t uid, byte_view value) {
-  setValueAt(lowerBound(uid), uid, value);
-  if (uid >= bool_array_id::tag) {
-    const byte_view set = valueOf(uid);
-    flat::normalise(uid, const_cast<unsigned char*>(set.data()), set.size());
-  }
+  unsigned char* set = setValue(uid, value);
+  if (uid >= bool_array_id::tag) flat::normalise(uid, set, value.size());
 }
 
 void message::setList(std::uint32_t uid, const byte_list& list) {
-  for (std::size_t k = 0; k < list.size(); ++k) {
-    if (!owns(list[k].data())) continue;
-    std::vector<unsigned char> apart(flat::listSize(list));
-    flat::writeList(apart.data(), list);
-    return setValueAt(lowerBound(uid), uid, apart);
-  }
-  flat::writeList(room(lowerBound(uid), uid, flat::listSize(list)), list);
+  std::uint64_t size = flat::kListHead + flat::kListEnd * std::uint64_t{list.size()};
+  bool ownsAny = false;
+  list.forEach([&](byte_view element) {
+    size += element.size();
+    ownsAny |= owns(element.data());
+  });
+  if (!ownsAny) return flat::writeList(room(uid, size), list);
+  std::vector<unsigned char> apart(size);
+  flat::writeList(apart.data(), list);
+  setValue(uid, apart);
 }
 
 void message::insert(const field& f) {
   if (f.uid() < flat::kFirstValue) {
     setWord(f.uid(), load32(f.bytes().data()));
   } else {
-    setValueAt(lowerBound(f.uid()), f.uid(), f.bytes());
+    setValue(f.uid(), f.bytes());
   }
 }
 
-void message::setValueAt(std::size_t index, std::uint32_t uid, byte_view value) {
+/// Inserts a field of another message, whose entry is at `index` or belongs there.
+void message::setField(std::uint32_t index, bool held, const field& f) {
+  const byte_view value = f.bytes();
+  if (f.uid() >= flat::kFirstValue) {
+    flat::copyBytes(
+        held ? resizeValue(index, value.size()) : addValue(index, f.uid(), value.size()), value);
+  } else if (held) {
+    flat::setVal(flat::entry(data_, index), load32(value.data()));
+  } else {
+    addWord(index, f.uid(), load32(value.data()));
+  }
+}
+
+/// Copies `value`, which may stand in this message. Returns where it now is.
+unsigned char* message::setValue(std::uint32_t uid, byte_view value) {
   if (owns(value.data())) {
     const std::vector<unsigned char> apart(value.begin(), value.end());
-    flat::copyBytes(room(index, uid, apart.size()), apart);
-  } else {
-    flat::copyBytes(room(index, uid, value.size()), value);
+    return setValue(uid, apart);
   }
+  unsigned char* set = room(uid, value.size());
+  flat::copyBytes(set, value);
+  return set;
 }
 
 void message::erase(std::uint32_t uid) {
   if (!isKnownType(uid)) return;
-  const std::size_t index = indexOf(uid & (kTypeMask | kIdMask));
-  if (index != kAbsent) eraseAt(index);
+  const auto at = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
+  if (at.held) eraseAt(at.index);
 }
 
 // Array elements.
 
 void message::appendItem(std::uint32_t uid, byte_view element) {
-  const std::size_t index = lowerBound(uid);
-  const std::size_t held = holdsAt(index, uid) ? valueAt(index).size() : 0;
-  unsigned char* items = room(index, uid, std::uint64_t{held} + element.size());
+  const std::size_t held = valueOf(uid).size();
+  unsigned char* items = room(uid, std::uint64_t{held} + element.size());
   flat::copyBytes(items + held, element);
   flat::normalise(uid, items + held, element.size());
 }
@@ -83,11 +102,10 @@ void message::appendView(std::uint32_t uid, byte_view element) {
     const std::vector<unsigned char> apart(element.begin(), element.end());
     return appendView(uid, apart);
   }
-  const std::size_t index = lowerBound(uid);
-  if (!holdsAt(index, uid)) store32(room(index, uid, 4), 0);
+  if (!holds(uid)) store32(room(uid, flat::kListHead), 0);
 
-  const std::size_t held = valueAt(index).size();
-  unsigned char* list = room(index, uid, std::uint64_t{held} + 4 + element.size());
+  const std::size_t held = valueOf(uid).size();
+  unsigned char* list = room(uid, std::uint64_t{held} + flat::kListEnd + element.size());
   const std::size_t count = load32(list);
   unsigned char* bytes = list + 4 + 4 * count;
   const std::size_t length = held - 4 - 4 * count;
@@ -98,9 +116,7 @@ void message::appendView(std::uint32_t uid, byte_view element) {
 }
 
 void message::removeElement(std::uint32_t uid, std::uint32_t element) {
-  const std::size_t index = indexOf(uid);
-  if (index == kAbsent) return;
-  const byte_view held = valueAt(index);
+  const byte_view held = valueOf(uid);
   auto* items = const_cast<unsigned char*>(held.data());
   std::uint32_t kept = 0;
   for (std::size_t at = 0; at < held.size(); at += 4) {
@@ -108,45 +124,45 @@ void message::removeElement(std::uint32_t uid, std::uint32_t element) {
     store32(items + kept, item);
     if (item != element) kept += 4;
   }
-  if (kept != held.size()) resizeValue(index, kept);
+  if (kept != held.size()) room(uid, kept);
 }
 
-// Room. Entries and values that lie behind a change move once; offsets that grow are added up after.
+// Room. Entries and values that lie behind a change move once; offsets that grow are added up
+// after.
 
-/// Place for the value of `uid`, whose entry is at `index` or belongs there. What it held before stays
-/// as far as it fits.
-unsigned char* message::room(std::size_t index, std::uint32_t uid, std::uint64_t size) {
-  return holdsAt(index, uid) ? resizeValue(index, size) : addValue(index, uid, size);
+/// Place for the value of `uid`. What it held before stays as far as it fits.
+unsigned char* message::room(std::uint32_t uid, std::uint64_t size) {
+  const auto at = flat::table(data_).placeOf(uid);
+  return at.held ? resizeValue(at.index, size) : addValue(at.index, uid, size);
 }
 
 unsigned char* message::addValue(std::size_t index, std::uint32_t uid, std::uint64_t size) {
-  reserve(size_ + flat::kEntry + size + flat::padding(size));
+  reserve(length() + flat::kEntry + size + flat::padding(size));
   const auto padded = static_cast<std::uint32_t>(size) + flat::padding(size);
-  const std::uint32_t offset = offsetAt(index);
+  const std::uint32_t offset = flat::table(data_).offsetAt(flat::entry(data_, index));
   unsigned char* entry = flat::entry(data_, index);
   unsigned char* value = flat::entry(data_, count()) + offset;
-  unsigned char* end = data_ + size_;
+  unsigned char* end = data_ + length();
   std::memmove(value + flat::kEntry + padded, value, static_cast<std::size_t>(end - value));
   std::memmove(entry + flat::kEntry, entry, static_cast<std::size_t>(value - entry));
-  size_ += flat::kEntry + padded;
-  store32(data_, load32(data_) + 1);
+  grow(data_, flat::kEntry + padded, 1, 0);
   store32(entry, uid);
-  setVal(entry, offset);
+  flat::setVal(entry, offset);
   shiftOffsets(index + 1, padded);
   return closeValue(index, static_cast<std::uint32_t>(size));
 }
 
 unsigned char* message::resizeValue(std::size_t index, std::uint64_t size) {
-  const std::uint32_t begin = offsetAt(index);
-  const std::uint32_t end = offsetAt(index + 1);
+  const std::uint32_t begin = flat::table(data_).offsetAt(flat::entry(data_, index));
+  const std::uint32_t end = flat::table(data_).offsetAt(flat::entry(data_, index + 1));
   const std::uint64_t padded = size + flat::padding(size);
   if (padded != end - begin) {
-    reserve(size_ - (end - begin) + padded);
+    reserve(length() - (end - begin) + padded);
     unsigned char* heap = flat::entry(data_, count());
-    const auto rest = static_cast<std::size_t>(data_ + size_ - (heap + end));
+    const auto rest = static_cast<std::size_t>(data_ + length() - (heap + end));
     std::memmove(heap + begin + padded, heap + end, rest);
     const std::uint32_t delta = static_cast<std::uint32_t>(padded) - (end - begin);
-    size_ += delta;
+    grow(data_, delta, 0, 0);
     shiftOffsets(index + 1, delta);
   }
   return closeValue(index, static_cast<std::uint32_t>(size));
@@ -157,42 +173,36 @@ unsigned char* message::closeValue(std::size_t index, std::uint32_t size) {
   unsigned char* entry = flat::entry(data_, index);
   const std::uint32_t offset = flat::val(entry) & ~flat::kPadMask;
   const std::uint32_t pad = flat::padding(size);
-  setVal(entry, offset | pad);
+  flat::setVal(entry, offset | pad);
   unsigned char* value = flat::entry(data_, count()) + offset;
   std::memset(value + size, 0, pad);
   return value;
 }
 
 void message::addWord(std::size_t index, std::uint32_t uid, std::uint32_t value) {
-  reserve(std::uint64_t{size_} + flat::kEntry);
+  reserve(std::uint64_t{length()} + flat::kEntry);
   unsigned char* entry = flat::entry(data_, index);
-  std::memmove(entry + flat::kEntry, entry, static_cast<std::size_t>(data_ + size_ - entry));
-  size_ += flat::kEntry;
-  store32(data_, load32(data_) + 1);
-  store32(data_ + 4, load32(data_ + 4) + 1);
+  std::memmove(entry + flat::kEntry, entry, static_cast<std::size_t>(data_ + length() - entry));
+  grow(data_, flat::kEntry, 1, 1);
   store32(entry, uid);
-  setVal(entry, value);
+  flat::setVal(entry, value);
 }
 
 void message::eraseAt(std::size_t index) {
   unsigned char* entry = flat::entry(data_, index);
-  const bool isWordField = flat::uid(entry) < flat::kFirstValue;
-  if (isWordField) {
-    store32(data_ + 4, load32(data_ + 4) - 1);
-  } else {
-    resizeValue(index, 0);
-  }
-  std::memmove(entry, entry + flat::kEntry,
-               static_cast<std::size_t>(data_ + size_ - (entry + flat::kEntry)));
-  size_ -= flat::kEntry;
-  store32(data_, load32(data_) - 1);
+  const std::uint32_t word = flat::uid(entry) < flat::kFirstValue;
+  if (word == 0) resizeValue(index, 0);
+  unsigned char* next = entry + flat::kEntry;
+  std::memmove(entry, next, static_cast<std::size_t>(data_ + length() - next));
+  grow(data_, -flat::kEntry, -1u, -word);
 }
 
 /// Moves the offsets of the entries from `first` on; `delta` wraps where they shrink.
 void message::shiftOffsets(std::size_t first, std::uint32_t delta) {
   const unsigned char* end = flat::entry(data_, count());
   for (unsigned char* entry = flat::entry(data_, first); entry < end; entry += flat::kEntry) {
-    setVal(entry, flat::val(entry) + delta);
+    // The offset is the entry's upper half; a carry out of it is dropped, as it should be.
+    store64(entry, load64(entry) + (std::uint64_t{delta} << 32));
   }
 }
 

@@ -1,5 +1,4 @@
 #include "platform/errors.h"
-
 #include "platform/keys.h"
 #include "platform/message.h"
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "platform/message.h"
+#include "platform/src/flat_table.h"
 #include "platform/src/flat_writer.h"
 
 namespace nv {
@@ -22,7 +23,9 @@ struct needs {
       heap += f.bytes().size() + flat::padding(f.bytes().size());
     }
   }
-  std::uint64_t size() const { return flat::kHeader + flat::kEntry * std::uint64_t{fields} + heap; }
+  std::uint64_t length() const {
+    return flat::kHeader + flat::kEntry * std::uint64_t{fields} + heap;
+  }
 };
 
 void write(flat::writer& writer, const field& f) {
@@ -53,17 +56,19 @@ constexpr std::size_t kFewFields = 8;
 void message::merge(const message& other) {
   if (this == &other) return;
   if (other.count() > kFewFields) return mergeAll(other);
-  for (const field f : other) insert(f);
+  for (const field f : other) {
+    const auto at = flat::table(data_).placeOf(f.uid());
+    setField(at.index, at.held, f);
+  }
 }
 
 void message::mergeAll(const message& other) {
   needs all;
   forEachMerged(*this, other, [&](const field& f) { all.add(f); });
   message merged;
-  merged.reserve(all.size());
-  flat::writer writer(merged.data_, all.fields, all.words);
+  merged.reserve(all.length());
+  flat::writer writer(merged.data_, all.length(), all.fields, all.words);
   forEachMerged(*this, other, [&](const field& f) { write(writer, f); });
-  merged.size_ = static_cast<std::uint32_t>(all.size());
   *this = std::move(merged);
 }
 
@@ -78,12 +83,11 @@ void message::exclude(const message& other) {
   }
   if (kept.fields == count()) return;
   message rest;
-  rest.reserve(kept.size());
-  flat::writer writer(rest.data_, kept.fields, kept.words);
+  rest.reserve(kept.length());
+  flat::writer writer(rest.data_, kept.length(), kept.fields, kept.words);
   for (const field f : *this) {
     if (isKept(f)) write(writer, f);
   }
-  rest.size_ = static_cast<std::uint32_t>(kept.size());
   *this = std::move(rest);
 }
 
@@ -91,10 +95,13 @@ void merge(message& target, const message& source, message& prior) {
   if (&target == &source) return;
   if (&prior == &source) return merge(target, message(source), prior);
   for (const field f : source) {
-    const auto old = target.find(f.uid());
-    if (old && *old == f) continue;
-    if (old) prior.insert(*old);
-    target.insert(f);
+    const auto at = flat::table(target.data_).placeOf(f.uid());
+    if (at.held) {
+      const field old = target.fieldAt(at.index);
+      if (old == f) continue;
+      prior.insert(old);
+    }
+    target.setField(at.index, at.held, f);
   }
 }
 

@@ -142,10 +142,9 @@ void RecordTables::remove(std::string_view store, std::uint32_t id) {
 std::string RecordTables::end() {
   if (failure_ == SQLITE_OK) note(db_->run("COMMIT"));
   if (failure_ == SQLITE_OK) return {};
-  std::string error = db_->error(failure_);
   if (!sqlite3_get_autocommit(db_->handle())) db_->run("ROLLBACK");
   loadTables();
-  return error;
+  return SqliteDb::error(failure_);
 }
 
 RecordTables::Table& RecordTables::made(std::string_view store) {

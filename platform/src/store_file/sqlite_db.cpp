@@ -18,12 +18,8 @@ int SqliteDb::run(const char* sql) {
   return sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr);
 }
 
-std::string SqliteDb::error(int code) const {
-  const int kind = code & 0xff;
-  if (kind == SQLITE_FULL) return systemError(ENOSPC);
-  const int reason = sqlite3_system_errno(db_.get());
-  if (reason != 0 && (kind == SQLITE_IOERR || kind == SQLITE_CANTOPEN)) return systemError(reason);
-  return sqlite3_errstr(code);
+std::string SqliteDb::error(int code) {
+  return (code & 0xff) == SQLITE_FULL ? systemError(ENOSPC) : sqlite3_errstr(code);
 }
 
 void SqliteDb::foldLogOnClose(bool fold) {

@@ -21,8 +21,8 @@ class SqliteDb {
   int status() const { return status_; }
   /// Runs SQL that gives no rows worth reading.
   int run(const char* sql);
-  /// Why a call gave `code`, in the system's words where it was the system.
-  std::string error(int code) const;
+  /// What a result code means.
+  static std::string error(int code);
   /// Whether closing copies the log into the file (so it does at first), or leaves both as they are.
   void foldLogOnClose(bool fold);
 

@@ -1,0 +1,210 @@
+// A message against a plain map of values, over random edits of all fourteen types.
+#include <map>
+#include <variant>
+
+#include <gtest/gtest.h>
+
+#include "platform/message.h"
+#include "tests/support/random_message.h"
+
+namespace nv {
+namespace {
+
+using value = std::variant<bool, std::uint32_t, std::uint64_t, addr6, std::string, flat_message,
+                           std::vector<unsigned char>, std::vector<std::uint32_t>,
+                           std::vector<std::uint64_t>, std::vector<addr6>, std::vector<std::string>,
+                           std::vector<flat_message>, std::vector<std::vector<unsigned char>>>;
+using model = std::map<std::uint32_t, value>;
+
+constexpr unsigned kIds = 5;
+
+class edits {
+ public:
+  explicit edits(unsigned seed) : random_(seed) {}
+
+  void step() {
+    switch (random_.below(12)) {
+      case 0:
+      case 1:
+      case 2: return insert();
+      case 3: return remove();
+      case 4: return append();
+      case 5: return removeElement();
+      case 6: return insertViewOfItself();
+      case 7: return merge();
+      case 8: return mergeWithPrior();
+      case 9: return exclude();
+      case 10: return travel();
+      default: return rebuild();
+    }
+  }
+
+  void verify() {
+    ASSERT_EQ(message::check(message_.bytes()), "");
+    ASSERT_EQ(message_.count(), model_.size());
+    auto expected = model_.begin();
+    for (const field f : message_) {
+      ASSERT_EQ(f.uid(), expected->first);
+      withId(f.uid(), [&](auto id) { verifyField(id, expected->second); });
+      ++expected;
+    }
+    message shuffled;
+    for (auto it = model_.rbegin(); it != model_.rend(); ++it) put(shuffled, it->first, it->second);
+    ASSERT_EQ(message_, shuffled) << "the order of edits shows";
+  }
+
+ private:
+  template <TypedId T>
+  void verifyField(T id, const value& expected) {
+    const auto& own = std::get<typename IdTraits<T>::type>(expected);
+    ASSERT_TRUE(message_.has(id));
+    ASSERT_EQ(message_.get(id), own);
+    if constexpr (ArrayId<T>) {
+      ASSERT_EQ(message_.size(id), own.size());
+    }
+  }
+
+  static void put(message& m, std::uint32_t uid, const value& v) {
+    withId(uid, [&](auto id) { m.insert(id, std::get<typename IdTraits<decltype(id)>::type>(v)); });
+  }
+
+  value randomValue(std::uint32_t uid) {
+    value made;
+    withId(uid, [&](auto id) { made = random_.value<decltype(id)>(); });
+    return made;
+  }
+
+  model randomModel(unsigned fields) {
+    model made;
+    for (unsigned k = 0; k < fields; ++k) {
+      const std::uint32_t uid = random_.uid(kIds);
+      made[uid] = !model_.contains(uid) || random_.oneIn(2) ? randomValue(uid) : model_[uid];
+    }
+    return made;
+  }
+
+  static message build(const model& fields) {
+    message m;
+    for (const auto& [uid, v] : fields) put(m, uid, v);
+    return m;
+  }
+
+  void insert() {
+    const std::uint32_t uid = random_.uid(kIds);
+    model_[uid] = randomValue(uid);
+    put(message_, uid, model_[uid]);
+  }
+
+  void remove() {
+    const std::uint32_t uid = random_.uid(kIds);
+    model_.erase(uid);
+    withId(uid, [&](auto id) { message_.remove(id); });
+  }
+
+  void append() {
+    withId(random_.uid(kIds) | 0x80000000, [&]<TypedId T>(T id) {
+      if constexpr (ArrayId<T>) {
+        using list = typename IdTraits<T>::type;
+        const list added = random_.value<T>();
+        if (!added.empty() || model_.contains(id.uid())) model_.try_emplace(id.uid(), list{});
+        for (const auto& element : added) {
+          std::get<list>(model_[id.uid()]).push_back(element);
+          message_[id].append(element);
+        }
+      }
+    });
+  }
+
+  void removeElement() {
+    const u32_array_id id(1 + random_.below(kIds));
+    const unsigned element = random_.below(4);
+    if (const auto it = model_.find(id.uid()); it != model_.end()) {
+      std::erase(std::get<std::vector<std::uint32_t>>(it->second), element);
+    }
+    message_.remove(id, element);
+    EXPECT_FALSE(message_.hasElem(id, element));
+  }
+
+  void insertViewOfItself() {
+    const string_id from(1 + random_.below(kIds));
+    const string_id to(1 + random_.below(kIds));
+    model_[to.uid()] = message_.get(from);
+    message_.insert(to, message_.view(from));
+  }
+
+  void merge() {
+    if (random_.oneIn(8)) return message_.merge(message_);
+    const model other = randomModel(random_.below(20));
+    message_.merge(build(other));
+    for (const auto& [uid, v] : other) model_[uid] = v;
+  }
+
+  void mergeWithPrior() {
+    const model other = randomModel(random_.below(6));
+    message prior;
+    message expected;
+    for (const auto& [uid, v] : other) {
+      const auto old = model_.find(uid);
+      if (old != model_.end() && old->second != v) put(expected, uid, old->second);
+      model_[uid] = v;
+    }
+    nv::merge(message_, build(other), prior);
+    EXPECT_EQ(prior, expected);
+  }
+
+  void exclude() {
+    const model other = randomModel(random_.below(20));
+    message_.exclude(build(other));
+    for (const auto& [uid, v] : other) {
+      const auto own = model_.find(uid);
+      if (own != model_.end() && own->second == v) model_.erase(own);
+    }
+  }
+
+  /// Out through the flat form and back, with copies, moves and swaps on the way.
+  void travel() {
+    std::vector<unsigned char> flat(random_.below(64), 0xee);
+    message_.flatten(flat);
+    ASSERT_EQ(flat.size(), message_.max_length());
+    message back{flat_message(flat)};
+    message copy = back;
+    ASSERT_EQ(copy, message_);
+    message_.clear();
+    message_ = random_.oneIn(2) ? back : std::move(copy);
+    message other;
+    other.swap(message_);
+    message_ = std::move(other);
+  }
+
+  /// Built from a list of fields at once, in descending order.
+  void rebuild() {
+    std::vector<field_value> list;
+    for (auto it = model_.rbegin(); it != model_.rend(); ++it) {
+      withId(it->first, [&](auto id) {
+        list.emplace_back(id, std::get<typename IdTraits<decltype(id)>::type>(it->second));
+      });
+    }
+    message_ = message(std::span<const field_value>(list));
+  }
+
+  testkit::random_source random_;
+  message message_;
+  model model_;
+};
+
+TEST(MessageModel, RandomEditsLeaveWhatAPlainMapHolds) {
+  const unsigned base = static_cast<unsigned>(::testing::UnitTest::GetInstance()->random_seed());
+  for (unsigned run = 0; run < 20; ++run) {
+    const unsigned seed = base + run;
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    edits edited(seed);
+    for (unsigned k = 0; k < 300; ++k) {
+      edited.step();
+      edited.verify();
+      if (HasFailure()) return;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace nv
