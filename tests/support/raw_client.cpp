@@ -64,6 +64,7 @@ bool RawClient::readBytes(unsigned char* to, std::size_t size) {
   while (unread_.size() - readTo_ < size) {
     unsigned char buffer[65536];
     const auto got = ::recv(fd_, buffer, sizeof buffer, 0);
+    if (got < 0 && errno == EINTR) continue;  // stopped and continued
     if (got <= 0) {
       ended_ = got == 0 || errno == ECONNRESET;
       return false;

@@ -70,10 +70,10 @@ TEST_F(Disk, ACommitThatFailsIsAnErrorToWhoWaitsAndEndsTheProcess) {
   service.limitFiles(std::filesystem::file_size(log) + 10000);
   const auto reply = client.ask(setText(1, std::string(100000, 'n')));
   EXPECT_EQ(errorCode(reply), err::notStored);
-  EXPECT_EQ(getError(reply), "file too large");
+  EXPECT_NE(getError(reply), "");
   EXPECT_TRUE(client.isCut());
   EXPECT_EQ(service.wait(), Looper::kNotStored);
-  EXPECT_EQ(service.said(), "store: changes are lost: file too large\n");
+  EXPECT_EQ(service.said(), "store: changes are lost: " + getError(reply) + "\n");
 
   service.limitFiles(std::nullopt);
   ASSERT_TRUE(restart()) << service.said();

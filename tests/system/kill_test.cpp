@@ -7,12 +7,12 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <random>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "platform/commands.h"
+#include "tests/support/random.h"
 #include "tests/support/raw_client.h"
 #include "tests/support/text_map.h"
 #include "tests/system/service_process.h"
@@ -76,9 +76,9 @@ class Writer {
   };
 
   message change() {
-    Change next{++lastTag_, firstId_ + upTo(kTextsOfAWriter - 1), {}};
+    Change next{++lastTag_, firstId_ + random_.below(kTextsOfAWriter), {}};
     const bool there = latest_.contains(next.id);
-    if (!there || upTo(3) != 0) next.text = std::string(upTo(3000), letter());
+    if (!there || random_.below(4) != 0) next.text = std::string(random_.below(3000), letter());
     auto request = !next.text ? command(cmd::removeObj, next.id)
                    : there    ? setText(next.id, *next.text)
                               : addText(next.id, *next.text);
@@ -94,11 +94,10 @@ class Writer {
       texts.erase(change.id);
   }
 
-  unsigned upTo(unsigned most) { return std::uniform_int_distribution<unsigned>(0, most)(random_); }
-  char letter() { return static_cast<char>('a' + upTo(25)); }
+  char letter() { return static_cast<char>('a' + random_.below(26)); }
 
   std::uint32_t firstId_, lastTag_ = 0;
-  std::mt19937 random_;
+  Random random_;
   Texts acknowledged_, latest_;
   std::deque<Change> unanswered_;
 };
@@ -122,11 +121,11 @@ Texts readAll(const Place& place) {
 }
 
 TEST(Kill, EveryAcknowledgedChangeIsThereAndNoneIsHalfThere) {
-  const auto seed = std::random_device()();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
+  Random random;
+  SCOPED_TRACE(random.seed());
   std::vector<std::unique_ptr<Writer>> writers;
-  for (unsigned i = 0; i < kWriters; ++i) writers.push_back(std::make_unique<Writer>(i, random()));
+  for (unsigned i = 0; i < kWriters; ++i)
+    writers.push_back(std::make_unique<Writer>(i, random.below(1000000)));
 
   Place place;
   ServiceProcess service(place);
@@ -137,7 +136,7 @@ TEST(Kill, EveryAcknowledgedChangeIsThereAndNoneIsHalfThere) {
     std::vector<std::thread> clients;
     for (auto& writer : writers)
       clients.emplace_back([&] { writer->write(place.socket(), answers); });
-    const int enough = std::uniform_int_distribution<int>(0, 200)(random);
+    const int enough = static_cast<int>(random.below(200));
     for (int seen = 0; seen < enough; seen = answers) answers.wait(seen);
     EXPECT_EQ(service.end(SIGKILL), -SIGKILL);
     for (auto& client : clients) client.join();

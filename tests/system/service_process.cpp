@@ -12,7 +12,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -69,18 +68,6 @@ int linesWith(const std::string& text, const std::string& part) {
   int found = 0;
   for (std::string line; std::getline(in, line);) found += line.find(part) != std::string::npos;
   return found;
-}
-
-Place::Place() {
-  std::string name = (std::filesystem::temp_directory_path() / "confkit-XXXXXX").string();
-  if (!mkdtemp(name.data())) std::abort();
-  folder_ = name;
-  chmod(name.c_str(), 0755);
-}
-
-Place::~Place() {
-  std::error_code ignored;
-  std::filesystem::remove_all(folder_, ignored);
 }
 
 ServiceProcess::ServiceProcess(const Place& place, std::filesystem::path storeFile)

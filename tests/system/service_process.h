@@ -10,6 +10,7 @@
 
 #include "platform/keys.h"
 #include "platform/message.h"
+#include "tests/support/temp_directory.h"
 
 namespace nv::testkit {
 
@@ -34,17 +35,15 @@ int linesWith(const std::string& text, const std::string& part);
 /// A bus directory and a store file that go with this object. Other users can reach the bus.
 class Place {
  public:
-  Place();
-  ~Place();
-  Place(const Place&) = delete;
+  Place() { std::filesystem::permissions(folder(), std::filesystem::perms(0755)); }
 
-  const std::filesystem::path& folder() const { return folder_; }
-  std::filesystem::path bus() const { return folder_ / "bus"; }
-  std::filesystem::path storeFile() const { return folder_ / "store.db"; }
+  const std::filesystem::path& folder() const { return folder_.path(); }
+  std::filesystem::path bus() const { return folder() / "bus"; }
+  std::filesystem::path storeFile() const { return folder() / "store.db"; }
   std::filesystem::path socket() const { return bus() / (std::to_string(kAddress) + ".sock"); }
 
  private:
-  std::filesystem::path folder_;
+  TempDirectory folder_;
 };
 
 /// Starts, signals and awaits the service. It does not outlive this object.
