@@ -1,5 +1,6 @@
 /// Bytes that are no requests: who sends them is cut, and nobody else notices.
 
+#include <algorithm>
 #include <csignal>
 
 #include <gtest/gtest.h>
@@ -46,8 +47,9 @@ class BadFrames : public ::testing::Test {
 };
 
 TEST_F(BadFrames, CutTheirConnectionWithOneLineOfDiagnosis) {
-  auto withBadBool = frameOf(command(cmd::get).insert(bool_id(1), true));
-  withBadBool[4 + 8 + 4] = 2;  // the value of the first entry
+  auto withBadFlag = frameOf(command(cmd::get).insert(bool_id(1), true));
+  const auto withFlag = frameOf(command(cmd::get).insert(bool_id(1), false));
+  *std::mismatch(withBadFlag.begin(), withBadFlag.end(), withFlag.begin()).first = 2;
   auto truncated = frameOf(command(cmd::get));
   truncated.pop_back();
   --truncated[0];
@@ -58,9 +60,9 @@ TEST_F(BadFrames, CutTheirConnectionWithOneLineOfDiagnosis) {
       {{0, 0, 16, 0x01}, "a frame of 17825792 bytes is over the limit"},
       {{0xff, 0xff, 0xff, 0xff}, "a frame of 4294967295 bytes is over the limit"},
       {{8, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8}, "a frame is malformed"},
-      {truncated, "a frame is malformed"},
-      {withBadBool, "a frame is malformed"},
-      {frameOf(nested(kDepth + 1)), "a frame is malformed"},
+      {truncated, "a frame is malformed: not as long as it says"},
+      {withBadFlag, "a frame is malformed: flag is neither 0 nor 1"},
+      {frameOf(nested(kDepth + 1)), "a frame is malformed: nested too deeply"},
       {frameOf(command(cmd::get).insert(key::frameKind, 1)),
        "a client sent something that is no request"},
   };
