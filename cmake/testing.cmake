@@ -20,8 +20,15 @@ function(confkit_test target)
                        PROPERTIES ${properties})
 endfunction()
 
-# confkit_script_test(<name> <script> <argument>...): a test that is a shell script.
+# confkit_script_test(<name> <script> <argument>...): a test that is a shell script. An argument stays one
+# argument, also when it is empty or a list, as CMAKE_CROSSCOMPILING_EMULATOR may be.
 function(confkit_script_test name script)
-  add_test(NAME ${CONFKIT_STAGE}.${name} COMMAND ${PROJECT_SOURCE_DIR}/${script} ${ARGN})
+  set(command "")
+  set(ARGV1 ${PROJECT_SOURCE_DIR}/${script})
+  math(EXPR last "${ARGC} - 1")
+  foreach(k RANGE 1 ${last})
+    string(APPEND command " [==[${ARGV${k}}]==]")
+  endforeach()
+  cmake_language(EVAL CODE "add_test(NAME ${CONFKIT_STAGE}.${name} COMMAND${command})")
   set_tests_properties(${CONFKIT_STAGE}.${name} PROPERTIES TIMEOUT ${CONFKIT_TEST_SECONDS})
 endfunction()

@@ -39,7 +39,7 @@ message undoOfRemove(Object& obj) {
 // Reading.
 
 message AMap::cmdGetObj(const message& request, std::uint32_t id) {
-  Object* const obj = lookUp(id);
+  Object* const obj = objects.get(id);
   if (obj == nullptr) return refusal(nv::err::noSuchObject);
   message reply;
   addManagedId(reply, *obj);
@@ -50,7 +50,7 @@ message AMap::cmdGetObj(const message& request, std::uint32_t id) {
 
 message AMap::cmdGetAll(const message& request, std::uint32_t startId, std::uint32_t count) {
   const bool fromFirst = startId == nv::kNoId;
-  if (!fromFirst && lookUp(startId) == nullptr) return refusal(nv::err::noSuchObject);
+  if (!fromFirst && !objects.contains(startId)) return refusal(nv::err::noSuchObject);
 
   const std::uint32_t flags = nv::getFlagsOf(request);
   message reply;
@@ -68,7 +68,7 @@ message AMap::cmdGetAll(const message& request, std::uint32_t startId, std::uint
 }
 
 message AMap::getObject(std::uint32_t id, std::uint32_t flags) {
-  Object* const obj = lookUp(id);
+  Object* const obj = objects.get(id);
   if (obj == nullptr) return {{nv::key::objectId, id}, {nv::key::absent, 1}};
   return recordOf(*obj, flags);
 }
@@ -116,7 +116,7 @@ void AMap::tellAdded(const message& request, Object& obj) {
 }
 
 message AMap::cmdSetObj(const message& request, std::uint32_t id) {
-  Object* const obj = lookUp(id);
+  Object* const obj = objects.get(id);
   if (obj == nullptr) return refusal(nv::err::noSuchObject);
   if (nv::managedIdOf(request) != obj->managedId()) return refusal(ErrorText::cantChangeManaged);
   if (isProtected(request, id)) return refusal(ErrorText::cantEditDynamic);
@@ -144,7 +144,7 @@ message AMap::cmdSetObj(const message& request, std::uint32_t id) {
 }
 
 message AMap::cmdRemoveObj(const message& request, std::uint32_t id) {
-  Object* const obj = lookUp(id);
+  Object* const obj = objects.get(id);
   if (obj == nullptr) return refusal(nv::err::noSuchObject);
   if (nv::managedIdOf(request) != obj->managedId()) return refusal(ErrorText::cantChangeManaged);
   if (isProtected(request, id)) return refusal(ErrorText::cantRemoveDynamic);
@@ -213,7 +213,7 @@ unsigned AMap::claimId(std::uint32_t& id) {
     id = allocateId();
   } else {
     if (id < ids.min() || id > ids.max()) return nv::err::noSuchObject;
-    if (ids.isAllocated(id) || lookUp(id) != nullptr) return nv::err::idInUse;
+    if (ids.isAllocated(id) || objects.contains(id)) return nv::err::idInUse;
     id = allocateId(id);
   }
   return id == nv::kNoId ? nv::err::idInUse : 0;
@@ -228,15 +228,11 @@ bool AMap::acceptsManaged() { return false; }
 // Small steps.
 
 message AMap::recordOf(Object& obj, std::uint32_t flags) {
-  message record{{nv::key::objectId, obj.id}};
+  message record;
+  record.insert(nv::key::objectId, obj.id);
   addManagedId(record, obj);
   obj.getConfig(record, flags);
   return record;
-}
-
-Object* AMap::lookUp(std::uint32_t id) const {
-  const auto at = objects.find(id);
-  return at == objects.end() ? nullptr : at->second;
 }
 
 bool AMap::isProtected(const message& request, std::uint32_t id) const {
@@ -245,9 +241,7 @@ bool AMap::isProtected(const message& request, std::uint32_t id) const {
 
 /// Takes the object out of the map without deleting it.
 std::unique_ptr<Object> AMap::takeOut(std::uint32_t id) {
-  const auto at = objects.find(id);
-  std::unique_ptr<Object> obj{at->second};
-  objects.erase(at);
+  std::unique_ptr<Object> obj{objects.take(id)};
   freeId(id);
   return obj;
 }

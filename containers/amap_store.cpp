@@ -72,7 +72,7 @@ void AMap::flushConfig() {
 }
 
 void AMap::flushObj(std::uint32_t id) {
-  Object* const obj = lookUp(id);
+  Object* const obj = objects.get(id);
   if (obj != nullptr && obj->isStorable()) {
     saveObj(obj);
   } else {
@@ -124,7 +124,7 @@ void AMap::restoreObj(const message& rec, std::uint32_t id, std::uint32_t flags)
 }
 
 std::uint32_t AMap::claimRestoredId(std::uint32_t id) {
-  const bool isTaken = id == nv::kNoId || isIdAllocated(id) || lookUp(id) != nullptr;
+  const bool isTaken = id == nv::kNoId || isIdAllocated(id) || objects.contains(id);
   if (isTaken) return allocateId();
   allocateId(id);
   return id;

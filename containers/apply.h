@@ -1,5 +1,5 @@
-/// How requests and records reach an element, and what becomes known of it: the steps that all containers
-/// share. Event-loop thread only.
+/// How requests and records reach an element, and what becomes known of it: the steps that all
+/// containers share. Event-loop thread only.
 #pragma once
 
 #include <cstdint>
@@ -24,8 +24,8 @@ inline ApplyMode applyMode(bool mergeOnSet) {
 /// Applies a request or a record. `flags` are those of `setConfig`.
 void apply(Object& obj, const message& in, std::uint32_t flags, ApplyMode mode);
 
-/// Applies a set request and returns the earlier values of the fields that it changed, without what it
-/// added. Plain mode returns nothing unless `undoable`.
+/// Applies a set request and returns the earlier values of the fields that it changed, without what
+/// it added. Plain mode returns nothing unless `undoable`.
 message applySet(Object& obj, const message& request, ApplyMode mode, bool undoable);
 
 /// What the element writes for `flags`.

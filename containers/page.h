@@ -9,8 +9,8 @@
 
 namespace nv {
 
-/// Gathers the flat forms of records, one behind the other, until the page is full: at most 1000 records and
-/// at most 16384 bytes of them, but always the first record whatever its size.
+/// Gathers the flat forms of records, one behind the other, until the page is full: at most 1000
+/// records and at most 16384 bytes of them, but always the first record whatever its size.
 class Page {
  public:
   static constexpr std::uint32_t kMaxRecords = 1000;

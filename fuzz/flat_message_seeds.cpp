@@ -20,7 +20,7 @@ void save(const std::string& path, const nv::message& m) {
 int main(int argc, char** argv) {
   if (argc != 2) return std::fprintf(stderr, "usage: %s <folder>\n", argv[0]), 2;
   const std::string folder = std::string(argv[1]) + "/";
-  nv::testing::random_source random(1);
+  nv::testkit::random_source random(1);
   for (std::uint32_t type = 0; type < 32; ++type) {
     nv::withId(type << 27 | 1, [&](auto id) {
       nv::message m;

@@ -1,7 +1,9 @@
 /// Ids in use, out of a range.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <map>
 
 #include "platform/export.h"
@@ -38,6 +40,12 @@ class CONFKIT_API Allocator {
   /// A loop that changes the allocator goes on at `lowerBound` instead.
   class CONFKIT_API iterator {
    public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = std::uint32_t;
+    using difference_type = std::ptrdiff_t;
+    using pointer = void;
+    using reference = std::uint32_t;
+
     iterator(Intervals::const_iterator at, Intervals::const_iterator end);
     std::uint32_t operator*() const { return id_; }
     iterator& operator++();

@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <string>
 
 #include "platform/export.h"
 #include "platform/limits.h"
+#include "platform/looper.h"
 #include "platform/transport.h"
 
 namespace nv {
@@ -25,6 +27,9 @@ struct ServiceOptions {
   Limits limits = {};
   /// See Platform::rights.
   std::function<std::uint32_t(const Peer&)> rights = {};
+  /// Options of the command line besides the two of every service, each with where its value goes:
+  /// `{"--hosts-file", &file}`. What the command line does not name stays as it is.
+  std::map<std::string, std::string*> moreOptions = {};
 };
 
 /// A service process: opens the store file, takes the address on the bus, runs the loop.
@@ -37,9 +42,10 @@ struct ServiceOptions {
 ///       return service.run();
 ///     }
 ///
-/// The command line may change two of the options: `--bus DIRECTORY` and `--store FILE`. Whatever keeps the
-/// service from starting (a wrong argument, a second instance, a store file that another process holds) is
-/// one line on the standard error stream, and the process ends with status 1.
+/// The command line may change two of the options, `--bus DIRECTORY` and `--store FILE`, and the
+/// service's own ones. Whatever keeps the service from starting (a wrong argument, a second
+/// instance, a store file that another process holds) is one line on the standard error stream, and
+/// the process ends with status 1.
 class CONFKIT_API Service {
  public:
   Service(int argc, char** argv, ServiceOptions options);

@@ -56,7 +56,8 @@ class CONFKIT_API StoreEngine {
   virtual std::optional<Outcome> outcome() = 0;
   /// The same, waiting for it. Requires: a batch is being written.
   virtual Outcome wait() = 0;
-  /// `wake` is called from any thread when an outcome can be taken.
+  /// `wake` is called, from any thread, when an outcome can be taken; it must not call the engine. Once a
+  /// later call of onOutcome has returned the earlier `wake` is called no more. Empty: nothing is called.
   virtual void onOutcome(std::function<void()> wake) = 0;
 
   /// Why changes cannot be taken now (such as a full disk), empty when they can. Asked before a change is

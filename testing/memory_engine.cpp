@@ -4,7 +4,7 @@
 #include <cassert>
 #include <utility>
 
-namespace nv::testing {
+namespace nv::testkit {
 
 void MemoryEngine::commit() {
   if (!underWay_) return;
@@ -70,4 +70,4 @@ void MemoryEngine::apply(StoreChange& change) {
     stores_.remove(name, change.id);
 }
 
-}  // namespace nv::testing
+}  // namespace nv::testkit

@@ -11,7 +11,7 @@
 #include "platform/store_engine.h"
 #include "testing/memory_stores.h"
 
-namespace nv::testing {
+namespace nv::testkit {
 
 /// Commits into MemoryStores: at once, or when the test says so, or not at all. What was not committed is
 /// lost with the engine. Loop thread only.
@@ -63,4 +63,4 @@ class MemoryEngine : public StoreEngine {
   std::optional<unsigned> changesLeft_;
 };
 
-}  // namespace nv::testing
+}  // namespace nv::testkit

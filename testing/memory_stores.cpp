@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace nv::testing {
+namespace nv::testkit {
 
 bool MemoryStores::has(std::string_view store) const { return stores_.contains(store); }
 
@@ -26,4 +26,4 @@ void MemoryStores::remove(std::string_view store, std::uint32_t id) {
   stores_[std::string(store)].erase(id);
 }
 
-}  // namespace nv::testing
+}  // namespace nv::testkit

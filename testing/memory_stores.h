@@ -8,7 +8,7 @@
 
 #include "platform/message.h"
 
-namespace nv::testing {
+namespace nv::testkit {
 
 /// Named sets of records in memory, as a device's disk would hold them: a MemoryEngine writes into them, a
 /// restart is a new engine on the same MemoryStores. A test reads and writes them from outside, any record
@@ -32,4 +32,4 @@ class MemoryStores {
   std::map<std::string, Records, std::less<>> stores_;
 };
 
-}  // namespace nv::testing
+}  // namespace nv::testkit

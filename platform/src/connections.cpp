@@ -1,5 +1,6 @@
 #include "platform/src/connections.h"
 
+#include <algorithm>
 #include <array>
 #include <iostream>
 #include <utility>
@@ -10,6 +11,8 @@ namespace nv {
 
 namespace {
 constexpr std::size_t kHeaderBytes = 4;
+// Pages, undo records and the like nest what a request brought deeper, and must still be readable.
+constexpr unsigned kRequestDepth = message::kMaxDepth - 8;
 
 std::size_t readLength(std::span<const unsigned char> header) {
   return header[0] | std::size_t{header[1]} << 8 | std::size_t{header[2]} << 16 |
@@ -26,7 +29,10 @@ bool isSystem(std::uint32_t rights) { return static_cast<std::int32_t>(rights) <
 
 Connections::Connections(std::unique_ptr<Transport> transport, const Limits& limits, Rights rights,
                          ConnectionEvents& events)
-    : limits_(limits), rights_(std::move(rights)), events_(events), transport_(std::move(transport)) {
+    : limits_(limits),
+      rights_(std::move(rights)),
+      events_(events),
+      transport_(std::move(transport)) {
   if (transport_) transport_->start(*this);
 }
 
@@ -49,12 +55,15 @@ std::uint32_t Connections::to(std::uint32_t address) {
 
 bool Connections::claimReply(std::uint32_t connection, std::uint32_t tag) {
   const auto found = connections_.find(connection);
-  return found != connections_.end() && found->second.inFlight.erase(tag) == 1;
+  if (found == connections_.end()) return false;
+  const auto request = found->second.inFlight.find(tag);
+  return request != found->second.inFlight.end() && !std::exchange(request->second, true);
 }
 
 void Connections::send(std::uint32_t connection, Frame kind, std::uint32_t tag, message msg) {
   const auto found = connections_.find(connection);
   if (found == connections_.end()) return;
+  if (kind == Frame::reply) found->second.inFlight.erase(tag);
   if (kind == Frame::request)
     msg.remove(key::frameKind);
   else
@@ -99,28 +108,45 @@ std::size_t Connections::queued(std::uint32_t number, const Connection& connecti
   return transport_->queued(number) + connection.expectedBytes;
 }
 
+bool Connections::isCongested(std::uint32_t number) const {
+  const auto found = connections_.find(number);
+  return found != connections_.end() && queued(number, found->second) > limits_.queuedBytes;
+}
+
 bool Connections::congested(std::uint32_t connection) {
-  const auto found = connections_.find(connection);
-  if (found == connections_.end() || queued(connection, found->second) <= limits_.queuedBytes) return false;
+  if (!isCongested(connection)) return false;
   congested_.insert(connection);
   return true;
 }
 
+bool Connections::hasRelieved() const {
+  return std::any_of(congested_.begin(), congested_.end(),
+                     [this](std::uint32_t number) { return !isCongested(number); });
+}
+
 std::vector<std::uint32_t> Connections::takeRelieved() {
   std::vector<std::uint32_t> relieved;
-  for (const auto number : congested_) {
-    const auto found = connections_.find(number);
-    if (found == connections_.end() || queued(number, found->second) <= limits_.queuedBytes)
-      relieved.push_back(number);
-  }
-  for (const auto number : relieved) {
-    congested_.erase(number);
-    const auto found = connections_.find(number);
-    if (found == connections_.end() || !found->second.readingPaused) continue;
-    found->second.readingPaused = false;
-    transport_->pauseReading(number, false);
-  }
+  for (const auto number : congested_)
+    if (!isCongested(number)) relieved.push_back(number);
+  for (const auto number : relieved) congested_.erase(number);
+  for (const auto number : relieved) resume(number);
   return relieved;
+}
+
+void Connections::pauseIfCongested(std::uint32_t number) {
+  const auto found = connections_.find(number);
+  if (found == connections_.end() || found->second.readingPaused || !congested(number)) return;
+  found->second.readingPaused = true;
+  transport_->pauseReading(number, true);
+}
+
+void Connections::resume(std::uint32_t number) {
+  const auto found = connections_.find(number);
+  if (found == connections_.end() || !std::exchange(found->second.readingPaused, false)) return;
+  received(number, {});
+  const auto still = connections_.find(number);
+  if (still != connections_.end() && !still->second.readingPaused)
+    transport_->pauseReading(number, false);
 }
 
 Connections::Gone Connections::takeGone() { return std::exchange(gone_, {}); }
@@ -138,25 +164,27 @@ void Connections::accepted(std::uint32_t connection, const Peer& peer) {
 void Connections::received(std::uint32_t connection, std::span<const unsigned char> bytes) {
   const auto found = connections_.find(connection);
   if (found == connections_.end()) return;
-  auto& partial = found->second.partial;
-  if (partial.empty()) {
-    const auto taken = takeFrames(connection, bytes);
-    const auto left = connections_.find(connection);  // a frame may have cut it
-    if (left != connections_.end())
-      left->second.partial.assign(bytes.begin() + static_cast<std::ptrdiff_t>(taken), bytes.end());
-    return;
+  // What is unread stays where it is: copied with each arrival, a frame that comes byte by byte
+  // would cost its length squared.
+  auto unread = std::exchange(found->second.unread, {});
+  if (unread.empty()) {
+    const auto rest = bytes.subspan(takeFrames(connection, bytes));
+    unread.assign(rest.begin(), rest.end());
+  } else {
+    unread.insert(unread.end(), bytes.begin(), bytes.end());
+    const auto taken = takeFrames(connection, unread);
+    unread.erase(unread.begin(), unread.begin() + static_cast<std::ptrdiff_t>(taken));
   }
-  partial.insert(partial.end(), bytes.begin(), bytes.end());
-  auto whole = std::exchange(partial, {});
-  const auto taken = takeFrames(connection, whole);
-  whole.erase(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(taken));
-  const auto left = connections_.find(connection);
-  if (left != connections_.end()) left->second.partial = std::move(whole);
+  const auto left = connections_.find(connection);  // a frame may have cut it
+  if (left != connections_.end()) left->second.unread = std::move(unread);
 }
 
-std::size_t Connections::takeFrames(std::uint32_t connection, std::span<const unsigned char> bytes) {
+std::size_t Connections::takeFrames(std::uint32_t connection,
+                                    std::span<const unsigned char> bytes) {
   std::size_t taken = 0;
-  while (bytes.size() - taken >= kHeaderBytes && connections_.contains(connection)) {
+  while (bytes.size() - taken >= kHeaderBytes) {
+    const auto found = connections_.find(connection);
+    if (found == connections_.end() || found->second.readingPaused) break;
     const auto rest = bytes.subspan(taken);
     const auto length = readLength(rest);
     if (length > limits_.frameBytes) {
@@ -166,14 +194,17 @@ std::size_t Connections::takeFrames(std::uint32_t connection, std::span<const un
     if (rest.size() - kHeaderBytes < length) break;
     taken += kHeaderBytes + length;
     frameArrived(connection, rest.subspan(kHeaderBytes, length));
+    pauseIfCongested(connection);
   }
   return taken;
 }
 
 void Connections::frameArrived(std::uint32_t number, std::span<const unsigned char> bytes) {
-  auto msg = message::parse(bytes);
-  if (!msg) return cut(number, "a frame is malformed");
   auto& connection = connections_.at(number);
+  const auto depth = connection.client ? kRequestDepth : message::kMaxDepth;
+  auto msg = message::parse(bytes, depth);
+  if (!msg)
+    return cut(number, "a frame is malformed: " + std::string(message::check(bytes, depth)));
   const auto kind = frameKind(*msg);
   if (connection.client) {
     if (kind != Frame::request) return cut(number, "a client sent something that is no request");
@@ -194,20 +225,21 @@ void Connections::requestArrived(std::uint32_t number, Connection& connection, m
   request.insert_vector(key::requester, number);
   request.insert(key::rights, grantedRights(connection, request));
   if (tag != 0) {
-    if (connection.inFlight.size() == limits_.requestsInFlight)
-      return send(number, Frame::reply, tag, errorMsg(err::tooMany, "too many requests wait for an answer"));
-    if (!connection.inFlight.insert(tag).second)
+    if (connection.inFlight.size() == limits_.requestsInFlight &&
+        !connection.inFlight.contains(tag))
+      return refuse(number, tag, "too many requests wait for an answer");
+    if (!connection.inFlight.emplace(tag, false).second)
       return cut(number, "two requests carry one tag");
-  }
-  if (!connection.readingPaused && queued(number, connection) > limits_.queuedBytes) {
-    connection.readingPaused = true;
-    congested_.insert(number);
-    transport_->pauseReading(number, true);
   }
   events_.requestArrived(std::move(request));
 }
 
-std::uint32_t Connections::grantedRights(const Connection& connection, const message& request) const {
+void Connections::refuse(std::uint32_t number, std::uint32_t tag, std::string_view why) {
+  send(number, Frame::reply, tag, errorMsg(err::tooMany, why));
+}
+
+std::uint32_t Connections::grantedRights(const Connection& connection,
+                                         const message& request) const {
   const auto asked = request.get(key::rights, kSystemRights);
   if (isSystem(asked)) return connection.rights;
   return isSystem(connection.rights) ? asked : asked & connection.rights;

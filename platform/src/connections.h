@@ -8,7 +8,6 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "platform/limits.h"
@@ -42,7 +41,8 @@ class Connections : public TransportEvents {
   /// The connection to a service, made when there is none; 0 when nobody listens there.
   std::uint32_t to(std::uint32_t address);
 
-  /// Takes a request's tag as answered. False: it is not awaited (any more), or the connection is gone.
+  /// Marks a request as answered; it stays in flight until the answer is sent. False: it is not awaited (any
+  /// more), or the connection is gone.
   bool claimReply(std::uint32_t connection, std::uint32_t tag);
   void send(std::uint32_t connection, Frame kind, std::uint32_t tag, message msg);
   /// What has been sent since the last call leaves.
@@ -58,9 +58,9 @@ class Connections : public TransportEvents {
   /// Whether so much is queued that notifications should wait. The connection is then among those that
   /// `takeRelieved` returns later.
   bool congested(std::uint32_t connection);
-  /// The connections that were congested and are not any more.
+  /// The connections that were congested and are not any more. The requests that waited for this are handled.
   std::vector<std::uint32_t> takeRelieved();
-  bool hasCongested() const { return !congested_.empty(); }
+  bool hasRelieved() const;
 
   /// The connections that have ended since the last call: their numbers, clients' and others.
   struct Gone {
@@ -81,17 +81,22 @@ class Connections : public TransportEvents {
     Peer peer;                              // of a client
     std::uint32_t rights = 0;               // of a client
     std::uint32_t address = 0;              // of a service
-    std::vector<unsigned char> partial;     // the beginning of a frame
-    std::unordered_set<std::uint32_t> inFlight;
+    std::vector<unsigned char> unread;      // the beginning of a frame; whole ones while paused
+    std::unordered_map<std::uint32_t, bool> inFlight;  // by tag: whether it is answered
     std::size_t subscriptions = 0;
     std::size_t expectedBytes = 0;
     bool readingPaused = false;
   };
 
-  /// Handles the whole frames at the front of `bytes` and returns how many bytes they took.
+  /// Handles the whole frames at the front of `bytes`, until the connection is congested, and returns how many
+  /// bytes they took.
   std::size_t takeFrames(std::uint32_t connection, std::span<const unsigned char> bytes);
   void frameArrived(std::uint32_t connection, std::span<const unsigned char> bytes);
   void requestArrived(std::uint32_t number, Connection& connection, message request);
+  void pauseIfCongested(std::uint32_t number);
+  void resume(std::uint32_t number);
+  bool isCongested(std::uint32_t number) const;
+  void refuse(std::uint32_t number, std::uint32_t tag, std::string_view why);
   std::uint32_t grantedRights(const Connection& connection, const message& request) const;
   std::size_t queued(std::uint32_t number, const Connection& connection) const;
   void cut(std::uint32_t connection, std::string_view why);

@@ -100,11 +100,12 @@ void Looper::Impl::request(std::uint32_t tag, message msg) {
 
 void Looper::Impl::reply(const message& request, message msg) {
   const auto route = msg.get(key::route);
+  const auto to = route.empty() ? requesterOf(request) : route[0];
   const auto tag = request.get(key::tag);
-  if (route.empty() || tag == 0) return;
-  if (route[0] != kSelf && !connections.claimReply(route[0], tag)) return;
+  if (tag == 0) return;
+  if (to != kSelf && !connections.claimReply(to, tag)) return;
   if (request.get(key::settled)) settleTurn();
-  say({Outgoing::Kind::reply, route[0], tag, std::move(msg)});
+  say({Outgoing::Kind::reply, to, tag, std::move(msg)});
 }
 
 void Looper::Impl::notify(std::uint32_t connection, std::uint32_t tag, message msg) {
@@ -164,8 +165,11 @@ void Looper::Impl::waitForEvents(bool mayWait) {
 
 bool Looper::Impl::hasWork() const {
   const auto due = timers.nextDue();
-  return (due && *due <= now()) || !localWork.empty() || connections.hasGone() || !toFlush.empty() ||
-         stopping || (stores && stores->gathering() && !stores->writing() && !stores->failed() && !lingerUntil_);
+  const bool batchWaits = stores && stores->gathering() && !stores->writing() &&
+                          !stores->failed() && !lingerUntil_;
+  // What was said between two passes, before the first one above all, is ready to leave.
+  return (due && *due <= now()) || !localWork.empty() || !toFlush.empty() || outbox.hasReady() ||
+         connections.hasGone() || connections.hasRelieved() || stopping || batchWaits;
 }
 
 std::optional<microseconds> Looper::Impl::timeToSleep() const {
@@ -173,7 +177,7 @@ std::optional<microseconds> Looper::Impl::timeToSleep() const {
   if (const auto due = timers.nextDue()) sleep = std::chrono::milliseconds(*due - now());
   if (lingerUntil_) {
     const auto left = std::chrono::duration_cast<microseconds>(*lingerUntil_ - steady_clock::now());
-    sleep = std::clamp(left, microseconds{0}, sleep.value_or(left));
+    sleep = std::max(microseconds{0}, std::min(left, sleep.value_or(left)));
   }
   return sleep;
 }

@@ -50,7 +50,7 @@ void message::setList(std::uint32_t uid, const byte_list& list) {
     ownsAny |= owns(element.data());
   });
   if (!ownsAny) return flat::writeList(room(uid, size), list);
-  std::vector<unsigned char> apart(size);
+  std::vector<unsigned char> apart(static_cast<std::size_t>(size));
   flat::writeList(apart.data(), list);
   setValue(uid, apart);
 }

@@ -34,7 +34,8 @@ class Outbox {
   /// Takes out everything that waits for the disk.
   std::vector<Outgoing> takeHeld();
 
-  bool turnIsEmpty() const { return turn_.empty(); }
+  /// Whether something that waits for nothing has not been delivered yet.
+  bool hasReady() const { return !ready_.empty(); }
 
  private:
   struct Held {

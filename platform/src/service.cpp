@@ -26,16 +26,33 @@ constexpr const char* kStoreDirectory = "/var/lib/confkit";
 
 bool isWord(std::string_view name) {
   return !name.empty() && std::isalpha(static_cast<unsigned char>(name[0])) &&
-         std::all_of(name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) || c == '-'; });
+         std::all_of(name.begin(), name.end(),
+                     [](unsigned char c) { return std::isalnum(c) || c == '-'; });
+}
+
+std::string usage(const char* program, const ServiceOptions& options) {
+  auto text = "usage: " + std::string(program) + " [--bus DIRECTORY] [--store FILE]";
+  for (const auto& [option, value] : options.moreOptions) text += " [" + option + " VALUE]";
+  return text;
+}
+
+/// Whether `option` is one, and now has the value.
+bool setOption(const std::string& option, const char* value, ServiceOptions& options) {
+  if (option == "--bus")
+    options.busDirectory = value;
+  else if (option == "--store")
+    options.storeFile = value;
+  else if (const auto more = options.moreOptions.find(option); more != options.moreOptions.end())
+    *more->second = value;
+  else
+    return false;
+  return true;
 }
 
 void readCommandLine(int argc, char** argv, ServiceOptions& options) {
-  for (int i = 1; i < argc; i += 2) {
-    const std::string_view option = argv[i];
-    if ((option != "--bus" && option != "--store") || i + 1 == argc)
-      refuseToStart(options.name, "usage: " + std::string(argv[0]) + " [--bus DIRECTORY] [--store FILE]");
-    (option == "--bus" ? options.busDirectory : options.storeFile) = argv[i + 1];
-  }
+  for (int i = 1; i < argc; i += 2)
+    if (i + 1 == argc || !setOption(argv[i], argv[i + 1], options))
+      refuseToStart(options.name, usage(argv[0], options));
 }
 
 std::unique_ptr<StoreEngine> openStores(const ServiceOptions& options) {
@@ -57,7 +74,8 @@ void stopOn(int signal) {
 }  // namespace
 
 Service::Service(int argc, char** argv, ServiceOptions options) {
-  if (!isWord(options.name)) refuseToStart(options.name, "a service's name is letters, digits and '-'");
+  if (!isWord(options.name))
+    refuseToStart(options.name, "a service's name is letters, digits and '-'");
   if (options.address == 0 || options.address >= Transport::kFirstConnection)
     refuseToStart(options.name, "no such address: " + std::to_string(options.address));
   readCommandLine(argc, argv, options);

@@ -125,7 +125,7 @@ TEST(FlatForm, NestingIsRefusedBelowItsLimit) {
 /// Samples that hold every type, at least.
 std::vector<message> samples() {
   std::vector<message> made;
-  testing::random_source random(7);
+  testkit::random_source random(7);
   for (const unsigned fields : {1u, 4u, 12u, 40u}) made.push_back(random.someMessage(fields, 3));
   message all{{key::defaultCfg, made[1]}, {key::objects, {made[1], message(), made[2]}}};
   for (std::uint32_t top = 0; top < 32; ++top) {

@@ -187,7 +187,7 @@ class edits {
     message_ = message(std::span<const field_value>(list));
   }
 
-  testing::random_source random_;
+  testkit::random_source random_;
   message message_;
   model model_;
 };

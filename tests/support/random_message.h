@@ -6,7 +6,7 @@
 
 #include "platform/message.h"
 
-namespace nv::testing {
+namespace nv::testkit {
 
 class random_source {
  public:
@@ -62,4 +62,4 @@ class random_source {
   std::mt19937_64 engine_;
 };
 
-}  // namespace nv::testing
+}  // namespace nv::testkit

@@ -19,7 +19,6 @@ namespace nv {
 
 namespace {
 
-// The log is copied into the file whenever it has grown to 256 KiB.
 constexpr const char* kSettings =
     "PRAGMA trusted_schema = OFF;"
     "PRAGMA cell_size_check = ON;"
@@ -28,7 +27,6 @@ constexpr const char* kSettings =
     "PRAGMA secure_delete = ON;"
     "PRAGMA cache_size = -256;"
     "PRAGMA temp_store = MEMORY;"
-    "PRAGMA wal_autocheckpoint = 256;"
     "PRAGMA journal_size_limit = 1048576;";
 
 bool isThere(const std::filesystem::path& file) { return ::access(file.c_str(), F_OK) == 0; }
@@ -97,7 +95,7 @@ StoreFileOpener::Opened StoreFileOpener::openSound() {
     tables->db().foldLogOnClose(true);
     return {std::move(tables), {}, {}};
   }
-  const std::string reason = tables->db().error(result);
+  const std::string reason = SqliteDb::error(result);
   tables.reset();
   if (meansDamage(result)) return repair();
   if ((result & 0xff) == SQLITE_BUSY)
@@ -125,7 +123,8 @@ StoreFileOpener::Opened StoreFileOpener::startEmpty() {
 }
 
 StoreFileOpener::Opened StoreFileOpener::standIn(const std::string& reason) {
-  Opened opened{tablesInMemory(), {}, reason, true};
+  const std::string missing = probe();
+  Opened opened{tablesInMemory(), {}, missing.empty() ? reason : missing, true};
   std::vector<std::string> losses;
   unsigned kept = 0;
   opened.tables->begin();
@@ -165,15 +164,15 @@ std::string StoreFileOpener::writeFresh(const Fill& fill) {
   std::string failed;
   {
     auto db = std::make_unique<SqliteDb>(tmp.string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-    if (db->status() != SQLITE_OK) return db->error(db->status());
-    db->run("PRAGMA page_size = 1024; PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF;"
-            "PRAGMA secure_delete = ON; PRAGMA locking_mode = EXCLUSIVE;");
+    if (db->status() != SQLITE_OK) return SqliteDb::error(db->status());
+    db->run(("PRAGMA page_size = " + std::to_string(kPageSize)).c_str());
+    db->run("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA secure_delete = ON;");
     RecordTables tables(std::move(db));
     tables.begin();
     fill(tables);
     failed = tables.end();
     const int result = tables.db().run("PRAGMA journal_mode = WAL");
-    if (failed.empty() && result != SQLITE_OK) failed = tables.db().error(result);
+    if (failed.empty() && result != SQLITE_OK) failed = SqliteDb::error(result);
   }
   if (failed.empty()) failed = textOf(syncFile(tmp));
   if (failed.empty()) failed = textOf(moveFile(tmp, beside(".fresh")));

@@ -142,10 +142,23 @@ void RecordTables::remove(std::string_view store, std::uint32_t id) {
 std::string RecordTables::end() {
   if (failure_ == SQLITE_OK) note(db_->run("COMMIT"));
   if (failure_ == SQLITE_OK) return {};
-  std::string error = db_->error(failure_);
   if (!sqlite3_get_autocommit(db_->handle())) db_->run("ROLLBACK");
   loadTables();
-  return error;
+  return SqliteDb::error(failure_);
+}
+
+// The commit at the end makes the log begin anew. Otherwise its pages, which are in the file by now, would
+// stay valid until the next change, and should its end be cut off, what is left would take the file back to a
+// mixture of then and now.
+void RecordTables::foldLog() {
+  if (db_->logPages() < kLogPages) return;
+  if (sqlite3_wal_checkpoint_v2(db_->handle(), nullptr, SQLITE_CHECKPOINT_RESTART, nullptr,
+                                nullptr) != SQLITE_OK)
+    return;
+  Statement version(*db_, "PRAGMA user_version");
+  const std::int64_t folds = version.step() == SQLITE_ROW ? version.integer(0) : 0;
+  version.reset();
+  db_->run(("PRAGMA user_version = " + std::to_string((folds + 1) & 0x7fffffff)).c_str());
 }
 
 RecordTables::Table& RecordTables::made(std::string_view store) {

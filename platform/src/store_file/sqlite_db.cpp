@@ -6,24 +6,31 @@
 
 namespace nv {
 
+namespace {
+
+int noteLogPages(void* pages, sqlite3*, const char*, int now) {
+  *static_cast<int*>(pages) = now;
+  return SQLITE_OK;
+}
+
+}  // namespace
+
 SqliteDb::SqliteDb(const std::string& file, int flags) {
   sqlite3* db = nullptr;
   status_ = sqlite3_open_v2(file.c_str(), &db, flags | SQLITE_OPEN_NOMUTEX, nullptr);
   db_.reset(db);
   if (!db) status_ = SQLITE_NOMEM;
-  if (status_ == SQLITE_OK) sqlite3_extended_result_codes(db, 1);
+  if (status_ != SQLITE_OK) return;
+  sqlite3_extended_result_codes(db, 1);
+  sqlite3_wal_hook(db, noteLogPages, &logPages_);
 }
 
 int SqliteDb::run(const char* sql) {
   return sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr);
 }
 
-std::string SqliteDb::error(int code) const {
-  const int kind = code & 0xff;
-  if (kind == SQLITE_FULL) return systemError(ENOSPC);
-  const int reason = sqlite3_system_errno(db_.get());
-  if (reason != 0 && (kind == SQLITE_IOERR || kind == SQLITE_CANTOPEN)) return systemError(reason);
-  return sqlite3_errstr(code);
+std::string SqliteDb::error(int code) {
+  return (code & 0xff) == SQLITE_FULL ? systemError(ENOSPC) : sqlite3_errstr(code);
 }
 
 void SqliteDb::foldLogOnClose(bool fold) {

@@ -85,27 +85,34 @@ void SqliteEngine::runWriter() {
   std::unique_lock state(stateMutex_);
   for (;;) {
     changed_.wait(state, [this] { return batch_ || probeDue_ || stopping_; });
-    if (batch_) {
-      const StoreBatch batch = *std::exchange(batch_, std::nullopt);
-      state.unlock();
-      Outcome done = commit(batch);
-      state.lock();
-      outcome_ = std::move(done);
-      changed_.notify_all();
-      const std::function<void()> wake = wake_;
-      state.unlock();
-      if (wake) wake();
-      state.lock();
-    } else if (stopping_) {
+    if (batch_)
+      handleBatch(state);
+    else if (stopping_)
       return;
-    } else {
-      probeDue_ = false;
-      state.unlock();
-      std::string found = lookForSpace();
-      state.lock();
-      refusal_ = std::move(found);
-    }
+    else
+      handleProbe(state);
   }
+}
+
+void SqliteEngine::handleBatch(std::unique_lock<std::mutex>& state) {
+  const StoreBatch batch = *std::exchange(batch_, std::nullopt);
+  state.unlock();
+  Outcome done = commit(batch);
+  state.lock();
+  outcome_ = std::move(done);
+  changed_.notify_all();
+  if (wake_) wake_();
+  state.unlock();
+  foldLog();
+  state.lock();
+}
+
+void SqliteEngine::handleProbe(std::unique_lock<std::mutex>& state) {
+  probeDue_ = false;
+  state.unlock();
+  std::string found = lookForSpace();
+  state.lock();
+  refusal_ = std::move(found);
 }
 
 StoreEngine::Outcome SqliteEngine::commit(const StoreBatch& batch) {
@@ -126,7 +133,17 @@ std::string SqliteEngine::writeBatch(const StoreBatch& batch) {
     else
       tables_->remove(names_[change.table], change.id);
   }
-  return tables_->end();
+  std::string error = tables_->end();
+  if (error.empty()) return error;
+  // The system's own words, when it still has them, say more than "disk I/O error".
+  std::string missing = file_.probe();
+  return missing.empty() ? error : missing;
+}
+
+// After the outcome was told, since nobody waits for this.
+void SqliteEngine::foldLog() {
+  std::lock_guard data(dataMutex_);
+  tables_->foldLog();
 }
 
 // Nothing can have changed while the stand-in served, so the file, once it can be written, takes its place

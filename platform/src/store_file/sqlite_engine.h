@@ -41,9 +41,13 @@ class SqliteEngine : public StoreEngine {
  private:
   using Clock = std::chrono::steady_clock;
 
+  // The writer's thread; these give up the lock while they work.
   void runWriter();
+  void handleBatch(std::unique_lock<std::mutex>& state);
+  void handleProbe(std::unique_lock<std::mutex>& state);
   Outcome commit(const StoreBatch& batch);
   std::string writeBatch(const StoreBatch& batch);
+  void foldLog();
   std::string lookForSpace();
 
   // Under dataMutex_.

@@ -1,5 +1,12 @@
-// The test of a service outside the project: an empty map, asked in the testing kit.
+// A test outside the project: asks a handler in the testing kit, without bus, disk and loop of its
+// own.
 #include "containers/amap.h"
+#include "platform/commands.h"
 #include "testing/kit.h"
 
-int main() { return 0; }
+int main() {
+  nv::testkit::Kit kit;
+  nv::Handler handler;
+  const nv::message reply = kit.ask(handler, {{nv::key::command, nv::cmd::getObj}});
+  return nv::isError(reply) ? 0 : 1;
+}

@@ -1,0 +1,86 @@
+/// A service for the client's tests: books on a shelf, handler 3 with the shelf's one configuration, and
+/// handler 4 that never answers.
+#include "containers/amap.h"
+#include "platform/keys.h"
+#include "platform/looper.h"
+#include "platform/service.h"
+
+namespace {
+
+constexpr nv::string_id kTitle(1);
+constexpr nv::u32_id kPages(2);
+constexpr nv::string_array_id kTags(3);
+constexpr nv::string_id kPlace(1);
+
+struct Book : Object {
+  nv::message config;
+
+  std::string name() override { return config.get(kTitle); }
+  void getConfig(nv::message& out, unsigned) override { out.merge(config); }
+  void setConfig(const nv::message& in, unsigned) override {
+    for (const nv::field f : in) {
+      if (f.id() < 100) config.insert(f);
+    }
+  }
+};
+
+Book& book(Object* obj) { return *static_cast<Book*>(obj); }
+
+class Shelf : public AMap {
+ public:
+  Shelf() : AMap("books", 1, 9999) {
+    describe("shelf", {{kTitle.uid(), "title", "what is on the cover"},
+                       {kPages.uid(), "pages", "how many it has"},
+                       {kTags.uid(), "tags", "words to find it by"}});
+  }
+
+  Object* newObject() override {
+    auto* made = new Book;
+    made->config.insert(kPages, 1);
+    return made;
+  }
+  void copyObject(Object* dst, Object* src) override { book(dst) = book(src); }
+  nv::message checkRestore(Object* obj) override { return check(obj); }
+  nv::message checkAdd(Object* obj) override { return check(obj); }
+  nv::message checkChange(Object*, Object* obj) override { return check(obj); }
+  nv::message checkRemove(Object*) override { return {}; }
+  void objAdded(Object*) override {}
+  void objChanged(Object*, Object*) override {}
+  void objRemoved(Object*) override {}
+
+ private:
+  static nv::message check(Object* obj) {
+    return obj->name().empty() ? nv::failedMsg("a book has a title") : nv::message();
+  }
+};
+
+class Place : public nv::Handler {
+ public:
+  nv::message cmdGet(const nv::message&) override { return {{kPlace, place_}}; }
+  nv::message cmdSet(const nv::message& request) override {
+    place_ = request.get(kPlace);
+    return {};
+  }
+
+ private:
+  std::string place_ = "hall";
+};
+
+class Silent : public nv::Handler {
+ public:
+  void handleCmd(const nv::message&, unsigned) override {}
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  nv::Service service(argc, argv, {.name = "shelf", .address = 100});
+  Shelf shelf;
+  Place place;
+  Silent silent;
+  shelf.init();
+  nv::getLooper()->addHandler(100, &shelf);
+  nv::getLooper()->addHandler(3, &place);
+  nv::getLooper()->addHandler(4, &silent);
+  return service.run();
+}

@@ -1,0 +1,393 @@
+/// Timers, posts and follows: what outlives what, and what is called when.
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "platform/follow.h"
+#include "platform/looper.h"
+#include "platform/post.h"
+#include "platform/runner.h"
+#include "platform/timer.h"
+#include "testing/kit.h"
+#include "tests/support/list_handler.h"
+
+namespace nv::testkit {
+namespace {
+
+constexpr std::uint32_t kElsewhere = 200;
+
+message requestTo(std::uint32_t address, unsigned code) {
+  message msg{{key::command, code}};
+  msg.insert_vector(key::route, address);
+  return msg;
+}
+
+unsigned errorCode(const message& reply) {
+  unsigned code = 0;
+  isError(reply, &code, nullptr);
+  return code;
+}
+
+class Loop : public ::testing::Test {
+ protected:
+  void note(const std::string& word) { log += (log.empty() ? "" : " ") + word; }
+  std::string taken() { return std::exchange(log, {}); }
+
+  MemoryStores stores;
+  Kit kit{stores};
+  std::string log;
+};
+
+// --- timers
+
+TEST_F(Loop, TimersFireAtTheirOwnTimeInOrder) {
+  const Timer late(30, [&] { note("30"); });
+  const Timer early(10, [&] { note("10"); });
+  const Timer sameTime(10, [&] { note("10b"); });
+  kit.advance(9);
+  EXPECT_EQ(taken(), "");
+  kit.advance(1);
+  EXPECT_EQ(taken(), "10 10b");
+  EXPECT_FALSE(early.running());
+  EXPECT_TRUE(late.running());
+  kit.advance(100);
+  EXPECT_EQ(taken(), "30");
+}
+
+TEST_F(Loop, AZeroTimerThatArmsItselfRunsOnceAPass) {
+  Timer timer;
+  int runs = 0;
+  std::function<void()> again = [&] {
+    ++runs;
+    timer = Timer(0, again);
+  };
+  timer = Timer(0, again);
+  for (int pass = 1; pass <= 5; ++pass) {
+    kit.pass();
+    EXPECT_EQ(runs, pass);
+  }
+}
+
+TEST_F(Loop, ATimerStopsWhenItGoesOrIsReplaced) {
+  {
+    const Timer gone(1, [&] { note("gone"); });
+  }
+  Timer replaced(1, [&] { note("replaced"); });
+  replaced = Timer(2, [&] { note("new"); });
+  Timer moved(1, [&] { note("moved"); });
+  const Timer holder(std::move(moved));
+  auto own = std::make_unique<Timer>();
+  *own = Timer(3, [&] {
+    own.reset();  // from within its own function
+    note("own");
+  });
+  kit.advance(5);
+  EXPECT_EQ(taken(), "moved new own");
+}
+
+TEST_F(Loop, AHookBeforeSleepRunsInEveryPassAndWhatItArmsInTheNext) {
+  static int passes = 0;  // the hook is kept for ever
+  static Timer timer;
+  static int fired = 0;
+  getRunner().addBeforeSleep([] {
+    if (++passes == 1) timer = Timer(0, [] { ++fired; });
+  });
+  kit.pass();
+  EXPECT_EQ(passes, 1);
+  EXPECT_EQ(fired, 0);
+  kit.pass();
+  EXPECT_EQ(passes, 2);
+  EXPECT_EQ(fired, 1);
+}
+
+// --- posts
+
+TEST_F(Loop, APostToAHandlerOfTheSameProcessNeverTouchesTheBus) {
+  ListHandler texts;
+  getLooper()->addHandler(7, &texts);  // a process that listens nowhere
+  auto request = requestTo(7, cmd::getCount);
+  const Post post(request, [&](const message& reply) { note(std::to_string(reply.get(key::count))); }, 1000);
+  EXPECT_EQ(taken(), "") << "never from within the constructor";
+  kit.settle();
+  EXPECT_EQ(taken(), "4294967295");
+  EXPECT_FALSE(post.pending());
+}
+
+TEST_F(Loop, APostMadeBetweenPassesKeepsTheLoopAwake) {
+  kit.serve(kElsewhere);
+  auto request = requestTo(kElsewhere, cmd::getCount);
+  const Post post(request, [](const message&) {}, 1000);
+  EXPECT_TRUE(getLooper()->hasWork()) << "it leaves in the next pass, which must not wait";
+  kit.pass();
+  EXPECT_FALSE(getLooper()->hasWork());
+}
+
+TEST_F(Loop, APostIsAnsweredExactlyOnce) {
+  kit.serve(kElsewhere);
+  auto request = requestTo(kElsewhere, cmd::getCount);
+  const Post post(
+      request, [&](const message& reply) { note(isError(reply) ? "error" : std::to_string(reply.get(key::count))); },
+      1000);
+  kit.settle();
+  auto service = kit.acceptedPeer();
+  ASSERT_TRUE(service);
+  const auto asked = service->received();
+  ASSERT_EQ(asked.size(), 1U);
+  message reply{{key::frameKind, 1}, {key::tag, asked[0].get(key::tag)}, {key::count, 3}};
+  service->send(reply);
+  service->send(reply);
+  kit.advance(5000);
+  EXPECT_EQ(taken(), "3");
+}
+
+TEST_F(Loop, APostWithoutAnswerEndsInAnErrorThatSaysWhy) {
+  std::vector<unsigned> codes;
+  const auto record = [&](const message& reply) { codes.push_back(errorCode(reply)); };
+  auto nobody = requestTo(kElsewhere, cmd::getCount);
+  const Post unreachable(nobody, record, 1000);
+  kit.settle();
+  EXPECT_EQ(codes, (std::vector<unsigned>{err::noRoute}));
+
+  kit.serve(kElsewhere);
+  const Post slow(nobody, record, 6000);
+  kit.advance(5999);
+  EXPECT_EQ(codes.size(), 1U);
+  kit.advance(1);
+  EXPECT_EQ(codes.back(), err::timedOut);
+
+  const Post cutOff(nobody, record, 6000);
+  kit.settle();
+  kit.acceptedPeer()->close();
+  kit.settle();
+  EXPECT_EQ(codes, (std::vector<unsigned>{err::noRoute, err::timedOut, err::noRoute}));
+}
+
+TEST_F(Loop, ACancelledPostIsSilentAndAnEmptyFunctionIsAllowed) {
+  ListHandler texts;
+  getLooper()->addHandler(7, &texts);
+  auto request = requestTo(7, cmd::getCount);
+  {
+    const Post gone(request, [&](const message&) { note("gone"); }, 1000);
+  }
+  const Post empty(request, {}, 1000);
+  auto own = std::make_unique<Post>();
+  *own = Post(
+      request,
+      [&](const message&) {
+        own.reset();
+        note("own");
+      },
+      1000);
+  kit.advance(2000);
+  EXPECT_EQ(taken(), "own");
+}
+
+TEST_F(Loop, ARequestCausedByAChangeLeavesWhenTheChangeIsOnDisk) {
+  kit.serve(kElsewhere);
+  Store store("texts");
+  kit.engine().hold();
+  const Timer work(0, [&] {
+    store.set(1, {{key::name, "one"}});
+    getLooper()->send(requestTo(kElsewhere, cmd::runScript));
+  });
+  kit.settle();
+  EXPECT_FALSE(kit.acceptedPeer());
+  kit.engine().release();
+  kit.settle();
+  EXPECT_TRUE(kit.acceptedPeer());
+}
+
+// --- follows
+
+/// What a follow delivers, one word each: "3=three", "-3" for an object that is gone, "." for the end mark.
+std::string word(const message& msg) {
+  if (msg.empty()) return ".";
+  const auto id = std::to_string(msg.get(key::objectId, 999));
+  return msg.get(key::absent) ? "-" + id : id + "=" + msg.get(key::name);
+}
+
+TEST_F(Loop, AFollowDeliversTheWholeSetThenTheMarkThenChanges) {
+  ListHandler texts;
+  getLooper()->addHandler(7, &texts);
+  for (std::uint32_t id = 1; id <= 5; ++id) texts.texts[id] = std::to_string(id);
+  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(7, 0), false);
+  EXPECT_EQ(taken(), "");
+  kit.settle();
+  EXPECT_EQ(taken(), "1=1 2=2 3=3 4=4 5=5 .");
+  texts.put(3, "new");
+  kit.settle();
+  EXPECT_EQ(taken(), "3=new");
+  texts.texts.erase(4);
+  texts.notifyChange(4, true, nullptr, {});
+  kit.settle();
+  EXPECT_EQ(taken(), "-4");
+  stopFollow(handle);
+  texts.put(3, "unheard");
+  kit.settle();
+  EXPECT_EQ(taken(), "");
+  EXPECT_EQ(texts.subscribers, 0);
+  stopFollow(nullptr);
+}
+
+TEST_F(Loop, AFollowHearsOfAChangeOnlyWhenItIsOnDisk) {
+  ListHandler texts("texts");
+  getLooper()->addHandler(7, &texts);
+  texts.texts[1] = "one";
+  kit.engine().hold();
+  texts.put(2, "two");
+  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(7, 0), false);
+  kit.settle();
+  EXPECT_EQ(taken(), "");
+  kit.engine().commit();
+  kit.settle();
+  EXPECT_EQ(taken(), "1=one 2=two .");
+  texts.put(1, "new");
+  kit.settle();
+  EXPECT_EQ(taken(), "");
+  kit.engine().release();
+  kit.settle();
+  EXPECT_EQ(taken(), "1=new");
+  stopFollow(handle);
+}
+
+TEST_F(Loop, AFollowMayEndItselfAtAnyOfItsMessages) {
+  ListHandler texts;
+  getLooper()->addHandler(7, &texts);
+  for (std::uint32_t id = 1; id <= 3; ++id) texts.texts[id] = "x";
+  for (int last = 1; last <= 5; ++last) {
+    void* handle = nullptr;
+    int heard = 0;
+    handle = follow(
+        [&](const message&) {
+          if (++heard == last) stopFollow(handle);
+        },
+        requestTo(7, 0), false);
+    kit.settle();
+    texts.put(1, "changed");
+    kit.settle();
+    texts.put(2, "changed");
+    kit.settle();
+    EXPECT_EQ(heard, last);
+    EXPECT_EQ(texts.subscribers, 0);
+  }
+}
+
+TEST_F(Loop, AnObjectThatGoesWhileTheSetIsReadIsNotLost) {
+  struct Shrinking : ListHandler {
+    message cmdGetAll(const message& request, std::uint32_t startId, std::uint32_t count) override {
+      auto reply = ListHandler::cmdGetAll(request, startId, count);
+      if (startId == kNoId) {
+        texts.erase(3);  // the one with which the next page begins
+        notifyChange(3, true, nullptr, {});
+      }
+      return reply;
+    }
+  } texts;
+  getLooper()->addHandler(7, &texts);
+  for (std::uint32_t id = 1; id <= 4; ++id) texts.texts[id] = std::to_string(id);
+  std::map<std::uint32_t, std::string> copy;
+  bool complete = false;
+  void* const handle = follow(
+      [&](const message& msg) {
+        if (msg.empty()) return void(complete = true);
+        if (msg.get(key::absent))
+          copy.erase(msg.get(key::objectId));
+        else
+          copy[msg.get(key::objectId)] = msg.get(key::name);
+      },
+      requestTo(7, 0), false);
+  kit.settle();
+  EXPECT_TRUE(complete);
+  EXPECT_EQ(copy, texts.texts);
+  stopFollow(handle);
+}
+
+TEST_F(Loop, TheOneObjectOfAHolderIsFollowedAsObjectZero) {
+  struct Holder : Handler {
+    message cmdGet(const message&) override { return getObject(kNoId, 5); }
+    message getObject(std::uint32_t, std::uint32_t) override { return {{key::name, text}}; }
+    std::string text = "one";
+  } holder;
+  getLooper()->addHandler(7, &holder);
+  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(7, 0), false);
+  kit.settle();
+  holder.text = "two";
+  holder.notifyChange(kNoId, false, nullptr, {});
+  kit.settle();
+  EXPECT_EQ(taken(), "0=one . 0=two");
+  stopFollow(handle);
+}
+
+/// The far end of a follow, played by the test.
+class FollowedPeer {
+ public:
+  explicit FollowedPeer(Kit& kit) : kit_(kit) {}
+
+  /// Answers subscribe and one page with these objects.
+  void answer(const std::map<std::uint32_t, std::string>& objects) {
+    kit_.settle();
+    peer = kit_.acceptedPeer();
+    ASSERT_TRUE(peer);
+    for (int i = 0; i < 2; ++i) {
+      kit_.settle();
+      for (const auto& request : peer->received()) {
+        message reply{{key::frameKind, 1}, {key::tag, request.get(key::tag)}};
+        if (request.get(key::command) == cmd::getAll) {
+          std::vector<flat_message> page;
+          for (const auto& [id, text] : objects)
+            page.push_back(message{{key::objectId, id}, {key::name, text}}.flat());
+          reply.insert(key::objects, page);
+        }
+        peer->send(reply);
+      }
+    }
+    kit_.settle();
+  }
+
+  std::unique_ptr<BusPeer> peer;
+
+ private:
+  Kit& kit_;
+};
+
+TEST_F(Loop, AFollowComesBackAfterALostConnectionAndTellsWhatVanished) {
+  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(kElsewhere, 0), false);
+  kit.advance(250);  // nobody there yet
+  EXPECT_EQ(taken(), "");
+  kit.serve(kElsewhere);
+  kit.advance(3200);
+  FollowedPeer far(kit);
+  far.answer({{1, "one"}, {2, "two"}, {3, "three"}});
+  EXPECT_EQ(taken(), "1=one 2=two 3=three .");
+  far.peer->close();
+  kit.settle();
+  EXPECT_EQ(taken(), "") << "a lost connection says nothing of the objects";
+  kit.advance(200);
+  far.answer({{2, "two"}, {4, "four"}});
+  EXPECT_EQ(taken(), "2=two 4=four -1 -3 .");
+  stopFollow(handle);
+  kit.advance(10000);
+  EXPECT_EQ(taken(), "");
+}
+
+TEST_F(Loop, ATestMayAnswerFollowsAndPostsItself) {
+  kit.seen().answersFollows = kit.seen().answersPosts = true;
+  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(kElsewhere, 0), true);
+  auto request = requestTo(kElsewhere, cmd::getCount);
+  const Post post(request, [&](const message&) { note("answer"); }, 1000);
+  auto& seen = kit.seen();
+  ASSERT_EQ(seen.follows.size(), 1U);
+  EXPECT_TRUE(seen.follows[0].wait);
+  seen.follows[0].deliver({});
+  seen.posts[0].answer({});
+  seen.posts[0].answer({});
+  EXPECT_EQ(taken(), ". answer");
+  stopFollow(handle);
+  seen.follows[0].deliver({});
+  EXPECT_EQ(taken(), "");
+  EXPECT_TRUE(seen.follows[0].stopped);
+}
+
+}  // namespace
+}  // namespace nv::testkit

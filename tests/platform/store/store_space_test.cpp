@@ -1,0 +1,227 @@
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <fstream>
+#include <thread>
+
+#include "platform/src/store_file/sqlite_engine.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using nv::message;
+
+/// No file of this process grows beyond so many bytes: writes fail as they do on a full disk.
+class FullDisk {
+ public:
+  explicit FullDisk(rlim_t bytes) {
+    ::signal(SIGXFSZ, SIG_IGN);
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    rlimit limit = before_;
+    limit.rlim_cur = bytes;
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FullDisk() { ::setrlimit(RLIMIT_FSIZE, &before_); }
+  FullDisk(const FullDisk&) = delete;
+  FullDisk& operator=(const FullDisk&) = delete;
+
+ private:
+  rlimit before_;
+};
+
+message number(unsigned n) { return message().insert(nv::u32_id(1), n); }
+
+class StoreFileWithoutSpace : public ::testing::Test {
+ protected:
+  std::unique_ptr<nv::SqliteEngine> start() {
+    auto engine = std::make_unique<nv::SqliteEngine>(file_, 1ms);
+    EXPECT_EQ(engine->error(), "");
+    return engine;
+  }
+  std::string set(nv::StoreEngine& engine, std::uint32_t id, message record) {
+    engine.submit({{engine.open("a").table, id, std::move(record)}});
+    return engine.wait().error;
+  }
+  message get(nv::StoreEngine& engine, std::uint32_t id) {
+    return engine.read(engine.open("a").table, id);
+  }
+  void fill(unsigned records) {
+    const auto engine = start();
+    for (unsigned i = 0; i < records; ++i) ASSERT_EQ(set(*engine, i, number(i)), "");
+  }
+  /// Whether the engine takes changes again, as one finds out who asks now and then.
+  bool takesChanges(nv::StoreEngine& engine) {
+    for (int i = 0; i < 5000; ++i) {
+      if (engine.refusal().empty()) return true;
+      std::this_thread::sleep_for(1ms);
+    }
+    return false;
+  }
+  void expectReads(nv::StoreEngine& engine, unsigned records) {
+    EXPECT_EQ(engine.open("a").ids.size(), records);
+    for (unsigned i = 0; i < records; ++i) EXPECT_TRUE(get(engine, i) == number(i));
+  }
+
+  TempDirectory directory_;
+  std::filesystem::path file_ = directory_ / "s.db";
+};
+
+/// A file system of 400 KiB of its own, seen by this process alone. Needs the rights to mount one.
+class StoreFileOnASmallDisk : public StoreFileWithoutSpace {
+ protected:
+  void SetUp() override {
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("tmpfs", directory_.path().c_str(), "tmpfs", 0, "size=400k") != 0)
+      GTEST_SKIP() << "may not mount a file system";
+    mounted_ = true;
+  }
+  void TearDown() override {
+    if (mounted_) ::umount2(directory_.path().c_str(), MNT_DETACH);
+  }
+  bool makeReadOnly(bool readOnly) {
+    const unsigned long flags = MS_REMOUNT | (readOnly ? MS_RDONLY : 0);
+    return ::mount("none", directory_.path().c_str(), nullptr, flags, "size=400k") == 0;
+  }
+  void fillDisk() {
+    std::ofstream fill(directory_ / "other", std::ios::binary);
+    while (fill.put('x').flush()) {
+    }
+  }
+
+  bool mounted_ = false;
+};
+
+TEST_F(StoreFileWithoutSpace, SaysWhyACommitFailedAndKeepsWhatWasThere) {
+  fill(10);
+  {
+    const auto engine = start();
+    FullDisk full(8 * 1024);
+    std::string error;
+    for (unsigned i = 0; i < 20 && error.empty(); ++i)
+      error = set(*engine, 3, number(100 + i).insert(nv::raw_id(2), std::vector<unsigned char>(2000)));
+    EXPECT_EQ(error, "file too large");
+    EXPECT_TRUE(get(*engine, 4) == number(4));
+  }
+  const auto engine = start();
+  EXPECT_EQ(engine->open("a").ids.size(), 10u);
+  EXPECT_TRUE(get(*engine, 4) == number(4));
+}
+
+TEST_F(StoreFileWithoutSpace, ServesEveryReadAndRefusesChangesUntilThereIsSpace) {
+  fill(10);
+  std::unique_ptr<nv::SqliteEngine> engine;
+  {
+    FullDisk full(0);
+    engine = start();
+    expectReads(*engine, 10);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(engine->refusal(), "file too large");
+  }
+  EXPECT_TRUE(takesChanges(*engine));
+  EXPECT_EQ(set(*engine, 10, number(10)), "");
+  expectReads(*engine, 11);
+}
+
+TEST_F(StoreFileWithoutSpace, StartsEvenWhenItHasNoFileYet) {
+  std::unique_ptr<nv::SqliteEngine> engine;
+  {
+    FullDisk full(0);
+    engine = start();
+    EXPECT_TRUE(engine->open("a").firstTime);
+    EXPECT_EQ(engine->refusal(), "file too large");
+    EXPECT_NE(set(*engine, 0, number(0)), "") << "nothing is kept in memory alone";
+  }
+  EXPECT_TRUE(takesChanges(*engine));
+  EXPECT_EQ(set(*engine, 0, number(0)), "");
+  engine = nullptr;
+  expectReads(*start(), 1);
+}
+
+TEST_F(StoreFileWithoutSpace, ServesADamagedFileAndRepairsItWhenThereIsSpace) {
+  fill(200);
+  std::fstream(file_, std::ios::in | std::ios::out | std::ios::binary) << "no database";
+  CapturedOutput output;
+  std::unique_ptr<nv::SqliteEngine> engine;
+  {
+    FullDisk full(0);
+    engine = start();
+    expectReads(*engine, 200);
+    EXPECT_NE(engine->refusal(), "");
+  }
+  EXPECT_TRUE(takesChanges(*engine));
+  EXPECT_EQ(set(*engine, 200, number(200)), "");
+  expectReads(*engine, 201);
+  EXPECT_TRUE(std::filesystem::exists(directory_ / "s.db.damaged-1"));
+}
+
+TEST_F(StoreFileOnASmallDisk, WritesUntilItIsFullAndStartsAgainThere) {
+  std::ofstream(directory_ / "ballast", std::ios::binary) << std::string(150000, 'x');
+  unsigned acknowledged = 0;
+  std::string error;
+  {
+    const auto engine = start();
+    for (; (error = set(*engine, acknowledged, number(acknowledged))).empty(); ++acknowledged) {
+    }
+  }
+  EXPECT_EQ(error, "no space left on device");
+  EXPECT_GT(acknowledged, 100u);
+  fillDisk();
+  auto engine = start();
+  EXPECT_EQ(engine->refusal(), "no space left on device");
+  expectReads(*engine, acknowledged);
+  std::filesystem::remove(directory_ / "ballast");
+  EXPECT_TRUE(takesChanges(*engine));
+  EXPECT_EQ(set(*engine, acknowledged, number(acknowledged)), "");
+  expectReads(*engine, acknowledged + 1);
+}
+
+TEST_F(StoreFileOnASmallDisk, ServesWhatAnotherFileLeavesNoRoomFor) {
+  fill(50);
+  fillDisk();
+  auto engine = start();
+  expectReads(*engine, 50);
+  EXPECT_EQ(engine->refusal(), "no space left on device");
+  std::filesystem::remove(directory_ / "other");
+  EXPECT_TRUE(takesChanges(*engine));
+  EXPECT_EQ(set(*engine, 50, number(50)), "");
+  engine = nullptr;
+  expectReads(*start(), 51);
+}
+
+TEST_F(StoreFileOnASmallDisk, StartsWithoutAFileWhereThereIsNoRoomForOne) {
+  fillDisk();
+  auto engine = start();
+  EXPECT_EQ(engine->refusal(), "no space left on device");
+  EXPECT_TRUE(engine->open("a").firstTime);
+  std::filesystem::remove(directory_ / "other");
+  EXPECT_TRUE(takesChanges(*engine));
+  EXPECT_EQ(set(*engine, 0, number(0)), "");
+}
+
+TEST_F(StoreFileOnASmallDisk, ServesReadsWhileItMayOnlyBeRead) {
+  fill(20);
+  const std::filesystem::path killed = directory_ / "killed.db";
+  {
+    const auto engine = start();
+    for (unsigned i = 20; i < 30; ++i) ASSERT_EQ(set(*engine, i, number(i)), "");
+    for (const char* ending : {"", "-wal"})
+      std::filesystem::copy(file_.string() + ending, killed.string() + ending);
+  }
+  file_ = killed;
+  ASSERT_TRUE(makeReadOnly(true));
+  auto engine = start();
+  EXPECT_EQ(engine->refusal(), "read-only file system");
+  expectReads(*engine, 30);
+  ASSERT_TRUE(makeReadOnly(false));
+  EXPECT_TRUE(takesChanges(*engine));
+  EXPECT_EQ(set(*engine, 30, number(30)), "");
+  expectReads(*engine, 31);
+}
+
+}  // namespace

@@ -1,0 +1,196 @@
+#include "tools/confctl/command_line.h"
+
+#include <CLI/CLI.hpp>
+
+#include "tools/confctl/elements.h"
+#include "tools/confctl/fields.h"
+#include "tools/confctl/undo_commands.h"
+
+namespace confctl {
+namespace {
+
+constexpr const char* kFieldHelp = R"(Fields:
+  NAME=TEXT    a field has this value          NAME:=JSON   the same, written as JSON
+  NAME-        a field is removed (set)
+  NAME is a word of the service's dictionary (see `confctl fields SERVICE`), or number and type: 7_u.
+
+  type      suffix  TEXT                      JSON
+  bool      _b      true, false               true, false
+  u32       _u      7, 0x7                    7
+  u64       _q      7, 0x7                    7
+  address   _a      192.0.2.1, 2001:db8::1    "192.0.2.1"
+  string    _s      as it is                  "text", or {"hex": "ff00"}
+  message   _m      {"NAME": JSON, ...}       {"NAME": JSON, ...}
+  raw       _r      ff00                      "ff00"
+  lists     _ba ... ELEMENT,ELEMENT           [JSON, JSON]
+  In the text of a list "\," is a comma and "\\" a backslash within an element; no text is an empty
+  list. A list that is given again goes on. A list of messages is written as JSON.)";
+
+constexpr const char* kFooter =
+    R"(SERVICE is a name, an address, or either with a handler: hosts, 100, hosts.3, 100.3.
+
+Exit status: 0 done, 1 confctl failed, 2 bad command line (nothing was sent), 3 refused by the service,
+4 no such service or connection lost, 5 no answer in time.)";
+
+/// Reads the argument of an option into `out`.
+template <class Number>
+CLI::Option* addNumber(CLI::App& app, const std::string& option, Number& out,
+                       const std::string& help) {
+  const auto take = [&out, option](const std::string& text) {
+    const auto number = readNumber(text, 0xffffffff);
+    if (!number) throw CLI::ValidationError(option, "'" + text + "' is not a number below 2^32");
+    out = static_cast<std::uint32_t>(*number);
+  };
+  return app.add_option_function<std::string>(option, take, help)->type_name("N");
+}
+
+/// All that options are read into, and the commands that use them once everything is read.
+class Parser {
+ public:
+  Parser() : app_("Reads and changes the configuration of services.", "confctl") {
+    app_.require_subcommand(1);
+    app_.footer(kFooter);
+    addGlobalOptions();
+    addReadCommands();
+    addChangeCommands();
+    addUndoCommand();
+    addWatchCommand();
+  }
+
+  std::optional<CommandLine> parse(int argc, char** argv) {
+    try {
+      app_.parse(argc, argv);
+    } catch (const CLI::Success& help) {
+      app_.exit(help);
+      return {};
+    } catch (const CLI::ParseError& error) {
+      throw usage(error.what());
+    }
+    if (system_) line_.bus.rights.reset();
+    return line_;
+  }
+
+ private:
+  using Command = std::function<void(Client)>;
+
+  void addGlobalOptions() {
+    app_.add_option("--bus", line_.bus.directory, "Directory of the bus")
+        ->envname("CONFKIT_BUS")
+        ->type_name("DIR")
+        ->capture_default_str();
+    addNumber(app_, "--timeout", line_.bus.timeout, "Milliseconds to wait for an answer (5000)");
+    auto* rights = addNumber(app_, "--rights", line_.bus.rights, "Rights to ask for (0x7fffffff)");
+    app_.add_flag("--system", system_, "Ask as the system, with all rights the bus gives")
+        ->excludes(rights);
+    app_.add_flag("--json", line_.json, "One JSON object a line");
+  }
+
+  /// A subcommand that takes a service first.
+  CLI::App& add(const std::string& name, const std::string& about, Command command) {
+    CLI::App& sub = addPlain(name, about, std::move(command));
+    sub.add_option("service", service_, "Name or address")->required()->type_name("SERVICE");
+    return sub;
+  }
+
+  CLI::App& addPlain(const std::string& name, const std::string& about, Command command) {
+    CLI::App* sub = app_.add_subcommand(name, about)->fallthrough();
+    sub->callback([this, command = std::move(command)] { line_.run = command; });
+    return *sub;
+  }
+
+  void addReadCommands() {
+    addPlain("services", "Show the services of the bus", [](Client c) { showServices(c); });
+    add("fields", "Show how a service calls its fields",
+        [this](Client c) { showKeys(c, service_); });
+    auto& get = add("get", "Show an object, or the configuration of a service without objects",
+                    [this](Client c) { getObject(c, service_, change_.id, read_); });
+    addNumber(get, "id", change_.id, "The object");
+    addReadOptions(get);
+    auto& list =
+        add("list", "Show all objects", [this](Client c) { listObjects(c, service_, read_); });
+    addReadOptions(list);
+    addNumber(list, "--page", read_.pageSize, "Ask for so many objects at a time");
+    add("count", "Show how many objects there are",
+        [this](Client c) { countObjects(c, service_); });
+  }
+
+  void addReadOptions(CLI::App& sub) {
+    addNumber(sub, "--flags", read_.flags, "What services should show (5)");
+    sub.add_flag("--defaults", read_.defaults, "The default configuration as well");
+  }
+
+  void addChangeCommands() {
+    auto& added = add("add", "Add an object", [this](Client c) {
+      change_.fields = words_;
+      addObject(c, service_, change_);
+    });
+    addFields(added);
+    addNumber(added, "--id", change_.id, "Its id; the service chooses when there is none");
+    added.add_flag("--dynamic", change_.dynamic, "Users cannot change it (needs --system)");
+    auto& set = add("set", "Change an object, or the configuration of a service without objects",
+                    [this](Client c) {
+                      takeId();
+                      setObject(c, service_, change_);
+                    });
+    addFields(set, "[ID] FIELD");
+    auto& removed =
+        add("remove", "Remove an object", [this](Client c) { removeObject(c, service_, change_); });
+    addNumber(removed, "id", change_.id, "The object")->required();
+    addManager(removed);
+  }
+
+  void addFields(CLI::App& sub, const std::string& form = "FIELD") {
+    sub.add_option("fields", words_, "See below")->type_name(form);
+    sub.footer(kFieldHelp);
+    addManager(sub);
+  }
+
+  void addManager(CLI::App& sub) {
+    addNumber(sub, "--managed-by", change_.managedBy, "Speak for the manager of the object");
+  }
+
+  /// The first word of a set is an id unless it is a field.
+  void takeId() {
+    change_.fields = words_;
+    if (words_.empty() || isField(words_.front())) return;
+    const auto id = readNumber(words_.front(), 0xffffffff);
+    if (!id) throw usage("argument '" + words_.front() + "': neither an id nor name=value");
+    change_.id = static_cast<std::uint32_t>(*id);
+    change_.fields.erase(change_.fields.begin());
+  }
+
+  void addUndoCommand() {
+    auto& sub = add("undo", "Show the last changes, or undo one", [this](Client c) {
+      record_.empty() ? showUndoRecords(c, service_) : undoChange(c, service_, record_);
+    });
+    sub.add_option("record", record_, "The change to undo: its number, or last")->type_name("N");
+  }
+
+  void addWatchCommand() {
+    auto& sub = add("watch", "Show all objects and then each change as it comes",
+                    [this](Client c) { watchObjects(c, service_, watch_); });
+    addNumber(sub, "--count", watch_.changes, "End after so many changes");
+    addNumber(sub, "--for", watch_.milliseconds, "End after so many milliseconds");
+    addNumber(sub, "--flags", watch_.flags, "What services should show (5)");
+  }
+
+  CLI::App app_;
+  CommandLine line_;
+  bool system_ = false;
+  std::string service_;
+  ReadOptions read_;
+  ChangeOptions change_;
+  WatchOptions watch_;
+  std::vector<std::string> words_;
+  std::string record_;
+};
+
+}  // namespace
+
+std::optional<CommandLine> readCommandLine(int argc, char** argv) {
+  // The command that is returned uses what the parser has read.
+  static Parser parser;
+  return parser.parse(argc, argv);
+}
+
+}  // namespace confctl

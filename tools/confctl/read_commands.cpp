@@ -1,0 +1,90 @@
+#include "tools/confctl/read_commands.h"
+
+#include "platform/commands.h"
+#include "platform/describe.h"
+#include "platform/keys.h"
+
+namespace confctl {
+namespace {
+
+std::uint32_t flagsOf(const ReadOptions& options) {
+  return options.flags | (options.defaults ? nv::kDefaultCfgBit : 0);
+}
+
+ServiceState stateOf(const ServiceAddress& service, const nv::message& description) {
+  ServiceState state{.address = service.address, .name = service.name};
+  state.running = !nv::isError(description);
+  if (!state.running) return state;
+  if (description.has(nv::key::count)) state.objects = description.get(nv::key::count);
+  state.handlers = description.get(nv::describe_key::handlers);
+  return state;
+}
+
+/// Each page brings the default configuration along; it is shown once.
+void printPage(Printer& printer, const nv::message& page, bool isFirst) {
+  if (isFirst && page.has(nv::key::defaultCfg)) {
+    printer.defaults(nv::message(page.view(nv::key::defaultCfg)));
+  }
+  for (const nv::flat_view object : page.view(nv::key::objects)) {
+    printer.listed(nv::message(object));
+  }
+}
+
+}  // namespace
+
+Target Client::open(const std::string& service) {
+  Target target = findTarget(session.options().directory, service);
+  printer.use(session.dictionary(target));
+  return target;
+}
+
+void showServices(Client client) {
+  const auto services = findServices(client.session.options().directory);
+  std::vector<nv::message> questions;
+  for (const ServiceAddress& service : services) {
+    questions.push_back(client.session.request({service.address}, nv::cmd::describe));
+  }
+  const auto answers = client.session.askAll(std::move(questions));
+  std::vector<ServiceState> states;
+  for (std::size_t k = 0; k < services.size(); ++k) {
+    states.push_back(stateOf(services[k], answers[k]));
+  }
+  client.printer.services(states);
+}
+
+void showKeys(Client client, const std::string& service) {
+  client.open(service);
+  client.printer.keys();
+}
+
+void getObject(Client client, const std::string& service, std::optional<std::uint32_t> id,
+               const ReadOptions& options) {
+  const Target target = client.open(service);
+  nv::message request = client.session.request(target.route, id ? nv::cmd::getObj : nv::cmd::get);
+  if (id) request.insert(nv::key::objectId, *id);
+  request.insert(nv::key::getFlags, flagsOf(options));
+  client.printer.object(client.session.ask(target, request));
+}
+
+void listObjects(Client client, const std::string& service, const ReadOptions& options) {
+  const Target target = client.open(service);
+  nv::message request = client.session.request(target.route, nv::cmd::getAll);
+  request.insert(nv::key::getFlags, flagsOf(options));
+  if (options.pageSize) request.insert(nv::key::maxCount, *options.pageSize);
+  bool isFirst = true;
+  client.session.askPages(target, request, [&](const nv::message& page) {
+    printPage(client.printer, page, isFirst);
+    isFirst = false;
+  });
+}
+
+void countObjects(Client client, const std::string& service) {
+  const Target target = findTarget(client.session.options().directory, service);
+  const nv::message reply =
+      client.session.ask(target, client.session.request(target.route, nv::cmd::getCount));
+  const std::uint32_t count = reply.get(nv::key::count, nv::kNoId);
+  if (count == nv::kNoId) throw Failure{Exit::refused, "'" + service + "' has no objects to count"};
+  client.printer.count(count);
+}
+
+}  // namespace confctl

@@ -1,0 +1,83 @@
+#include "tools/confctl/session.h"
+
+#include "platform/client.h"
+#include "platform/commands.h"
+#include "platform/errors.h"
+#include "platform/keys.h"
+#include "platform/looper.h"
+#include "platform/post.h"
+#include "tools/confctl/refusal.h"
+
+namespace confctl {
+namespace {
+
+/// Drops what the bus put around an answer.
+nv::message unwrapped(nv::message reply) {
+  reply.remove(nv::key::route);
+  reply.remove(nv::key::requester);
+  reply.remove(nv::key::rights);
+  reply.remove(nv::key::tag);
+  reply.remove(nv::key::frameKind);
+  return reply;
+}
+
+}  // namespace
+
+Session::Session(BusOptions options) : options_(std::move(options)) {
+  if (!std::filesystem::is_directory(options_.directory)) {
+    throw Failure{Exit::noService, "no bus in " + options_.directory.string()};
+  }
+  nv::connectBus(options_.directory);
+}
+
+nv::message Session::request(const std::vector<std::uint32_t>& route, unsigned command) const {
+  nv::message request{{nv::key::command, command}};
+  request.insert(nv::key::route, route);
+  if (options_.rights) request.insert(nv::key::rights, *options_.rights);
+  return request;
+}
+
+nv::message Session::ask(const Target& target, nv::message request) {
+  nv::message reply = std::move(askAll({request}).front());
+  if (nv::isError(reply)) throw refusal(target.text, request, reply);
+  return reply;
+}
+
+void Session::askPages(const Target& target, nv::message request,
+                       const std::function<void(const nv::message& page)>& take) {
+  for (;;) {
+    const nv::message page = ask(target, request);
+    take(page);
+    if (!page.has(nv::key::startId)) return;
+    if (page.view(nv::key::objects).empty()) {
+      throw Failure{Exit::failed, "'" + target.text + "' goes on with its list but shows nothing"};
+    }
+    request.insert(nv::key::startId, page.get(nv::key::startId));
+  }
+}
+
+std::vector<nv::message> Session::askAll(std::vector<nv::message> requests) {
+  std::vector<nv::message> replies(requests.size());
+  std::vector<nv::Post> posts;
+  std::size_t missing = requests.size();
+  for (std::size_t k = 0; k < requests.size(); ++k) {
+    const auto take = [&replies, &missing, k](const nv::message& reply) {
+      replies[k] = unwrapped(reply);
+      --missing;
+    };
+    posts.emplace_back(requests[k], take, options_.timeout);
+  }
+  while (missing > 0) nv::getLooper()->runOnce(true);
+  return replies;
+}
+
+Dictionary Session::dictionary(const Target& target) {
+  const nv::message question = request(target.route, nv::cmd::describe);
+  const nv::message answer = std::move(askAll({question}).front());
+  unsigned code = 0;
+  if (!nv::isError(answer, &code, nullptr)) return Dictionary(answer);
+  if (code == nv::err::badCommand) return {};
+  throw refusal(target.text, question, answer);
+}
+
+}  // namespace confctl

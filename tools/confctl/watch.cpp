@@ -1,0 +1,90 @@
+#include "tools/confctl/watch.h"
+
+#include <csignal>
+
+#include "platform/commands.h"
+#include "platform/errors.h"
+#include "platform/follow.h"
+#include "platform/keys.h"
+#include "platform/looper.h"
+
+namespace confctl {
+namespace {
+
+constexpr unsigned kCheckInterval = 500;  // ms
+constexpr std::uint32_t kCheckTimeout = 2000;
+
+void stopLoop(int) { nv::getLooper()->stop(0); }
+
+}  // namespace
+
+Watch::Watch(Client client, Target target, const WatchOptions& options)
+    : client_(client), target_(std::move(target)), options_(options) {
+  nv::message followed = client_.session.request(target_.route, 0);
+  followed.remove(nv::key::command);
+  followed.insert(nv::key::getFlags, options_.flags);
+  follow_ = nv::follow([this](const nv::message& object) { heard(object); }, followed, true);
+  if (options_.milliseconds) {
+    end_ = nv::Timer(*options_.milliseconds, [] { nv::getLooper()->stop(0); });
+  }
+  checkService();
+}
+
+Watch::~Watch() { nv::stopFollow(follow_); }
+
+void Watch::run() {
+  if (options_.changes == 0u) return;
+  std::signal(SIGINT, stopLoop);
+  std::signal(SIGTERM, stopLoop);
+  nv::getLooper()->run();
+}
+
+void Watch::heard(const nv::message& object) {
+  if (object.empty()) return heardAll();
+  const std::uint32_t id = object.get(nv::key::objectId);
+  if (object.get(nv::key::absent) != 0) {
+    if (seen_.erase(id) > 0) change("removed", {{nv::key::objectId, id}});
+    return;
+  }
+  const auto [place, isNew] = seen_.try_emplace(id, object);
+  if (!isNew && place->second == object) return;
+  if (!isNew) place->second = object;
+  if (ready_) {
+    change(isNew ? "added" : "changed", object);
+  } else {
+    client_.printer.event("initial", object);
+  }
+}
+
+void Watch::heardAll() {
+  client_.printer.event(ready_ ? "back" : "ready", seen_.size());
+  ready_ = true;
+  gone_ = false;
+}
+
+void Watch::change(std::string_view what, const nv::message& object) {
+  if (changes_ == options_.changes) return;
+  client_.printer.event(what, object);
+  if (++changes_ == options_.changes) nv::getLooper()->stop(0);
+}
+
+void Watch::checkService() {
+  nv::message question = client_.session.request(target_.route, nv::cmd::getCount);
+  check_ = nv::Post(
+      question, [this](const nv::message& answer) { checked(answer); }, kCheckTimeout);
+}
+
+void Watch::checked(const nv::message& answer) {
+  unsigned code = 0;
+  const bool isThere = !nv::isError(answer, &code, nullptr) || code != nv::err::noRoute;
+  if (!isThere && !gone_) client_.printer.event("gone", seen_.size());
+  gone_ = gone_ || !isThere;
+  nextCheck_ = nv::Timer(kCheckInterval, [this] { checkService(); });
+}
+
+void watchObjects(Client client, const std::string& service, const WatchOptions& options) {
+  Target target = client.open(service);
+  Watch(client, std::move(target), options).run();
+}
+
+}  // namespace confctl
