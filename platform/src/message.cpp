@@ -88,7 +88,7 @@ void message::allocate(std::uint32_t size) {
 
 void message::enlarge(std::uint64_t size) {
   if (size > kMaxSize) std::abort();
-  const auto capacity = std::max(static_cast<std::uint32_t>(size), 2 * capacity_);
+  const auto capacity = std::max(static_cast<std::uint32_t>(size), 2 * capacity_ + kInlineSize);
   auto* grown = new unsigned char[capacity];
   std::memcpy(grown, data_, length());
   release();
