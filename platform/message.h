@@ -268,7 +268,7 @@ class CONFKIT_API message {
   unsigned char* room(std::uint32_t uid, std::uint64_t size);
   unsigned char* addValue(std::uint32_t at, std::uint32_t uid, std::uint64_t size);
   unsigned char* resizeValue(std::uint32_t at, std::uint64_t size);
-  void addWord(std::uint32_t at, std::uint32_t uid, std::uint32_t value);
+  [[gnu::noinline]] void addWord(std::uint32_t at, std::uint32_t uid, std::uint32_t value);
   void eraseAt(std::uint32_t at);
   void shiftOffsets(std::uint32_t from, std::uint32_t delta);
   unsigned char* closeValue(std::uint32_t at, std::uint32_t size);

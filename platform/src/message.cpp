@@ -52,16 +52,20 @@ bool message::operator==(const message& other) const {
 
 // Reading.
 
-bool message::holds(std::uint32_t uid) const { return flat::table(data_).find(uid) != nullptr; }
+bool message::holds(std::uint32_t uid) const {
+  const flat::table table(data_);
+  return table.find(table.partOf(uid), uid) != nullptr;
+}
 
 std::uint32_t message::word(std::uint32_t uid, std::uint32_t absent) const {
-  const unsigned char* entry = flat::table(data_).find(uid);
+  const flat::table table(data_);
+  const unsigned char* entry = table.find(table.words(), uid);
   return entry == nullptr ? absent : flat::val(entry);
 }
 
 byte_view message::valueOf(std::uint32_t uid) const {
   const flat::table table(data_);
-  const unsigned char* entry = table.find(uid);
+  const unsigned char* entry = table.find(table.values(), uid);
   return entry == nullptr ? byte_view{} : table.valueAt(entry);
 }
 
@@ -74,7 +78,9 @@ field message::fieldAt(std::uint32_t at) const {
 
 std::optional<field> message::find(std::uint32_t uid) const {
   if (!isKnownType(uid)) return {};
-  const auto place = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
+  const flat::table table(data_);
+  uid &= kTypeMask | kIdMask;
+  const auto place = table.placeOf(table.partOf(uid), uid);
   if (!place.held) return {};
   return fieldAt(place.at);
 }

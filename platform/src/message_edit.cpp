@@ -24,7 +24,8 @@ void grow(unsigned char* data, std::uint32_t length, std::uint32_t fields, std::
 // Whole values.
 
 void message::setWord(std::uint32_t uid, std::uint32_t value) {
-  const auto place = flat::table(data_).placeOf(uid);
+  const flat::table table(data_);
+  const auto place = table.placeOf(table.words(), uid);
   if (place.held) {
     flat::setVal(data_ + place.at, value);
   } else {
@@ -88,7 +89,9 @@ unsigned char* message::setValue(std::uint32_t uid, byte_view value) {
 
 void message::erase(std::uint32_t uid) {
   if (!isKnownType(uid)) return;
-  const auto place = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
+  const flat::table table(data_);
+  uid &= kTypeMask | kIdMask;
+  const auto place = table.placeOf(table.partOf(uid), uid);
   if (place.held) eraseAt(place.at);
 }
 
@@ -136,7 +139,8 @@ void message::removeElement(std::uint32_t uid, std::uint32_t element) {
 
 /// Place for the value of `uid`. What it held before stays as far as it fits.
 unsigned char* message::room(std::uint32_t uid, std::uint64_t size) {
-  const auto place = flat::table(data_).placeOf(uid);
+  const flat::table table(data_);
+  const auto place = table.placeOf(table.values(), uid);
   return place.held ? resizeValue(place.at, size) : addValue(place.at, uid, size);
 }
 
