@@ -11,6 +11,8 @@ namespace nv {
 
 namespace {
 constexpr std::size_t kHeaderBytes = 4;
+// Pages, undo records and the like nest what a request brought deeper, and must still be readable.
+constexpr unsigned kRequestDepth = message::kMaxDepth - 8;
 
 std::size_t readLength(std::span<const unsigned char> header) {
   return header[0] | std::size_t{header[1]} << 8 | std::size_t{header[2]} << 16 |
@@ -27,7 +29,10 @@ bool isSystem(std::uint32_t rights) { return static_cast<std::int32_t>(rights) <
 
 Connections::Connections(std::unique_ptr<Transport> transport, const Limits& limits, Rights rights,
                          ConnectionEvents& events)
-    : limits_(limits), rights_(std::move(rights)), events_(events), transport_(std::move(transport)) {
+    : limits_(limits),
+      rights_(std::move(rights)),
+      events_(events),
+      transport_(std::move(transport)) {
   if (transport_) transport_->start(*this);
 }
 
@@ -140,7 +145,8 @@ void Connections::resume(std::uint32_t number) {
   if (found == connections_.end() || !std::exchange(found->second.readingPaused, false)) return;
   received(number, {});
   const auto still = connections_.find(number);
-  if (still != connections_.end() && !still->second.readingPaused) transport_->pauseReading(number, false);
+  if (still != connections_.end() && !still->second.readingPaused)
+    transport_->pauseReading(number, false);
 }
 
 Connections::Gone Connections::takeGone() { return std::exchange(gone_, {}); }
@@ -158,17 +164,23 @@ void Connections::accepted(std::uint32_t connection, const Peer& peer) {
 void Connections::received(std::uint32_t connection, std::span<const unsigned char> bytes) {
   const auto found = connections_.find(connection);
   if (found == connections_.end()) return;
-  auto waiting = std::exchange(found->second.unread, {});
-  if (!waiting.empty()) {
-    waiting.insert(waiting.end(), bytes.begin(), bytes.end());
-    bytes = waiting;
+  // What is unread stays where it is: copied with each arrival, a frame that comes byte by byte
+  // would cost its length squared.
+  auto unread = std::exchange(found->second.unread, {});
+  if (unread.empty()) {
+    const auto rest = bytes.subspan(takeFrames(connection, bytes));
+    unread.assign(rest.begin(), rest.end());
+  } else {
+    unread.insert(unread.end(), bytes.begin(), bytes.end());
+    const auto taken = takeFrames(connection, unread);
+    unread.erase(unread.begin(), unread.begin() + static_cast<std::ptrdiff_t>(taken));
   }
-  const auto rest = bytes.subspan(takeFrames(connection, bytes));
   const auto left = connections_.find(connection);  // a frame may have cut it
-  if (left != connections_.end()) left->second.unread.assign(rest.begin(), rest.end());
+  if (left != connections_.end()) left->second.unread = std::move(unread);
 }
 
-std::size_t Connections::takeFrames(std::uint32_t connection, std::span<const unsigned char> bytes) {
+std::size_t Connections::takeFrames(std::uint32_t connection,
+                                    std::span<const unsigned char> bytes) {
   std::size_t taken = 0;
   while (bytes.size() - taken >= kHeaderBytes) {
     const auto found = connections_.find(connection);
@@ -188,9 +200,11 @@ std::size_t Connections::takeFrames(std::uint32_t connection, std::span<const un
 }
 
 void Connections::frameArrived(std::uint32_t number, std::span<const unsigned char> bytes) {
-  auto msg = message::parse(bytes);
-  if (!msg) return cut(number, "a frame is malformed");
   auto& connection = connections_.at(number);
+  const auto depth = connection.client ? kRequestDepth : message::kMaxDepth;
+  auto msg = message::parse(bytes, depth);
+  if (!msg)
+    return cut(number, "a frame is malformed: " + std::string(message::check(bytes, depth)));
   const auto kind = frameKind(*msg);
   if (connection.client) {
     if (kind != Frame::request) return cut(number, "a client sent something that is no request");
@@ -211,7 +225,8 @@ void Connections::requestArrived(std::uint32_t number, Connection& connection, m
   request.insert_vector(key::requester, number);
   request.insert(key::rights, grantedRights(connection, request));
   if (tag != 0) {
-    if (connection.inFlight.size() == limits_.requestsInFlight && !connection.inFlight.contains(tag))
+    if (connection.inFlight.size() == limits_.requestsInFlight &&
+        !connection.inFlight.contains(tag))
       return refuse(number, tag, "too many requests wait for an answer");
     if (!connection.inFlight.emplace(tag, false).second)
       return cut(number, "two requests carry one tag");
@@ -223,7 +238,8 @@ void Connections::refuse(std::uint32_t number, std::uint32_t tag, std::string_vi
   send(number, Frame::reply, tag, errorMsg(err::tooMany, why));
 }
 
-std::uint32_t Connections::grantedRights(const Connection& connection, const message& request) const {
+std::uint32_t Connections::grantedRights(const Connection& connection,
+                                         const message& request) const {
   const auto asked = request.get(key::rights, kSystemRights);
   if (isSystem(asked)) return connection.rights;
   return isSystem(connection.rights) ? asked : asked & connection.rights;

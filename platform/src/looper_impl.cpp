@@ -177,7 +177,7 @@ std::optional<microseconds> Looper::Impl::timeToSleep() const {
   if (const auto due = timers.nextDue()) sleep = std::chrono::milliseconds(*due - now());
   if (lingerUntil_) {
     const auto left = std::chrono::duration_cast<microseconds>(*lingerUntil_ - steady_clock::now());
-    sleep = std::clamp(left, microseconds{0}, sleep.value_or(left));
+    sleep = std::max(microseconds{0}, std::min(left, sleep.value_or(left)));
   }
   return sleep;
 }

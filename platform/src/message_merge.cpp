@@ -57,8 +57,9 @@ void message::merge(const message& other) {
   if (this == &other) return;
   if (other.count() > kFewFields) return mergeAll(other);
   for (const field f : other) {
-    const auto at = flat::table(data_).placeOf(f.uid());
-    setField(at.index, at.held, f);
+    const flat::table table(data_);
+    const auto place = table.placeOf(table.partOf(f.uid()), f.uid());
+    setField(place.at, place.held, f);
   }
 }
 
@@ -95,13 +96,14 @@ void merge(message& target, const message& source, message& prior) {
   if (&target == &source) return;
   if (&prior == &source) return merge(target, message(source), prior);
   for (const field f : source) {
-    const auto at = flat::table(target.data_).placeOf(f.uid());
-    if (at.held) {
-      const field old = target.fieldAt(at.index);
+    const flat::table table(target.data_);
+    const auto place = table.placeOf(table.partOf(f.uid()), f.uid());
+    if (place.held) {
+      const field old = target.fieldAt(place.at);
       if (old == f) continue;
       prior.insert(old);
     }
-    target.setField(at.index, at.held, f);
+    target.setField(place.at, place.held, f);
   }
 }
 

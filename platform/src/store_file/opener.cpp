@@ -19,7 +19,6 @@ namespace nv {
 
 namespace {
 
-// The log is copied into the file whenever it has grown to 256 KiB.
 constexpr const char* kSettings =
     "PRAGMA trusted_schema = OFF;"
     "PRAGMA cell_size_check = ON;"
@@ -28,7 +27,6 @@ constexpr const char* kSettings =
     "PRAGMA secure_delete = ON;"
     "PRAGMA cache_size = -256;"
     "PRAGMA temp_store = MEMORY;"
-    "PRAGMA wal_autocheckpoint = 256;"
     "PRAGMA journal_size_limit = 1048576;";
 
 bool isThere(const std::filesystem::path& file) { return ::access(file.c_str(), F_OK) == 0; }

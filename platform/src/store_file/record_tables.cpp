@@ -147,6 +147,20 @@ std::string RecordTables::end() {
   return SqliteDb::error(failure_);
 }
 
+// The commit at the end makes the log begin anew. Otherwise its pages, which are in the file by now, would
+// stay valid until the next change, and should its end be cut off, what is left would take the file back to a
+// mixture of then and now.
+void RecordTables::foldLog() {
+  if (db_->logPages() < kLogPages) return;
+  if (sqlite3_wal_checkpoint_v2(db_->handle(), nullptr, SQLITE_CHECKPOINT_RESTART, nullptr,
+                                nullptr) != SQLITE_OK)
+    return;
+  Statement version(*db_, "PRAGMA user_version");
+  const std::int64_t folds = version.step() == SQLITE_ROW ? version.integer(0) : 0;
+  version.reset();
+  db_->run(("PRAGMA user_version = " + std::to_string((folds + 1) & 0x7fffffff)).c_str());
+}
+
 RecordTables::Table& RecordTables::made(std::string_view store) {
   const auto at = tables_.find(store);
   if (at != tables_.end()) return at->second;

@@ -39,6 +39,10 @@ class RecordTables {
   void remove(std::string_view store, std::uint32_t id);
   /// Commits; empty, or what went wrong on the way, and then nothing is changed.
   std::string end();
+  /// Copies the log into the file once it has grown to kLogPages. What cannot be copied now (on a full disk)
+  /// is copied another time.
+  void foldLog();
+  static constexpr int kLogPages = 256;
 
   SqliteDb& db() { return *db_; }
 

@@ -17,12 +17,16 @@ class SqliteDb {
  public:
   /// Opens `file` with SQLite's own open flags; `status` tells how that went.
   SqliteDb(const std::string& file, int flags);
+  SqliteDb(const SqliteDb&) = delete;
+  SqliteDb& operator=(const SqliteDb&) = delete;
 
   int status() const { return status_; }
   /// Runs SQL that gives no rows worth reading.
   int run(const char* sql);
   /// What a result code means.
   static std::string error(int code);
+  /// How many pages the write-ahead log held after the last commit. It is not folded into the file by itself.
+  int logPages() const { return logPages_; }
   /// Whether closing copies the log into the file (so it does at first), or leaves both as they are.
   void foldLogOnClose(bool fold);
 
@@ -32,6 +36,7 @@ class SqliteDb {
   struct Close {
     void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
   };
+  int logPages_ = 0;
   std::unique_ptr<sqlite3, Close> db_;
   int status_;
 };

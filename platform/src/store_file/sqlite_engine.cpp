@@ -102,6 +102,9 @@ void SqliteEngine::handleBatch(std::unique_lock<std::mutex>& state) {
   outcome_ = std::move(done);
   changed_.notify_all();
   if (wake_) wake_();
+  state.unlock();
+  foldLog();
+  state.lock();
 }
 
 void SqliteEngine::handleProbe(std::unique_lock<std::mutex>& state) {
@@ -135,6 +138,12 @@ std::string SqliteEngine::writeBatch(const StoreBatch& batch) {
   // The system's own words, when it still has them, say more than "disk I/O error".
   std::string missing = file_.probe();
   return missing.empty() ? error : missing;
+}
+
+// After the outcome was told, since nobody waits for this.
+void SqliteEngine::foldLog() {
+  std::lock_guard data(dataMutex_);
+  tables_->foldLog();
 }
 
 // Nothing can have changed while the stand-in served, so the file, once it can be written, takes its place

@@ -47,6 +47,7 @@ class SqliteEngine : public StoreEngine {
   void handleProbe(std::unique_lock<std::mutex>& state);
   Outcome commit(const StoreBatch& batch);
   std::string writeBatch(const StoreBatch& batch);
+  void foldLog();
   std::string lookForSpace();
 
   // Under dataMutex_.

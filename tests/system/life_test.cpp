@@ -1,0 +1,80 @@
+/// How a service process begins and ends.
+
+#include <csignal>
+
+#include <gtest/gtest.h>
+
+#include "platform/commands.h"
+#include "tests/support/raw_client.h"
+#include "tests/support/text_map.h"
+#include "tests/system/service_process.h"
+
+namespace nv::testkit {
+namespace {
+
+TEST(Life, ASecondInstanceOnTheAddressSaysSoInOneLine) {
+  Place place;
+  ServiceProcess first(place), second(place, place.folder() / "other.db");
+  ASSERT_TRUE(first.start());
+  EXPECT_FALSE(second.start());
+  EXPECT_EQ(second.wait(), 1);
+  EXPECT_EQ(second.said(),
+            "texts: address 100 on " + place.bus().string() + " is taken by another process\n");
+  RawClient client(place.socket());
+  EXPECT_FALSE(isError(client.ask(addText(1, "the first one still serves"))));
+}
+
+TEST(Life, ASecondProcessOnTheStoreFileSaysSoInOneLine) {
+  Place place, elsewhere;
+  ServiceProcess first(place), second(elsewhere, place.storeFile());
+  ASSERT_TRUE(first.start());
+  EXPECT_FALSE(second.start());
+  EXPECT_EQ(second.wait(), 1);
+  EXPECT_EQ(second.said(),
+            "texts: store: " + place.storeFile().string() + ": is in use by another process\n");
+  RawClient client(place.socket());
+  EXPECT_FALSE(isError(client.ask(addText(1, "the first one still serves"))));
+}
+
+TEST(Life, WhatAKilledServiceLeavesBehindDoesNotHinderTheNext) {
+  Place place;
+  ServiceProcess service(place);
+  ASSERT_TRUE(service.start());
+  EXPECT_EQ(service.end(SIGKILL), -SIGKILL);
+  ASSERT_TRUE(std::filesystem::exists(place.socket()));
+  EXPECT_FALSE(RawClient(place.socket()).connected());
+  ASSERT_TRUE(service.start());
+  EXPECT_TRUE(RawClient(place.socket()).connected());
+  EXPECT_EQ(service.said(), "");
+}
+
+TEST(Life, SigtermEndsAServiceWhenAllThatItAcceptedIsStored) {
+  constexpr std::uint32_t kTexts = 200;
+  Place place;
+  ServiceProcess service(place);
+  ASSERT_TRUE(service.start());
+  RawClient client(place.socket());
+  for (std::uint32_t id = 1; id <= kTexts; ++id)
+    client.send(addText(id, "text").insert(key::tag, id));
+  std::uint32_t acknowledged = 0;
+  const auto takeReply = [&] {
+    const auto reply = client.receive();
+    if (!reply) return false;
+    EXPECT_EQ(reply->get(key::objectId), ++acknowledged);
+    return true;
+  };
+  takeReply();
+  kill(service.pid(), SIGTERM);
+  while (takeReply()) {
+  }
+  EXPECT_EQ(service.wait(), 0);
+  EXPECT_FALSE(std::filesystem::exists(place.socket()));
+  EXPECT_EQ(service.said(), "");
+
+  ASSERT_TRUE(service.start());
+  client.connect(place.socket());
+  EXPECT_EQ(client.ask(command(cmd::getCount)).get(key::count), acknowledged);
+}
+
+}  // namespace
+}  // namespace nv::testkit

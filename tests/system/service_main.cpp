@@ -1,0 +1,35 @@
+// The service of the system tests: <this> READY_FD [--bus DIRECTORY] [--store FILE]
+// Writes a byte to READY_FD when it can be connected to.
+
+#include <cstdlib>
+
+#include <unistd.h>
+
+#include "platform/looper.h"
+#include "platform/service.h"
+#include "tests/support/text_map.h"
+#include "tests/system/service_process.h"
+
+namespace {
+using nv::testkit::kClerk;
+
+/// Root is the system, the clerk may do some things, nobody else may change anything.
+std::uint32_t rightsOf(const nv::Peer& peer) {
+  if (peer.uid == 0 || peer.uid == geteuid()) return nv::kSystemRights;
+  return peer.uid == kClerk.uid ? kClerk.rights : 0;
+}
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) return EXIT_FAILURE;
+  nv::Service service(
+      argc - 1, argv + 1,
+      {.name = "texts", .address = nv::testkit::kAddress, .socketMode = 0666, .rights = rightsOf});
+  nv::testkit::TextMap texts;
+  texts.init();
+  nv::getLooper()->addHandler(nv::testkit::kAddress, &texts);
+  const int ready = std::atoi(argv[1]);
+  if (write(ready, "!", 1) != 1) return EXIT_FAILURE;
+  close(ready);
+  return service.run();
+}

@@ -1,0 +1,145 @@
+#include "tests/system/service_process.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "platform/commands.h"
+#include "tests/support/text_map.h"
+
+namespace nv::testkit {
+
+namespace {
+/// The emulator, if any, and the program.
+std::vector<std::string> programWords() {
+  std::istringstream emulator(CONFKIT_EMULATOR);
+  std::vector<std::string> words(std::istream_iterator<std::string>(emulator), {});
+  words.emplace_back(CONFKIT_TEST_SERVICE);
+  return words;
+}
+
+std::string textOf(const std::filesystem::path& file) {
+  std::ifstream in(file);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::string outputName() {
+  static int made = 0;
+  return "output-" + std::to_string(++made);
+}
+
+int statusOf(int waited) { return WIFEXITED(waited) ? WEXITSTATUS(waited) : -WTERMSIG(waited); }
+}  // namespace
+
+message command(unsigned code, std::uint32_t id) {
+  message msg{{key::command, code}};
+  msg.insert_vector(key::route, kAddress);
+  if (id != kNoId) msg.insert(key::objectId, id);
+  return msg;
+}
+
+message addText(std::uint32_t id, const std::string& text) {
+  return command(cmd::addObj, id).insert(kText, text);
+}
+
+message setText(std::uint32_t id, const std::string& text) {
+  return command(cmd::setObj, id).insert(kText, text);
+}
+
+unsigned errorCode(const message& reply) {
+  unsigned code = 0;
+  isError(reply, &code, nullptr);
+  return code;
+}
+
+int linesWith(const std::string& text, const std::string& part) {
+  std::istringstream in(text);
+  int found = 0;
+  for (std::string line; std::getline(in, line);) found += line.find(part) != std::string::npos;
+  return found;
+}
+
+ServiceProcess::ServiceProcess(const Place& place, std::filesystem::path storeFile)
+    : bus_(place.bus()),
+      storeFile_(storeFile.empty() ? place.storeFile() : std::move(storeFile)),
+      output_(place.folder() / outputName()) {}
+
+ServiceProcess::~ServiceProcess() {
+  if (pid_ > 0) end(SIGKILL);
+}
+
+void ServiceProcess::limitFiles(std::optional<rlim_t> bytes) {
+  fileLimit_ = bytes;
+  if (pid_ <= 0) return;
+  const rlimit limit{bytes.value_or(RLIM_INFINITY), RLIM_INFINITY};
+  EXPECT_EQ(prlimit(pid_, RLIMIT_FSIZE, &limit, nullptr), 0);
+}
+
+bool ServiceProcess::start() {
+  int ready[2];
+  if (pipe2(ready, O_CLOEXEC) != 0) std::abort();
+  pid_ = fork();
+  if (pid_ < 0) std::abort();
+  if (pid_ == 0) run(ready[1]);
+  close(ready[1]);
+  char byte = 0;
+  const bool started = read(ready[0], &byte, 1) == 1;
+  close(ready[0]);
+  return started;
+}
+
+/// The child, up to the service's main.
+void ServiceProcess::run(int readyFd) const {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const int out = open(output_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+  dup2(out, STDOUT_FILENO);
+  dup2(out, STDERR_FILENO);
+  fcntl(readyFd, F_SETFD, 0);
+  std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit limit{fileLimit_.value_or(RLIM_INFINITY), RLIM_INFINITY};
+  setrlimit(RLIMIT_FSIZE, &limit);
+  // Freed memory that is kept for diagnosis would look like growth.
+  setenv("ASAN_OPTIONS", "quarantine_size_mb=1", 0);
+
+  auto words = programWords();
+  for (const auto& word : {std::to_string(readyFd), std::string("--bus"), bus_.string(),
+                           std::string("--store"), storeFile_.string()})
+    words.push_back(word);
+  std::vector<char*> argv;
+  for (auto& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  execvp(argv[0], argv.data());
+  _exit(127);
+}
+
+int ServiceProcess::end(int signal) {
+  kill(pid_, signal);
+  return wait();
+}
+
+int ServiceProcess::wait() {
+  int status = 0;
+  waitpid(std::exchange(pid_, 0), &status, 0);
+  return statusOf(status);
+}
+
+std::string ServiceProcess::said() const { return textOf(output_); }
+
+std::size_t ServiceProcess::memory() const {
+  const auto text = textOf("/proc/" + std::to_string(pid_) + "/status");
+  const auto at = text.find("VmRSS:");
+  return at == std::string::npos ? 0 : std::stoul(text.substr(at + 6)) * 1024;
+}
+
+}  // namespace nv::testkit
