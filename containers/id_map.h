@@ -10,6 +10,8 @@
 #include <memory>
 #include <utility>
 
+namespace nv {
+
 /// An ordered map from ids to pointers. Does not own what it points to.
 ///
 /// Ids are given out from below and so lie close together. Each 32 neighbours share a page, each 32
@@ -187,3 +189,5 @@ class IdMap {
   Books books_;
   std::size_t size_ = 0;
 };
+
+}  // namespace nv
