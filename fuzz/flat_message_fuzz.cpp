@@ -1,5 +1,6 @@
 // Bytes from outside become a message or are refused; what is accepted is canonical and survives
 // use.
+#include <algorithm>
 #include <cstdlib>
 #include <sstream>
 

@@ -51,7 +51,10 @@ class CONFKIT_API message {
   /// All fields of a list at once, in any order; of two values for one field the later one counts.
   message(std::initializer_list<field_value> fields);
   explicit message(std::span<const field_value> fields);
-  message(const message& other);
+  message(const message& other) : data_(inline_), capacity_(kInlineSize) {
+    if (other.length() > kInlineSize) allocate(other.length());
+    std::memcpy(data_, other.data_, other.length());
+  }
   message(message&& other) noexcept { take(other); }
   /// The message whose flat form is given; empty when the bytes are not the flat form of a message.
   message(const flat_message& flat) : message(flat_view(flat)) {}
@@ -72,7 +75,7 @@ class CONFKIT_API message {
   /// Why `parse` refuses `bytes`, in a few words; empty when it does not.
   static std::string_view check(byte_view bytes, unsigned depth = kMaxDepth);
   /// Replaces `out` by the flat form.
-  void flatten(std::vector<unsigned char>& out) const;
+  void flatten(std::vector<unsigned char>& out) const { out.assign(data_, data_ + max_length()); }
   flat_message flat() const { return flat_message(flat_view(bytes())); }
   /// The flat form where it stands; valid until the message changes.
   byte_view bytes() const { return {data_, max_length()}; }
@@ -207,21 +210,27 @@ class CONFKIT_API message {
     using pointer = void;
     using reference = field;
 
-    iterator(const message* owner, std::size_t index) : owner_(owner), index_(index) {}
-    field operator*() const { return owner_->fieldAt(index_); }
-    iterator& operator++() { return ++index_, *this; }
-    iterator operator++(int) { return iterator(owner_, index_++); }
+    iterator(const message* owner, std::uint32_t at) : owner_(owner), at_(at) {}
+    field operator*() const { return owner_->fieldAt(at_); }
+    iterator& operator++() { return at_ += kEntrySize, *this; }
+    iterator operator++(int) {
+      const iterator before = *this;
+      return ++*this, before;
+    }
     bool operator==(const iterator&) const = default;
 
    private:
     const message* owner_;
-    std::size_t index_;
+    std::uint32_t at_;
   };
-  iterator begin() const { return {this, 0}; }
-  iterator end() const { return {this, count()}; }
+  iterator begin() const { return {this, kHeaderSize}; }
+  iterator end() const {
+    return {this, kHeaderSize + kEntrySize * static_cast<std::uint32_t>(count())};
+  }
 
  private:
   static constexpr std::uint32_t kHeaderSize = 12;
+  static constexpr std::uint32_t kEntrySize = 8;
   static constexpr std::uint32_t kCountAt = 4;
 
   template <class T>
@@ -233,17 +242,20 @@ class CONFKIT_API message {
   template <class T, class V>
   static typename IdTraits<T>::type owned(const V& value);
 
-  // Reading.
+  // Reading. Entries are named by where they are, in bytes from the beginning.
   std::uint32_t length() const { return load32(data_); }
   bool holds(std::uint32_t uid) const;
   std::uint32_t word(std::uint32_t uid, std::uint32_t absent) const;
   byte_view valueOf(std::uint32_t uid) const;
-  field fieldAt(std::size_t index) const;
-  bool owns(const unsigned char* p) const;
+  field fieldAt(std::uint32_t at) const;
+  /// Whether `p` points into this message.
+  bool owns(const unsigned char* p) const {
+    return reinterpret_cast<std::uintptr_t>(p) - reinterpret_cast<std::uintptr_t>(data_) < length();
+  }
 
   // Writing whole values.
   void setWord(std::uint32_t uid, std::uint32_t value);
-  void setField(std::uint32_t index, bool held, const field& f);
+  void setField(std::uint32_t at, bool held, const field& f);
   void setNumber(std::uint32_t uid, std::uint64_t value);
   void setBytes(std::uint32_t uid, byte_view value);
   void setList(std::uint32_t uid, const byte_list& list);
@@ -254,15 +266,19 @@ class CONFKIT_API message {
 
   // Making room; a `size` is that of the value, without padding.
   unsigned char* room(std::uint32_t uid, std::uint64_t size);
-  unsigned char* addValue(std::size_t index, std::uint32_t uid, std::uint64_t size);
-  unsigned char* resizeValue(std::size_t index, std::uint64_t size);
-  void addWord(std::size_t index, std::uint32_t uid, std::uint32_t value);
-  void eraseAt(std::size_t index);
-  void shiftOffsets(std::size_t first, std::uint32_t delta);
-  unsigned char* closeValue(std::size_t index, std::uint32_t size);
+  unsigned char* addValue(std::uint32_t at, std::uint32_t uid, std::uint64_t size);
+  unsigned char* resizeValue(std::uint32_t at, std::uint64_t size);
+  [[gnu::noinline]] void addWord(std::uint32_t at, std::uint32_t uid, std::uint32_t value);
+  void eraseAt(std::uint32_t at);
+  void shiftOffsets(std::uint32_t from, std::uint32_t delta);
+  unsigned char* closeValue(std::uint32_t at, std::uint32_t size);
 
   // The buffer.
-  void reserve(std::uint64_t size);
+  void allocate(std::uint32_t size);
+  void reserve(std::uint64_t size) {
+    if (size > capacity_) enlarge(size);
+  }
+  void enlarge(std::uint64_t size);
   void mergeAll(const message& other);
   void assign(byte_view bytes);
   void take(message& other) noexcept;

@@ -5,32 +5,48 @@
 
 namespace nv::flat {
 
-/// The index of an entry that is there, or at which it would have to be put.
+/// Where, in bytes from the beginning, an entry is or would have to be put.
 struct place {
-  std::uint32_t index;
+  std::uint32_t at;
   bool held;
 };
 
-/// A view; valid until the bytes move or change.
+/// A view; valid until the bytes move or change. Searches name the part of the entries, the words
+/// or the values, that a UId belongs to: callers mostly know.
 class table {
  public:
+  struct part {
+    const unsigned char* first;
+    std::uint32_t count;
+  };
+
   explicit table(const unsigned char* data) : data_(data) {}
 
   const unsigned char* heap() const { return entry(data_, fields(data_)); }
 
+  part words() const { return {entry(data_, 0), flat::words(data_)}; }
+  part values() const {
+    const std::uint32_t words = flat::words(data_);
+    return {entry(data_, words), fields(data_) - words};
+  }
+  part partOf(std::uint32_t uid) const { return uid < kFirstValue ? words() : values(); }
+
   /// The entry of `uid`, null when there is none.
-  const unsigned char* find(std::uint32_t uid) const {
-    const unsigned char* near = nearest(uid);
-    return near != nullptr && flat::uid(near) == uid ? near : nullptr;
+  const unsigned char* find(part in, std::uint32_t uid) const {
+    if (in.count == 0) return nullptr;
+    const unsigned char* near = lastUpTo(in.first, in.count, uid);
+    return flat::uid(near) == uid ? near : nullptr;
   }
 
   /// Where the entry of `uid` is or belongs.
-  place placeOf(std::uint32_t uid) const {
-    const unsigned char* near = nearest(uid);
-    if (near == nullptr) return {uid < kFirstValue ? 0 : words(data_), false};
-    const auto index = static_cast<std::uint32_t>(near - entry(data_, 0)) / kEntry;
-    return {index + std::uint32_t{flat::uid(near) < uid}, flat::uid(near) == uid};
+  place placeOf(part in, std::uint32_t uid) const {
+    if (in.count == 0) return {static_cast<std::uint32_t>(in.first - data_), false};
+    const unsigned char* near = lastUpTo(in.first, in.count, uid);
+    const std::uint32_t behind = flat::uid(near) < uid ? kEntry : 0;
+    return {static_cast<std::uint32_t>(near - data_) + behind, flat::uid(near) == uid};
   }
+
+  place placeOf(std::uint32_t uid) const { return placeOf(partOf(uid), uid); }
 
   /// Where in the heap the value of an entry begins; for the end of the entries, where the heap
   /// ends.
@@ -49,25 +65,14 @@ class table {
   }
 
  private:
-  /// The entry of `uid`, or a neighbour of the place where it belongs. Null when its part, words or
-  /// values, has no entry.
-  const unsigned char* nearest(std::uint32_t uid) const {
-    const std::size_t wordCount = words(data_);
-    const std::size_t isValue = uid >= kFirstValue;
-    const std::size_t count = isValue != 0 ? fields(data_) - wordCount : wordCount;
-    if (count == 0) return nullptr;
-    return lastUpTo(entry(data_, wordCount * isValue), count, uid);
-  }
-
   /// The last of `count` entries from `first` on with a UId up to `uid`; the first one when there
-  /// is none. Halves without a branch on the data, which random keys would mispredict: hence the
-  /// mask.
-  static const unsigned char* lastUpTo(const unsigned char* first, std::size_t count,
+  /// is none. The odds given keep the compiler from a branch, which random keys would mispredict.
+  static const unsigned char* lastUpTo(const unsigned char* first, std::uint32_t count,
                                        std::uint32_t uid) {
     while (count > 1) {
-      const std::size_t half = kEntry * (count / 2);
-      const std::size_t mask = -std::size_t{flat::uid(first + half) <= uid};
-      first += half & mask;
+      const unsigned char* half = first + kEntry * (count / 2);
+      const bool isFurther = flat::uid(half) <= uid;
+      first = __builtin_expect_with_probability(isFurther, 1, 0.5) ? half : first;
       count -= count / 2;
     }
     return first;

@@ -8,15 +8,6 @@
 
 namespace nv {
 
-message::message(const message& other) : data_(inline_), capacity_(kInlineSize) {
-  const std::uint32_t length = other.length();
-  if (length > kInlineSize) {
-    data_ = new unsigned char[length];
-    capacity_ = length;
-  }
-  std::memcpy(data_, other.data_, length);
-}
-
 message::message(flat_view flat) : message() {
   if (check(flat.bytes()).empty()) assign(flat.bytes());
 }
@@ -50,32 +41,31 @@ std::string_view message::check(byte_view bytes, unsigned depth) {
   return flat::reader(bytes, depth).fault();
 }
 
-void message::flatten(std::vector<unsigned char>& out) const {
-  const byte_view flat = bytes();
-  out.assign(flat.begin(), flat.end());
-}
-
 bool message::operator==(const message& other) const {
   return length() == other.length() && std::memcmp(data_, other.data_, length()) == 0;
 }
 
 // Reading.
 
-bool message::holds(std::uint32_t uid) const { return flat::table(data_).find(uid) != nullptr; }
+bool message::holds(std::uint32_t uid) const {
+  const flat::table table(data_);
+  return table.find(table.partOf(uid), uid) != nullptr;
+}
 
 std::uint32_t message::word(std::uint32_t uid, std::uint32_t absent) const {
-  const unsigned char* entry = flat::table(data_).find(uid);
+  const flat::table table(data_);
+  const unsigned char* entry = table.find(table.words(), uid);
   return entry == nullptr ? absent : flat::val(entry);
 }
 
 byte_view message::valueOf(std::uint32_t uid) const {
   const flat::table table(data_);
-  const unsigned char* entry = table.find(uid);
+  const unsigned char* entry = table.find(table.values(), uid);
   return entry == nullptr ? byte_view{} : table.valueAt(entry);
 }
 
-field message::fieldAt(std::size_t index) const {
-  const unsigned char* entry = flat::entry(data_, index);
+field message::fieldAt(std::uint32_t at) const {
+  const unsigned char* entry = data_ + at;
   const std::uint32_t uid = flat::uid(entry);
   if (uid < flat::kFirstValue) return {uid, {entry + 4, 4}};
   return {uid, flat::table(data_).valueAt(entry)};
@@ -83,21 +73,22 @@ field message::fieldAt(std::size_t index) const {
 
 std::optional<field> message::find(std::uint32_t uid) const {
   if (!isKnownType(uid)) return {};
-  const auto at = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
-  if (!at.held) return {};
-  return fieldAt(at.index);
-}
-
-bool message::owns(const unsigned char* p) const {
-  return !std::less<>{}(p, data_) && std::less<>{}(p, data_ + length());
+  const auto place = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
+  if (!place.held) return {};
+  return fieldAt(place.at);
 }
 
 // The buffer.
 
-void message::reserve(std::uint64_t size) {
-  if (size <= capacity_) return;
+/// Takes a buffer of its own, of exactly `size` bytes, in place of the inline one.
+void message::allocate(std::uint32_t size) {
+  data_ = new unsigned char[size];
+  capacity_ = size;
+}
+
+void message::enlarge(std::uint64_t size) {
   if (size > kMaxSize) std::abort();
-  const auto capacity = std::max(static_cast<std::uint32_t>(size), 2 * capacity_);
+  const auto capacity = std::max(static_cast<std::uint32_t>(size), 2 * capacity_ + kInlineSize);
   auto* grown = new unsigned char[capacity];
   std::memcpy(grown, data_, length());
   release();

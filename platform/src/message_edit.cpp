@@ -9,6 +9,10 @@ namespace nv {
 
 namespace {
 
+void moveBytes(unsigned char* to, const unsigned char* from, std::size_t size) {
+  if (size != 0) std::memmove(to, from, size);
+}
+
 /// Adds to the header; what shrinks wraps.
 void grow(unsigned char* data, std::uint32_t length, std::uint32_t fields, std::uint32_t words) {
   flat::setHeader(data, flat::length(data) + length, flat::fields(data) + fields,
@@ -20,11 +24,12 @@ void grow(unsigned char* data, std::uint32_t length, std::uint32_t fields, std::
 // Whole values.
 
 void message::setWord(std::uint32_t uid, std::uint32_t value) {
-  const auto at = flat::table(data_).placeOf(uid);
-  if (at.held) {
-    flat::setVal(flat::entry(data_, at.index), value);
+  const flat::table table(data_);
+  const auto place = table.placeOf(table.words(), uid);
+  if (place.held) {
+    flat::setVal(data_ + place.at, value);
   } else {
-    addWord(at.index, uid, value);
+    addWord(place.at, uid, value);
   }
 }
 
@@ -45,7 +50,7 @@ void message::setList(std::uint32_t uid, const byte_list& list) {
     ownsAny |= owns(element.data());
   });
   if (!ownsAny) return flat::writeList(room(uid, size), list);
-  std::vector<unsigned char> apart(size);
+  std::vector<unsigned char> apart(static_cast<std::size_t>(size));
   flat::writeList(apart.data(), list);
   setValue(uid, apart);
 }
@@ -58,16 +63,16 @@ void message::insert(const field& f) {
   }
 }
 
-/// Inserts a field of another message, whose entry is at `index` or belongs there.
-void message::setField(std::uint32_t index, bool held, const field& f) {
+/// Inserts a field of another message, whose entry is at `at` or belongs there.
+void message::setField(std::uint32_t at, bool held, const field& f) {
   const byte_view value = f.bytes();
   if (f.uid() >= flat::kFirstValue) {
-    flat::copyBytes(
-        held ? resizeValue(index, value.size()) : addValue(index, f.uid(), value.size()), value);
+    flat::copyBytes(held ? resizeValue(at, value.size()) : addValue(at, f.uid(), value.size()),
+                    value);
   } else if (held) {
-    flat::setVal(flat::entry(data_, index), load32(value.data()));
+    flat::setVal(data_ + at, load32(value.data()));
   } else {
-    addWord(index, f.uid(), load32(value.data()));
+    addWord(at, f.uid(), load32(value.data()));
   }
 }
 
@@ -84,8 +89,8 @@ unsigned char* message::setValue(std::uint32_t uid, byte_view value) {
 
 void message::erase(std::uint32_t uid) {
   if (!isKnownType(uid)) return;
-  const auto at = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
-  if (at.held) eraseAt(at.index);
+  const auto place = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
+  if (place.held) eraseAt(place.at);
 }
 
 // Array elements.
@@ -132,75 +137,79 @@ void message::removeElement(std::uint32_t uid, std::uint32_t element) {
 
 /// Place for the value of `uid`. What it held before stays as far as it fits.
 unsigned char* message::room(std::uint32_t uid, std::uint64_t size) {
-  const auto at = flat::table(data_).placeOf(uid);
-  return at.held ? resizeValue(at.index, size) : addValue(at.index, uid, size);
+  const flat::table table(data_);
+  const auto place = table.placeOf(table.values(), uid);
+  return place.held ? resizeValue(place.at, size) : addValue(place.at, uid, size);
 }
 
-unsigned char* message::addValue(std::size_t index, std::uint32_t uid, std::uint64_t size) {
+unsigned char* message::addValue(std::uint32_t at, std::uint32_t uid, std::uint64_t size) {
   reserve(length() + flat::kEntry + size + flat::padding(size));
   const auto padded = static_cast<std::uint32_t>(size) + flat::padding(size);
-  const std::uint32_t offset = flat::table(data_).offsetAt(flat::entry(data_, index));
-  unsigned char* entry = flat::entry(data_, index);
+  const std::uint32_t offset = flat::table(data_).offsetAt(data_ + at);
+  unsigned char* entry = data_ + at;
   unsigned char* value = flat::entry(data_, count()) + offset;
   unsigned char* end = data_ + length();
-  std::memmove(value + flat::kEntry + padded, value, static_cast<std::size_t>(end - value));
-  std::memmove(entry + flat::kEntry, entry, static_cast<std::size_t>(value - entry));
+  moveBytes(value + flat::kEntry + padded, value, static_cast<std::size_t>(end - value));
+  moveBytes(entry + flat::kEntry, entry, static_cast<std::size_t>(value - entry));
   grow(data_, flat::kEntry + padded, 1, 0);
   store32(entry, uid);
   flat::setVal(entry, offset);
-  shiftOffsets(index + 1, padded);
-  return closeValue(index, static_cast<std::uint32_t>(size));
+  shiftOffsets(at + flat::kEntry, padded);
+  return closeValue(at, static_cast<std::uint32_t>(size));
 }
 
-unsigned char* message::resizeValue(std::size_t index, std::uint64_t size) {
-  const std::uint32_t begin = flat::table(data_).offsetAt(flat::entry(data_, index));
-  const std::uint32_t end = flat::table(data_).offsetAt(flat::entry(data_, index + 1));
+unsigned char* message::resizeValue(std::uint32_t at, std::uint64_t size) {
+  const std::uint32_t begin = flat::table(data_).offsetAt(data_ + at);
+  const std::uint32_t end = flat::table(data_).offsetAt(data_ + at + flat::kEntry);
   const std::uint64_t padded = size + flat::padding(size);
   if (padded != end - begin) {
     reserve(length() - (end - begin) + padded);
     unsigned char* heap = flat::entry(data_, count());
     const auto rest = static_cast<std::size_t>(data_ + length() - (heap + end));
-    std::memmove(heap + begin + padded, heap + end, rest);
+    moveBytes(heap + begin + padded, heap + end, rest);
     const std::uint32_t delta = static_cast<std::uint32_t>(padded) - (end - begin);
     grow(data_, delta, 0, 0);
-    shiftOffsets(index + 1, delta);
+    shiftOffsets(at + flat::kEntry, delta);
   }
-  return closeValue(index, static_cast<std::uint32_t>(size));
+  return closeValue(at, static_cast<std::uint32_t>(size));
 }
 
-/// Zeroes the padding of the value at `index`, whose place is there, and notes its length.
-unsigned char* message::closeValue(std::size_t index, std::uint32_t size) {
-  unsigned char* entry = flat::entry(data_, index);
+/// Zeroes the padding of the value at `at`, whose place is there, and notes its length.
+unsigned char* message::closeValue(std::uint32_t at, std::uint32_t size) {
+  unsigned char* entry = data_ + at;
   const std::uint32_t offset = flat::val(entry) & ~flat::kPadMask;
   const std::uint32_t pad = flat::padding(size);
   flat::setVal(entry, offset | pad);
   unsigned char* value = flat::entry(data_, count()) + offset;
-  std::memset(value + size, 0, pad);
+  if (pad != 0) {
+    unsigned char* last = value + size + pad - 4;
+    store32(last, load32(last) & (~std::uint32_t{0} >> (8 * pad)));
+  }
   return value;
 }
 
-void message::addWord(std::size_t index, std::uint32_t uid, std::uint32_t value) {
+void message::addWord(std::uint32_t at, std::uint32_t uid, std::uint32_t value) {
   reserve(std::uint64_t{length()} + flat::kEntry);
-  unsigned char* entry = flat::entry(data_, index);
-  std::memmove(entry + flat::kEntry, entry, static_cast<std::size_t>(data_ + length() - entry));
+  unsigned char* entry = data_ + at;
+  moveBytes(entry + flat::kEntry, entry, static_cast<std::size_t>(data_ + length() - entry));
   grow(data_, flat::kEntry, 1, 1);
   store32(entry, uid);
   flat::setVal(entry, value);
 }
 
-void message::eraseAt(std::size_t index) {
-  unsigned char* entry = flat::entry(data_, index);
+void message::eraseAt(std::uint32_t at) {
+  unsigned char* entry = data_ + at;
   const std::uint32_t word = flat::uid(entry) < flat::kFirstValue;
-  if (word == 0) resizeValue(index, 0);
+  if (word == 0) resizeValue(at, 0);
   unsigned char* next = entry + flat::kEntry;
-  std::memmove(entry, next, static_cast<std::size_t>(data_ + length() - next));
+  moveBytes(entry, next, static_cast<std::size_t>(data_ + length() - next));
   grow(data_, -flat::kEntry, -1u, -word);
 }
 
-/// Moves the offsets of the entries from `first` on; `delta` wraps where they shrink.
-void message::shiftOffsets(std::size_t first, std::uint32_t delta) {
+/// Moves the offsets of the entries from `from` on; `delta` wraps where they shrink.
+void message::shiftOffsets(std::uint32_t from, std::uint32_t delta) {
   const unsigned char* end = flat::entry(data_, count());
-  for (unsigned char* entry = flat::entry(data_, first); entry < end; entry += flat::kEntry) {
+  for (unsigned char* entry = data_ + from; entry < end; entry += flat::kEntry) {
     // The offset is the entry's upper half; a carry out of it is dropped, as it should be.
     store64(entry, load64(entry) + (std::uint64_t{delta} << 32));
   }

@@ -57,8 +57,8 @@ void message::merge(const message& other) {
   if (this == &other) return;
   if (other.count() > kFewFields) return mergeAll(other);
   for (const field f : other) {
-    const auto at = flat::table(data_).placeOf(f.uid());
-    setField(at.index, at.held, f);
+    const auto place = flat::table(data_).placeOf(f.uid());
+    setField(place.at, place.held, f);
   }
 }
 
@@ -95,13 +95,14 @@ void merge(message& target, const message& source, message& prior) {
   if (&target == &source) return;
   if (&prior == &source) return merge(target, message(source), prior);
   for (const field f : source) {
-    const auto at = flat::table(target.data_).placeOf(f.uid());
-    if (at.held) {
-      const field old = target.fieldAt(at.index);
+    const auto place = flat::table(target.data_).placeOf(f.uid());
+    if (place.held) {
+      const field old = target.fieldAt(place.at);
       if (old == f) continue;
-      prior.insert(old);
+      const auto keep = flat::table(prior.data_).placeOf(f.uid());
+      prior.setField(keep.at, keep.held, old);
     }
-    target.setField(at.index, at.held, f);
+    target.setField(place.at, place.held, f);
   }
 }
 

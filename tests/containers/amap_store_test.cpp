@@ -94,6 +94,16 @@ TEST_F(AMapStore, DropsARecordThatTheServiceRefusesAndSaysWhy) {
   EXPECT_EQ(Element::alive, 2);
 }
 
+TEST_F(AMapStore, DropsARefusedRecordAtOnceAlsoWhenWritesArePutOff) {
+  putRecord(1);
+  start();
+  map->setAutoStore(false);
+  map->onCheckRestore = [](Object*) { return nv::failedMsg("no"); };
+  initPrints();
+  EXPECT_EQ(stored(), "");
+  EXPECT_TRUE(map->pending.empty());
+}
+
 TEST_F(AMapStore, PrintsCodesAsDecimalNumbersWhateverTheStreamDoes) {
   putRecord(1);
   start();

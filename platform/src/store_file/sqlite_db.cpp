@@ -6,12 +6,23 @@
 
 namespace nv {
 
+namespace {
+
+int noteLogPages(void* pages, sqlite3*, const char*, int now) {
+  *static_cast<int*>(pages) = now;
+  return SQLITE_OK;
+}
+
+}  // namespace
+
 SqliteDb::SqliteDb(const std::string& file, int flags) {
   sqlite3* db = nullptr;
   status_ = sqlite3_open_v2(file.c_str(), &db, flags | SQLITE_OPEN_NOMUTEX, nullptr);
   db_.reset(db);
   if (!db) status_ = SQLITE_NOMEM;
-  if (status_ == SQLITE_OK) sqlite3_extended_result_codes(db, 1);
+  if (status_ != SQLITE_OK) return;
+  sqlite3_extended_result_codes(db, 1);
+  sqlite3_wal_hook(db, noteLogPages, &logPages_);
 }
 
 int SqliteDb::run(const char* sql) {
@@ -43,9 +54,7 @@ Statement& Statement::bind(int at, byte_view bytes) {
   return *this;
 }
 
-int Statement::step() {
-  return status_ == SQLITE_OK ? sqlite3_step(statement_.get()) : status_;
-}
+int Statement::step() { return status_ == SQLITE_OK ? sqlite3_step(statement_.get()) : status_; }
 
 int Statement::run() {
   int result = step();

@@ -1,12 +1,12 @@
 /// SQLite's C handles with owners. Nothing here throws: every call gives SQLite's result code.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+
+#include <sqlite3.h>
 
 #include "platform/bytes.h"
 
@@ -17,13 +17,19 @@ class SqliteDb {
  public:
   /// Opens `file` with SQLite's own open flags; `status` tells how that went.
   SqliteDb(const std::string& file, int flags);
+  SqliteDb(const SqliteDb&) = delete;
+  SqliteDb& operator=(const SqliteDb&) = delete;
 
   int status() const { return status_; }
   /// Runs SQL that gives no rows worth reading.
   int run(const char* sql);
   /// What a result code means.
   static std::string error(int code);
-  /// Whether closing copies the log into the file (so it does at first), or leaves both as they are.
+  /// How many pages the write-ahead log held after the last commit. It is not folded into the file
+  /// by itself.
+  int logPages() const { return logPages_; }
+  /// Whether closing copies the log into the file (so it does at first), or leaves both as they
+  /// are.
   void foldLogOnClose(bool fold);
 
   sqlite3* handle() { return db_.get(); }
@@ -32,6 +38,7 @@ class SqliteDb {
   struct Close {
     void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
   };
+  int logPages_ = 0;
   std::unique_ptr<sqlite3, Close> db_;
   int status_;
 };

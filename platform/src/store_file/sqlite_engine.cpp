@@ -102,6 +102,9 @@ void SqliteEngine::handleBatch(std::unique_lock<std::mutex>& state) {
   outcome_ = std::move(done);
   changed_.notify_all();
   if (wake_) wake_();
+  state.unlock();
+  foldLog();
+  state.lock();
 }
 
 void SqliteEngine::handleProbe(std::unique_lock<std::mutex>& state) {
@@ -137,8 +140,14 @@ std::string SqliteEngine::writeBatch(const StoreBatch& batch) {
   return missing.empty() ? error : missing;
 }
 
-// Nothing can have changed while the stand-in served, so the file, once it can be written, takes its place
-// as it is.
+// After the outcome was told, since nobody waits for this.
+void SqliteEngine::foldLog() {
+  std::lock_guard data(dataMutex_);
+  tables_->foldLog();
+}
+
+// Nothing can have changed while the stand-in served, so the file, once it can be written, takes
+// its place as it is.
 std::string SqliteEngine::lookForSpace() {
   std::lock_guard data(dataMutex_);
   if (std::string missing = file_.probe(); !missing.empty() || !standIn_) return missing;
