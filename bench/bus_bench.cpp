@@ -43,9 +43,9 @@ using Bytes = std::vector<unsigned char>;
 
 constexpr std::uint32_t kAddress = 100;
 constexpr std::uint32_t kTexts = 1000;
-constexpr unsigned kTurns = 15;
-constexpr unsigned kGets = 3000;  // a turn
-constexpr unsigned kSets = 500;   // a turn
+constexpr unsigned kTurns = 60;
+constexpr unsigned kGets = 1000;  // a turn
+constexpr unsigned kSets = 100;   // a turn
 constexpr unsigned kClients = 4;
 constexpr unsigned kInFlight = 4;  // of a client
 
@@ -244,13 +244,14 @@ Rows measure(const TempDirectory& place) {
     keep(rows.set,
          median(timed(kSets, [&](unsigned n) { ask(client, testkit::frameOf(setCommand(n))); })));
     keep(rows.sets16, setsInFlight(clients));
-    const Child writing([&] {
-      RawClient writer;
-      connect(writer, place);
-      for (unsigned n = 0;; ++n) ask(writer, testkit::frameOf(setCommand(n)));
-    });
-    keep(rows.busyGet99, percentile99(timed(kGets, [&](unsigned) { ask(client, get); })));
   }
+  const Child writing([&] {
+    RawClient writer;
+    connect(writer, place);
+    for (unsigned n = 0;; ++n) ask(writer, testkit::frameOf(setCommand(n)));
+  });
+  for (unsigned turn = 0; turn < kTurns; ++turn)
+    keep(rows.busyGet99, percentile99(timed(kGets, [&](unsigned) { ask(client, get); })));
   close(pair[0]);
   return rows;
 }
