@@ -158,7 +158,6 @@ void Looper::Impl::deliverRequest(Outgoing&& outgoing) {
 // --- the phases of a pass
 
 void Looper::Impl::waitForEvents(bool mayWait) {
-  changingTurns_ = 0;
   if (!loop) return;
   loop->wait(mayWait && !hasWork() ? timeToSleep() : microseconds{0});
 }
@@ -243,6 +242,7 @@ void Looper::Impl::handOver() {
   if (!stores || !stores->gathering() || stores->writing() || stores->failed()) return;
   if (shouldLinger()) return;
   lingerUntil_.reset();
+  changingTurns_ = 0;
   stores->submit();
   takeCommitOutcome();  // an engine without a disk is done already
 }
