@@ -15,11 +15,12 @@ export CONFKIT_BUS=bus
 
 clean_up() {
   for pid in "${!background[@]}"; do
-    kill -KILL "$pid" && wait "$pid"
+    kill -KILL "$pid" && wait "$pid" || true
   done 2>/dev/null
   rm -rf "$place"
 }
 trap clean_up EXIT
+trap "exit 1" HUP INT PIPE TERM
 
 fail() {
   printf '\ndemo: %s\n' "$1" >&2
