@@ -32,6 +32,7 @@ using nv::message;
 constexpr nv::string_id kAddress{0x11};
 constexpr nv::u32_id kTimeToLive{0x12};
 constexpr std::size_t kBatch = 200;
+constexpr int kPageOf = 800;
 
 struct Host : Object {
   std::string address = "192.168.100.200";
@@ -46,7 +47,7 @@ struct Host : Object {
   }
 };
 
-/// An element that writes nothing, so that a page of a thousand fits.
+/// An element that writes nothing, so that many fit into a page.
 struct Bare : Object {};
 
 template <class T>
@@ -165,21 +166,21 @@ void amapRemove(benchmark::State& state) {
   }
 }
 
-void pageOf1000(benchmark::State& state) {
+void fullPage(benchmark::State& state) {
   nv::testkit::Kit kit;
   nv::setObserver(nullptr);
   Map<Bare> map;
-  for (int i = 0; i < 1000; ++i) map.add(new Bare, false);
+  for (int i = 0; i < kPageOf; ++i) map.add(new Bare, false);
   for (auto _ : state) benchmark::DoNotOptimize(map.cmdGetAll({}, nv::kNoId, nv::kNoId));
   state.counters["bytes"] = map.cmdGetAll({}, nv::kNoId, nv::kNoId).max_length();
 }
 
 /// What a page cannot do without: each object is found and writes itself.
-void recordsOf1000(benchmark::State& state) {
+void recordsOfPage(benchmark::State& state) {
   nv::testkit::Kit kit;
   nv::setObserver(nullptr);
   Map<Bare> map;
-  for (int i = 0; i < 1000; ++i) map.add(new Bare, false);
+  for (int i = 0; i < kPageOf; ++i) map.add(new Bare, false);
   for (auto _ : state) {
     for (Object* obj : map) {
       message record{{key::objectId, obj->id}};
@@ -207,8 +208,8 @@ BENCHMARK(amapGet)->Apply(sizes);
 BENCHMARK(amapSet)->Apply(sizes);
 BENCHMARK(amapAdd)->Apply(sizes);
 BENCHMARK(amapRemove)->Apply(sizes);
-BENCHMARK(pageOf1000)->Repetitions(5);
-BENCHMARK(recordsOf1000)->Repetitions(5);
+BENCHMARK(fullPage)->Repetitions(5);
+BENCHMARK(recordsOfPage)->Repetitions(5);
 BENCHMARK(memcpyOfPage)->Repetitions(5);
 
 }  // namespace

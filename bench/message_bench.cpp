@@ -133,7 +133,7 @@ void mergeWithUndo(State& state, int fields) {
   std::vector<nv::message> updates;
   for (const change& c : changes(all.size())) {
     updates.push_back({{numberId(c.groups[0]), c.number},
-                       {flagId(c.groups[1]), c.flag},
+                       {otherId(c.groups[1]), c.number},
                        {textId(c.groups[2]), c.text}});
     target.merge(updates.back());
   }

@@ -93,7 +93,7 @@ void mergeWithUndo(State& state, int fields) {
   std::vector<map> updates;
   for (const change& c : changes(all.size())) {
     updates.push_back({{numberId(c.groups[0]).uid(), c.number},
-                       {flagId(c.groups[1]).uid(), c.flag},
+                       {otherId(c.groups[1]).uid(), c.number},
                        {textId(c.groups[2]).uid(), c.text}});
   }
   std::size_t turn = 0;

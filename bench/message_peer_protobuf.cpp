@@ -103,7 +103,7 @@ Record update(const change& c) {
     return type->FindFieldByName(name + std::to_string(k));
   };
   set->SetUInt32(&r, field("number", c.groups[0]), c.number);
-  set->SetBool(&r, field("flag", c.groups[1]), c.flag);
+  set->SetUInt32(&r, field("other", c.groups[1]), c.number);
   set->SetString(&r, field("text", c.groups[2]), c.text);
   return r;
 }

@@ -70,24 +70,21 @@ class random_walk {
   std::size_t at_ = 0;
 };
 
-/// What a change of three fields sets: a number, a flag and a text of three groups.
+/// What a change of three fields sets: both numbers and the text, each of some group.
 struct change {
   std::array<std::size_t, 3> groups;
   std::uint32_t number;
-  bool flag;
   std::string text;
 };
 
-/// Many changes, one to be applied after the other; each differs from what stands there, as good as
-/// always.
+/// Many changes, one to be applied after the other; all three fields differ from what stands there.
 inline std::vector<change> changes(std::size_t count) {
   std::vector<change> made;
   std::mt19937 random(2);
   for (std::uint32_t n = 0; n < 256; ++n) {
     made.push_back({{random() % count, random() % count, random() % count},
-                    n,
-                    random() % 2 == 0,
-                    std::string(13 + random() % 19, static_cast<char>('A' + n % 26))});
+                    1000000 + n,
+                    std::string(13 + random() % 19, static_cast<char>(n))});
   }
   return made;
 }

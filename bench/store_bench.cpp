@@ -1,19 +1,19 @@
-// The store file beside the bare disk. Every row works in one directory: CONFKIT_BENCH_DIR, or the current
-// one, which decides what is measured (a file system in memory flushes nothing).
+// The store file beside the bare disk. Every row works in one directory: CONFKIT_BENCH_DIR, or the
+// current one, which decides what is measured (a file system in memory flushes nothing).
 //
-//   commit/N        one durable transaction of N records, each of about 200 bytes
-//   bareFlush/B     write of B bytes at the end of a file and fdatasync: what a commit cannot do without
-//   load/N          open a file of N records and read its ids (which checks every record)
-//   bareRead        read the same file without looking at it
-//   allRecords/N    load and read every record
-#include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <unistd.h>
-
+//   commit/N      one durable transaction of N records, each of about 200 bytes
+//   bareFlush/B   write B bytes and fdatasync: what a commit cannot do without
+//   load/N        open a file of N records and read its ids (which checks every record)
+//   bareRead      read the same file without looking at it
+//   allRecords/N  load and read every record
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "platform/message.h"
 #include "platform/store_file.h"

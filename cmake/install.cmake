@@ -16,7 +16,8 @@ install(EXPORT confkit NAMESPACE confkit:: FILE confkit-targets.cmake DESTINATIO
 file(GLOB platform_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/platform/*.h)
 file(GLOB testing_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/testing/*.h)
 install(FILES ${platform_headers} DESTINATION ${header_dir}/platform)
-install(FILES containers/amap.h containers/object.h DESTINATION ${header_dir}/containers)
+install(FILES containers/amap.h containers/id_map.h containers/object.h
+  DESTINATION ${header_dir}/containers)
 install(FILES ${testing_headers} DESTINATION ${header_dir}/testing)
 if(TARGET confctl)
   install(TARGETS confctl)

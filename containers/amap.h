@@ -29,7 +29,7 @@ class AMapIterator {
 
  private:
   friend class AMap;
-  using Position = IdMap<Object>::iterator;
+  using Position = nv::IdMap<Object>::iterator;
   explicit AMapIterator(Position at) : at_(at) {}
   Position at_;
 };
@@ -175,7 +175,7 @@ class CONFKIT_API AMap : public nv::Handler {
   // State. Services may read it; it is changed through the operations above.
 
   /// Every object by its id. Owned.
-  IdMap<Object> objects;
+  nv::IdMap<Object> objects;
   /// Ids whose record is to be written or removed by the next flush.
   std::set<std::uint32_t> pending;
   /// The ids in use.

@@ -10,6 +10,8 @@
 #include <memory>
 #include <utility>
 
+namespace nv {
+
 /// An ordered map from ids to pointers. Does not own what it points to.
 ///
 /// Ids are given out from below and so lie close together. Each 32 neighbours share a page, each 32
@@ -43,16 +45,17 @@ class IdMap {
 
   struct Page {
     Places used;
-    std::array<T*, kFan> objects;
+    std::array<T*, kFan> objects{};
   };
 
   /// Objects by the low ten bits of their ids, in pages of which none is empty.
   class Book {
    public:
-    bool has(std::uint32_t k) const {
-      return used_.has(k / kFan) && pages_[k / kFan]->used.has(k % kFan);
+    /// Null when there is none. Reads nothing but the two pointers.
+    T* get(std::uint32_t k) const {
+      const Page* page = pages_[k / kFan].get();
+      return page == nullptr ? nullptr : page->objects[k % kFan];
     }
-    T* get(std::uint32_t k) const { return pages_[k / kFan]->objects[k % kFan]; }
     bool empty() const { return used_.empty(); }
     /// The lowest number from `k` on that has an object, kBookSize when there is none.
     std::uint32_t from(std::uint32_t k) const {
@@ -75,6 +78,7 @@ class IdMap {
     void drop(std::uint32_t k) {
       auto& page = pages_[k / kFan];
       page->used.free(k % kFan);
+      page->objects[k % kFan] = nullptr;
       if (!page->used.empty()) return;
       page.reset();
       used_.free(k / kFan);
@@ -137,13 +141,13 @@ class IdMap {
   bool contains(std::uint32_t id) const { return get(id) != nullptr; }
   /// The object `id`, null when there is none.
   T* get(std::uint32_t id) const {
-    const auto at = find(id);
-    return at == end() ? nullptr : at->second;
+    const auto book = books_.find(id / kBookSize);
+    return book == books_.end() ? nullptr : book->second.get(id % kBookSize);
   }
   /// The position of `id`, or the end.
   iterator find(std::uint32_t id) const {
     const auto book = books_.find(id / kBookSize);
-    const bool isThere = book != books_.end() && book->second.has(id % kBookSize);
+    const bool isThere = book != books_.end() && book->second.get(id % kBookSize) != nullptr;
     return isThere ? iterator{books_, book, id % kBookSize} : end();
   }
   /// The position of the lowest id that is not below `id`, or the end.
@@ -161,7 +165,7 @@ class IdMap {
   std::pair<iterator, bool> emplace(std::uint32_t id, T* object) {
     const auto book = books_.try_emplace(id / kBookSize).first;
     const std::uint32_t place = id % kBookSize;
-    const bool isNew = !book->second.has(place);
+    const bool isNew = book->second.get(place) == nullptr;
     if (isNew) {
       book->second.put(place, object);
       ++size_;
@@ -171,9 +175,10 @@ class IdMap {
   /// Takes the object `id` out; null when there is none.
   T* take(std::uint32_t id) {
     const auto book = books_.find(id / kBookSize);
+    if (book == books_.end()) return nullptr;
     const std::uint32_t place = id % kBookSize;
-    if (book == books_.end() || !book->second.has(place)) return nullptr;
     T* const object = book->second.get(place);
+    if (object == nullptr) return nullptr;
     book->second.drop(place);
     if (book->second.empty()) books_.erase(book);
     --size_;
@@ -184,3 +189,5 @@ class IdMap {
   Books books_;
   std::size_t size_ = 0;
 };
+
+}  // namespace nv

@@ -10,19 +10,21 @@
 
 namespace nv {
 
-/// A set of used ids within [min, max], kept as intervals: every operation is O(log n) in the number of
-/// gaps, and a range of four thousand million ids costs nothing while it is empty.
+/// A set of used ids within [min, max], kept as intervals: every operation is O(log n) in the
+/// number of gaps, and a range of four thousand million ids costs nothing while it is empty.
 ///
 /// A range with min > max is empty: nothing can be allocated and nothing is unused.
 class CONFKIT_API Allocator {
-  using Intervals = std::map<std::uint32_t, std::uint32_t>;  // lowest -> highest id of a used interval
+  using Intervals =
+      std::map<std::uint32_t, std::uint32_t>;  // lowest -> highest id of a used interval
 
  public:
   Allocator(std::uint32_t min, std::uint32_t max) : min_(min), max_(max) {}
 
   /// Claims the lowest free id and returns it; 0xffffffff when none is free.
   std::uint32_t allocate();
-  /// Claims `id` and returns it, also when it was claimed before. Outside the range: 0xffffffff, no effect.
+  /// Claims `id` and returns it, also when it was claimed before. Outside the range: 0xffffffff, no
+  /// effect.
   std::uint32_t allocate(std::uint32_t id);
   /// Releases `id`; nothing happens when it is free or outside the range.
   void free(std::uint32_t id);

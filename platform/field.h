@@ -30,9 +30,9 @@ class field {
 
   /// Same field with an equal value.
   friend bool operator==(const field& a, const field& b) {
-    return a.uid_ == b.uid_ && a.bytes_.size() == b.bytes_.size() &&
-           (a.bytes_.empty() ||
-            std::memcmp(a.bytes_.data(), b.bytes_.data(), a.bytes_.size()) == 0);
+    if (a.uid_ != b.uid_ || a.bytes_.size() != b.bytes_.size()) return false;
+    if (a.bytes_.size() == 4) return load32(a.bytes_.data()) == load32(b.bytes_.data());
+    return std::memcmp(a.bytes_.data(), b.bytes_.data(), a.bytes_.size()) == 0;
   }
 
  private:

@@ -75,7 +75,7 @@ class CONFKIT_API message {
   /// Why `parse` refuses `bytes`, in a few words; empty when it does not.
   static std::string_view check(byte_view bytes, unsigned depth = kMaxDepth);
   /// Replaces `out` by the flat form.
-  void flatten(std::vector<unsigned char>& out) const;
+  void flatten(std::vector<unsigned char>& out) const { out.assign(data_, data_ + max_length()); }
   flat_message flat() const { return flat_message(flat_view(bytes())); }
   /// The flat form where it stands; valid until the message changes.
   byte_view bytes() const { return {data_, max_length()}; }
@@ -275,7 +275,10 @@ class CONFKIT_API message {
 
   // The buffer.
   void allocate(std::uint32_t size);
-  void reserve(std::uint64_t size);
+  void reserve(std::uint64_t size) {
+    if (size > capacity_) enlarge(size);
+  }
+  void enlarge(std::uint64_t size);
   void mergeAll(const message& other);
   void assign(byte_view bytes);
   void take(message& other) noexcept;

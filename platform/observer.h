@@ -13,8 +13,8 @@ namespace nv {
 
 class Handler;
 
-/// Told of each platform call before anything is batched, coalesced or held back. All operations do nothing
-/// by default. The observer must not call back into the handler that it is told about.
+/// Told of each platform call before anything is batched, coalesced or held back. All operations do
+/// nothing by default. The observer must not call back into the handler that it is told about.
 class CONFKIT_API Observer {
  public:
   virtual ~Observer() = default;
@@ -28,13 +28,13 @@ class CONFKIT_API Observer {
   virtual void undo(const message& request, const message& undo, const std::string& description);
   virtual void sent(const message& msg);
 
-  /// A follow begins. When the observer returns true it feeds `deliver` itself (as often as it likes, until
-  /// followStopped) and nothing goes to the bus.
+  /// A follow begins. When the observer returns true it feeds `deliver` itself (as often as it
+  /// likes, until followStopped) and nothing goes to the bus.
   virtual bool follow(void* handle, const message& target, bool wait,
                       std::function<void(const message&)> deliver);
   virtual void followStopped(void* handle);
-  /// A request is posted. When the observer returns true it answers with `answer`, at once or later; calls
-  /// after the first, and after the Post is gone, do nothing.
+  /// A request is posted. When the observer returns true it answers with `answer`, at once or
+  /// later; calls after the first, and after the Post is gone, do nothing.
   virtual bool post(const message& request, std::function<void(const message&)> answer);
 };
 

@@ -13,22 +13,24 @@ namespace nv {
 
 /// One named set of records in the service's store file. Event-loop thread only.
 ///
-/// `set` and `remove` return at once. All changes made in one pass of the loop go to the disk as one
-/// transaction, and what the loop sends because of them leaves the process only when they are there; when
-/// they cannot be written the process ends (see Looper). `get` sees every change, written or not.
+/// `set` and `remove` return at once. All changes made in one pass of the loop go to the disk as
+/// one transaction, and what the loop sends because of them leaves the process only when they are
+/// there; when they cannot be written the process ends (see Looper). `get` sees every change,
+/// written or not.
 ///
 /// The records outlive this object; two objects must not hold one name at the same time.
 class CONFKIT_API Store {
  public:
-  /// Opens the records called `name`, an empty set when there is none. Requires: the process has a store
-  /// engine (Service, or the test kit); without one the program stops with a line that says so.
+  /// Opens the records called `name`, an empty set when there is none. Requires: the process has a
+  /// store engine (Service, or the test kit); without one the program stops with a line that says
+  /// so.
   explicit Store(std::string_view name);
   ~Store();
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;
 
-  /// The record under `id`, an empty message when there is none. Reads the disk unless the record was
-  /// changed since the last commit, and then may wait for a commit that is under way.
+  /// The record under `id`, an empty message when there is none. Reads the disk unless the record
+  /// was changed since the last commit, and then may wait for a commit that is under way.
   message get(std::uint32_t id) const;
   void set(std::uint32_t id, const message& record);
   /// No effect when there is no such record.

@@ -13,8 +13,8 @@
 
 namespace nv::testkit {
 
-/// Commits into MemoryStores: at once, or when the test says so, or not at all. What was not committed is
-/// lost with the engine. Loop thread only.
+/// Commits into MemoryStores: at once, or when the test says so, or not at all. What was not
+/// committed is lost with the engine. Loop thread only.
 class MemoryEngine : public StoreEngine {
  public:
   /// `stores` is not owned and outlives the engine.
@@ -27,10 +27,12 @@ class MemoryEngine : public StoreEngine {
   void commit();
   /// As `commit`, and the batches after it are committed at once again.
   void release();
-  /// The `k`-th commit from now (1: the next) fails with `text` and leaves no trace. Later ones succeed.
+  /// The `k`-th commit from now (1: the next) fails with `text` and leaves no trace. Later ones
+  /// succeed.
   void failCommit(unsigned k, std::string text);
-  /// The power fails after `k` more record changes: these are kept, even the first ones of a batch (which a
-  /// disk engine would undo), in the order of table and id; nothing later is, and each commit fails.
+  /// The power fails after `k` more record changes: these are kept, even the first ones of a batch
+  /// (which a disk engine would undo), in the order of table and id; nothing later is, and each
+  /// commit fails.
   void cutAfter(unsigned k) { changesLeft_ = k; }
   /// What refusal() says from now on; empty: changes are taken.
   void refuse(std::string text) { refusal_ = std::move(text); }

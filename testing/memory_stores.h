@@ -10,9 +10,9 @@
 
 namespace nv::testkit {
 
-/// Named sets of records in memory, as a device's disk would hold them: a MemoryEngine writes into them, a
-/// restart is a new engine on the same MemoryStores. A test reads and writes them from outside, any record
-/// under any id; what it writes is seen by stores that are opened later.
+/// Named sets of records in memory, as a device's disk would hold them: a MemoryEngine writes into
+/// them, a restart is a new engine on the same MemoryStores. A test reads and writes them from
+/// outside, any record under any id; what it writes is seen by stores that are opened later.
 class MemoryStores {
  public:
   using Records = std::map<std::uint32_t, message>;

@@ -1,9 +1,9 @@
 /// Heap allocations of this process, counted by its operator new.
 #pragma once
 
-#include <benchmark/benchmark.h>
-
 #include <cstdint>
+
+#include <benchmark/benchmark.h>
 
 namespace bench {
 

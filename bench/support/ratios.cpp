@@ -1,10 +1,10 @@
 #include "bench/support/ratios.h"
 
-#include <benchmark/benchmark.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <map>
+
+#include <benchmark/benchmark.h>
 
 namespace bench {
 namespace {
@@ -59,6 +59,7 @@ int runWithRatios(int argc, char** argv, const std::initializer_list<ratio>& rat
   fastest rows;
   benchmark::RunSpecifiedBenchmarks(&rows);
 
+  std::puts("Compiler: " __VERSION__ ". Times are the fastest of the repetitions.\n");
   std::puts("| row | ns | allocations | against | ns | ratio | at most | holds |");
   std::puts("|---|---|---|---|---|---|---|---|");
   bool allHold = true;

@@ -13,9 +13,9 @@
 
 namespace nv {
 
-/// Between the stores of a process and their engine. At most one batch is being written; changes made
-/// meanwhile gather in the next one. Changes are counted from 1 in the order in which they are made, so
-/// that the loop can say of a reply "not before change number N is on disk".
+/// Between the stores of a process and their engine. At most one batch is being written; changes
+/// made meanwhile gather in the next one. Changes are counted from 1 in the order in which they are
+/// made, so that the loop can say of a reply "not before change number N is on disk".
 class CommitQueue {
  public:
   explicit CommitQueue(std::unique_ptr<StoreEngine> engine);
@@ -42,8 +42,8 @@ class CommitQueue {
   const std::string& error() const { return error_; }
   /// Hands the gathered batch over. Requires: gathering(), not writing() and no error().
   void submit();
-  /// Takes the outcome of the batch being written if there is one. Afterwards durable() has grown, or the
-  /// outcome's error says why not; after an error the queue takes no further batch.
+  /// Takes the outcome of the batch being written if there is one. Afterwards durable() has grown,
+  /// or the outcome's error says why not; after an error the queue takes no further batch.
   std::optional<StoreEngine::Outcome> reap();
   /// Submits what is gathered and waits until all is on disk; the error, or empty.
   std::string drain();
@@ -53,8 +53,8 @@ class CommitQueue {
   StoreEngine& engine() { return *engine_; }
 
  private:
-  using RecordId = std::pair<unsigned, std::uint32_t>;                // table, id
-  using Changes = std::map<RecordId, std::optional<message>>;         // empty: removed
+  using RecordId = std::pair<unsigned, std::uint32_t>;         // table, id
+  using Changes = std::map<RecordId, std::optional<message>>;  // empty: removed
 
   void finish(const StoreEngine::Outcome& outcome);
 

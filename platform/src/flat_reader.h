@@ -23,7 +23,7 @@ class reader {
   std::string_view wordsFault() const;
   std::string_view valuesFault() const;
   std::string_view valueFault(std::uint32_t uid, byte_view value) const;
-  std::string_view listFault(std::uint32_t uid, byte_view list) const;
+  std::string_view listFault(std::uint32_t type, byte_view list) const;
   std::string_view nestedFault(byte_view nested) const;
   std::string_view orderFault() const;
 

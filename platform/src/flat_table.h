@@ -46,6 +46,8 @@ class table {
     return {static_cast<std::uint32_t>(near - data_) + behind, flat::uid(near) == uid};
   }
 
+  place placeOf(std::uint32_t uid) const { return placeOf(partOf(uid), uid); }
+
   /// Where in the heap the value of an entry begins; for the end of the entries, where the heap
   /// ends.
   std::uint32_t offsetAt(const unsigned char* at) const {

@@ -41,11 +41,6 @@ std::string_view message::check(byte_view bytes, unsigned depth) {
   return flat::reader(bytes, depth).fault();
 }
 
-void message::flatten(std::vector<unsigned char>& out) const {
-  const byte_view flat = bytes();
-  out.assign(flat.begin(), flat.end());
-}
-
 bool message::operator==(const message& other) const {
   return length() == other.length() && std::memcmp(data_, other.data_, length()) == 0;
 }
@@ -78,9 +73,7 @@ field message::fieldAt(std::uint32_t at) const {
 
 std::optional<field> message::find(std::uint32_t uid) const {
   if (!isKnownType(uid)) return {};
-  const flat::table table(data_);
-  uid &= kTypeMask | kIdMask;
-  const auto place = table.placeOf(table.partOf(uid), uid);
+  const auto place = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
   if (!place.held) return {};
   return fieldAt(place.at);
 }
@@ -93,10 +86,9 @@ void message::allocate(std::uint32_t size) {
   capacity_ = size;
 }
 
-void message::reserve(std::uint64_t size) {
-  if (size <= capacity_) return;
+void message::enlarge(std::uint64_t size) {
   if (size > kMaxSize) std::abort();
-  const auto capacity = std::max(static_cast<std::uint32_t>(size), 2 * capacity_);
+  const auto capacity = std::max(static_cast<std::uint32_t>(size), 2 * capacity_ + kInlineSize);
   auto* grown = new unsigned char[capacity];
   std::memcpy(grown, data_, length());
   release();

@@ -89,9 +89,7 @@ unsigned char* message::setValue(std::uint32_t uid, byte_view value) {
 
 void message::erase(std::uint32_t uid) {
   if (!isKnownType(uid)) return;
-  const flat::table table(data_);
-  uid &= kTypeMask | kIdMask;
-  const auto place = table.placeOf(table.partOf(uid), uid);
+  const auto place = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
   if (place.held) eraseAt(place.at);
 }
 

@@ -57,8 +57,7 @@ void message::merge(const message& other) {
   if (this == &other) return;
   if (other.count() > kFewFields) return mergeAll(other);
   for (const field f : other) {
-    const flat::table table(data_);
-    const auto place = table.placeOf(table.partOf(f.uid()), f.uid());
+    const auto place = flat::table(data_).placeOf(f.uid());
     setField(place.at, place.held, f);
   }
 }
@@ -96,12 +95,12 @@ void merge(message& target, const message& source, message& prior) {
   if (&target == &source) return;
   if (&prior == &source) return merge(target, message(source), prior);
   for (const field f : source) {
-    const flat::table table(target.data_);
-    const auto place = table.placeOf(table.partOf(f.uid()), f.uid());
+    const auto place = flat::table(target.data_).placeOf(f.uid());
     if (place.held) {
       const field old = target.fieldAt(place.at);
       if (old == f) continue;
-      prior.insert(old);
+      const auto keep = flat::table(prior.data_).placeOf(f.uid());
+      prior.setField(keep.at, keep.held, old);
     }
     target.setField(place.at, place.held, f);
   }

@@ -27,9 +27,7 @@ Store::Store(std::string_view name) : name_(name) {
 
 Store::~Store() = default;
 
-message Store::get(std::uint32_t id) const {
-  return has(id) ? queue().get(table_, id) : message();
-}
+message Store::get(std::uint32_t id) const { return has(id) ? queue().get(table_, id) : message(); }
 
 void Store::set(std::uint32_t id, const message& record) {
   if (Observer* told = observer()) told->storeSet(name_, id, record);

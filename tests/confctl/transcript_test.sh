@@ -27,18 +27,20 @@ start_service() {
 stop_service() {
   kill -9 "$service_pid"
   wait "$service_pid" 2>/dev/null
+  return 0
 }
 
-# A watcher in the background, and the lines that it has printed by the time that one begins with a word.
+# A watcher in the background. await waits until it has printed a line that begins with a text, or
+# so many of them.
 start_watch() {
-  confctl watch "$@" >"$folder/watched" 2>&1 &
+  "${emulator[@]}" "$client" watch "$@" >"$folder/watched" 2>&1 &
   watch_pid=$!
-  await ready
 }
 
 await() {
+  local times=${2:-1}
   for _ in $(seq 100); do
-    grep -q "^$1" "$folder/watched" && return
+    (($(grep -c "^$1" "$folder/watched") >= times)) && return
     sleep 0.05
   done
   echo "the watcher has not said: $1"

@@ -11,7 +11,7 @@ namespace {
 
 using Plain = std::map<std::uint32_t, int*>;
 
-Plain contents(const IdMap<int>& map) {
+Plain contents(const nv::IdMap<int>& map) {
   Plain all;
   for (const auto [id, object] : map) all.emplace_hint(all.end(), id, object);
   return all;
@@ -29,7 +29,7 @@ TEST_P(IdMapBesideAPlainMap, AgreesOnEveryPosition) {
     return random() % 2 != 0 ? id : ~id;
   };
   std::vector<int> objects(100);
-  IdMap<int> map;
+  nv::IdMap<int> map;
   Plain plain;
   for (int step = 0; step < 20000; ++step) {
     const std::uint32_t id = anyId();
@@ -38,7 +38,7 @@ TEST_P(IdMapBesideAPlainMap, AgreesOnEveryPosition) {
       const auto [at, isNew] = map.emplace(id, object);
       const auto [expected, expectedNew] = plain.emplace(id, object);
       ASSERT_EQ(isNew, expectedNew);
-      ASSERT_EQ(*at, IdMap<int>::value_type(*expected));
+      ASSERT_EQ(*at, nv::IdMap<int>::value_type(*expected));
     } else {
       int* const expected = plain.contains(id) ? plain.at(id) : nullptr;
       ASSERT_EQ(map.take(id), expected);
@@ -64,7 +64,7 @@ INSTANTIATE_TEST_SUITE_P(Distances, IdMapBesideAPlainMap,
 
 TEST(IdMap, KeepsPositionsOfObjectsThatStay) {
   int object = 0;
-  IdMap<int> map;
+  nv::IdMap<int> map;
   for (std::uint32_t id = 0; id < 3000; id += 3) map.emplace(id, &object);
   const auto at = map.find(1500);
   for (std::uint32_t id = 0; id < 3000; id += 3)

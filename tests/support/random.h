@@ -1,4 +1,5 @@
-/// The random numbers of a test: new ones each run, or those of CONFKIT_SEED, to see a failure again.
+/// The random numbers of a test: new ones each run, or those of CONFKIT_SEED, to see a failure
+/// again.
 #pragma once
 
 #include <cstdlib>

@@ -1,11 +1,11 @@
 /// A directory of a test, gone with everything in it afterwards.
 #pragma once
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+
+#include <unistd.h>
 
 class TempDirectory {
  public:

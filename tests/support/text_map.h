@@ -9,12 +9,8 @@
 namespace nv::testkit {
 
 inline constexpr string_id kText{1};
-/// In a get: asks for the twin, the copy of the text that is stored in a table of its own by the
-/// same command.
-inline constexpr bool_id kWithTwin{2};
-inline constexpr string_id kTwin{3};
 /// In the reply to a get: the request as it reached the service.
-inline constexpr message_id kRequest{4};
+inline constexpr message_id kRequest{2};
 
 struct Text : Object {
   std::string text;
@@ -26,13 +22,8 @@ struct Text : Object {
 
 class TextMap : public AMap {
  public:
-  TextMap() : AMap("texts", 1, 1000000), twins_("twins") {}
+  TextMap() : AMap("texts", 1, 1000000) {}
 
-  message cmdGetObj(const message& request, std::uint32_t id) override {
-    auto reply = AMap::cmdGetObj(request, id);
-    if (request.get(kWithTwin)) reply.insert(kTwin, twins_.get(id).get(kText));
-    return reply;
-  }
   message cmdGet(const message& request) override { return {{kRequest, request.flat()}}; }
 
   Object* newObject() override { return new Text; }
@@ -43,23 +34,9 @@ class TextMap : public AMap {
   message checkAdd(Object*) override { return {}; }
   message checkChange(Object*, Object*) override { return {}; }
   message checkRemove(Object*) override { return {}; }
-  void objAdded(Object* obj) override {
-    if (!restoring_) keepTwin(*obj);
-  }
-  void objChanged(Object*, Object* obj) override { keepTwin(*obj); }
-  void objRemoved(Object* obj) override { twins_.remove(obj->id); }
-
-  void init() override {
-    restoring_ = true;
-    AMap::init();
-    restoring_ = false;
-  }
-
- private:
-  void keepTwin(Object& obj) { twins_.set(obj.id, {{kText, static_cast<Text&>(obj).text}}); }
-
-  Store twins_;
-  bool restoring_ = false;
+  void objAdded(Object*) override {}
+  void objChanged(Object*, Object*) override {}
+  void objRemoved(Object*) override {}
 };
 
 }  // namespace nv::testkit

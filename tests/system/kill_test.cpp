@@ -14,8 +14,8 @@
 #include "platform/commands.h"
 #include "tests/support/random.h"
 #include "tests/support/raw_client.h"
-#include "tests/support/text_map.h"
 #include "tests/system/service_process.h"
+#include "tests/system/twin_map.h"
 
 namespace nv::testkit {
 namespace {

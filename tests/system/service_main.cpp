@@ -7,8 +7,8 @@
 
 #include "platform/looper.h"
 #include "platform/service.h"
-#include "tests/support/text_map.h"
 #include "tests/system/service_process.h"
+#include "tests/system/twin_map.h"
 
 namespace {
 using nv::testkit::kClerk;
@@ -25,7 +25,7 @@ int main(int argc, char** argv) {
   nv::Service service(
       argc - 1, argv + 1,
       {.name = "texts", .address = nv::testkit::kAddress, .socketMode = 0666, .rights = rightsOf});
-  nv::testkit::TextMap texts;
+  nv::testkit::TwinMap texts;
   texts.init();
   nv::getLooper()->addHandler(nv::testkit::kAddress, &texts);
   const int ready = std::atoi(argv[1]);

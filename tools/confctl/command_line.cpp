@@ -5,6 +5,7 @@
 #include "tools/confctl/elements.h"
 #include "tools/confctl/fields.h"
 #include "tools/confctl/undo_commands.h"
+#include "tools/confctl/words.h"
 
 namespace confctl {
 namespace {
@@ -64,6 +65,10 @@ class Parser {
       app_.exit(help);
       return {};
     } catch (const CLI::ParseError& error) {
+      const auto unknown = app_.remaining();
+      if (app_.get_subcommands().empty() && !unknown.empty()) {
+        throw usage("argument '" + printable(unknown.front()) + "': no such command");
+      }
       throw usage(error.what());
     }
     if (system_) line_.bus.rights.reset();

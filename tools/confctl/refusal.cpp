@@ -9,7 +9,8 @@ namespace confctl {
 namespace {
 
 /// What the codes of the error replies that come without a text mean.
-std::string meaningOf(unsigned code) {
+std::string meaningOf(unsigned code, unsigned command) {
+  if (code == nv::err::noSuchObject && command == nv::cmd::addObj) return "the id is out of range";
   switch (code) {
     case nv::err::noSuchItem:
     case nv::err::noSuchObject: return "there is no such object";
@@ -43,8 +44,6 @@ std::string verbOf(unsigned command) {
     case nv::cmd::moveObj: return "move";
     case nv::cmd::getAll: return "list";
     case nv::cmd::getCount: return "count";
-    case nv::cmd::describe: return "describe";
-    case nv::cmd::getUndo: return "tell the undo records of";
     default: return "carry out command " + hex(command) + " on";
   }
 }
@@ -53,6 +52,8 @@ std::string verbOf(unsigned command) {
 
 std::string deedOf(const nv::message& request) {
   const unsigned command = request.get(nv::key::command);
+  if (command == nv::cmd::describe) return "describe itself";
+  if (command == nv::cmd::getUndo) return "tell its undo records";
   if (command == nv::cmd::get || command == nv::cmd::set) {
     return verbOf(command) + " the configuration";
   }
@@ -66,7 +67,8 @@ Failure refusal(const std::string& service, const nv::message& request, const nv
   unsigned code = 0;
   std::string text;
   nv::isError(reply, &code, &text);
-  const std::string reason = text.empty() ? meaningOf(code) : printable(text);
+  const std::string reason =
+      text.empty() ? meaningOf(code, request.get(nv::key::command)) : printable(text);
   Failure failure{statusOf(code),
                   "'" + printable(service) + "' did not " + deedOf(request) + ": " + reason +
                       " (code " + hex(code) + ")",

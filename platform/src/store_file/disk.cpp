@@ -1,13 +1,13 @@
 #include "platform/src/store_file/disk.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <system_error>
 #include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace nv {
 

@@ -16,8 +16,8 @@ int syncFile(const std::filesystem::path& file);
 int syncDirectory(const std::filesystem::path& directory);
 /// Renames a file, replacing the one that had the new name; durable once this returns 0.
 int moveFile(const std::filesystem::path& from, const std::filesystem::path& to);
-/// Whether the file system of `scratch` takes `kSpaceProbe` bytes more, by writing them there. The file is
-/// gone afterwards.
+/// Whether the file system of `scratch` takes `kSpaceProbe` bytes more, by writing them there. The
+/// file is gone afterwards.
 int probeSpace(const std::filesystem::path& scratch);
 
 /// What an ordinary batch of changes may need.

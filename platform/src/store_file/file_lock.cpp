@@ -1,10 +1,10 @@
 #include "platform/src/store_file/file_lock.h"
 
+#include <cerrno>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
-
-#include <cerrno>
 
 namespace nv {
 

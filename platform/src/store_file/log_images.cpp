@@ -6,7 +6,8 @@ namespace nv {
 
 namespace {
 
-constexpr std::uint32_t kMagic = 0x377f0682;  // the lowest bit: words of the checksum are big-endian
+constexpr std::uint32_t kMagic =
+    0x377f0682;  // the lowest bit: words of the checksum are big-endian
 constexpr std::uint64_t kHeaderSize = 32;
 constexpr std::uint64_t kFrameHeaderSize = 24;
 constexpr std::uint64_t kFrameSize = kFrameHeaderSize + kPageSize;

@@ -11,10 +11,10 @@
 
 namespace nv {
 
-/// Each frame of the log holds a page, and a checksum that continues the one of the frame before. SQLite
-/// stops at the first frame that does not fit, as it must: that is how a transaction looks which never was
-/// complete. Where undamaged frames follow the end of that transaction the log was damaged later, since the
-/// next transaction is written only when the one before is on disk.
+/// Each frame of the log holds a page, and a checksum that continues the one of the frame before.
+/// SQLite stops at the first frame that does not fit, as it must: that is how a transaction looks
+/// which never was complete. Where undamaged frames follow the end of that transaction the log was
+/// damaged later, since the next transaction is written only when the one before is on disk.
 ///
 /// This reader goes on after a damaged frame, from the checksum that the frame holds.
 class LogImages {
@@ -35,8 +35,8 @@ class LogImages {
  private:
   struct Frame {
     std::uint32_t page;
-    bool commit;    // the last one of a transaction
-    bool ours;      // not left over from an earlier use of the log
+    bool commit;  // the last one of a transaction
+    bool ours;    // not left over from an earlier use of the log
     bool intact;
   };
   struct Sum {

@@ -1,13 +1,13 @@
 #include "platform/src/store_file/opener.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <iostream>
 #include <string_view>
 #include <utility>
+
+#include <unistd.h>
 
 #include "platform/src/store_file/disk.h"
 #include "platform/src/store_file/file_format.h"
@@ -58,10 +58,8 @@ std::unique_ptr<RecordTables> tablesInMemory() {
 
 StoreFileOpener::Opened StoreFileOpener::open() {
   const int locked = lock_.lock(beside(".lock"));
-  if (locked == EWOULDBLOCK)
-    return failed("is in use by another process");
-  if (locked == ENOENT || locked == ENOTDIR)
-    return failed("its directory is missing");
+  if (locked == EWOULDBLOCK) return failed("is in use by another process");
+  if (locked == ENOENT || locked == ENOTDIR) return failed("its directory is missing");
 
   if (const std::string reason = finishReplacing(); !reason.empty()) return standIn(reason);
   repaired_ = false;
@@ -70,9 +68,7 @@ StoreFileOpener::Opened StoreFileOpener::open() {
   return opened;
 }
 
-std::string StoreFileOpener::probe() const {
-  return textOf(probeSpace(beside(".probe")));
-}
+std::string StoreFileOpener::probe() const { return textOf(probeSpace(beside(".probe"))); }
 
 StoreFileOpener::Opened StoreFileOpener::openExisting() {
   if (isThere(file_) && ::access(file_.c_str(), R_OK) != 0) return failed(systemError(errno));
@@ -81,7 +77,7 @@ StoreFileOpener::Opened StoreFileOpener::openExisting() {
   return repair();
 }
 
-// Leaves the file and its log as they are until all is found to be sound: what is damaged is evidence.
+// Leaves file and log as they are until all is found to be sound: what is damaged is evidence.
 StoreFileOpener::Opened StoreFileOpener::openSound() {
   auto db = std::make_unique<SqliteDb>(file_.string(), SQLITE_OPEN_READWRITE);
   int result = db->status();
@@ -98,8 +94,7 @@ StoreFileOpener::Opened StoreFileOpener::openSound() {
   const std::string reason = SqliteDb::error(result);
   tables.reset();
   if (meansDamage(result)) return repair();
-  if ((result & 0xff) == SQLITE_BUSY)
-    return failed("is in use by another process");
+  if ((result & 0xff) == SQLITE_BUSY) return failed("is in use by another process");
   return standIn(reason);
 }
 
@@ -150,8 +145,8 @@ StoreFileOpener::Fill StoreFileOpener::salvaged(std::vector<std::string>& losses
   };
 }
 
-// Each step is durable before the next begins, and each can be taken again: a process that is killed in
-// between finds `.fresh` and goes on.
+// Each step is durable before the next begins, and each can be taken again: a process that is
+// killed in between finds `.fresh` and goes on.
 std::string StoreFileOpener::replace(const Fill& fill) {
   std::string failed = writeFresh(fill);
   if (failed.empty()) failed = finishReplacing();
@@ -183,12 +178,12 @@ std::string StoreFileOpener::writeFresh(const Fill& fill) {
 std::string StoreFileOpener::finishReplacing() {
   const std::filesystem::path fresh = beside(".fresh");
   if (!isThere(fresh)) return {};
-  const std::string failed = setAside();
+  std::string failed = setAside();
   if (!failed.empty()) return failed;
   return textOf(moveFile(fresh, file_));
 }
 
-// The log first: it must never stand beside the new file. A log alone belongs to the last file set aside.
+// The log first: it must never stand beside the new file.
 std::string StoreFileOpener::setAside() {
   const std::filesystem::path log = beside("-wal");
   if (!isThere(file_) && !isThere(log)) return {};

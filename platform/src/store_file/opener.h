@@ -19,7 +19,7 @@ namespace nv {
 ///     name.lock        locked as long as a process has the file open
 ///     name.damaged-1   kept aside, with name.damaged-1-wal; -2, -3, ...
 ///     name.tmp         a new file that is being written
-///     name.fresh       a new file that is complete and takes the place of `name` before anything else
+///     name.fresh       a new file, complete, that takes the place of `name` before anything else
 ///     name.probe       written and deleted again to see whether there is space
 ///
 /// Reports what is lost, a line each, on the standard output.
@@ -33,9 +33,9 @@ class StoreFileOpener {
     std::string refusal;   // why no change can be taken; empty when they can
     bool standIn = false;  // the tables are a copy in memory: to take changes, open again
   };
-  /// Opens the file, makes it when it is missing, repairs it when it is damaged. Fails only when another
-  /// process has the file open or its directory is missing; where nothing can be written, what can be read
-  /// is served from memory.
+  /// Opens the file, makes it when it is missing, repairs it when it is damaged. Fails only when
+  /// another process has the file open or its directory is missing; where nothing can be written,
+  /// what can be read is served from memory.
   Opened open();
   /// Why nothing can be written, empty when it can be.
   std::string probe() const;

@@ -28,6 +28,7 @@ std::vector<std::uint32_t> PageImages::oldestFirst() const {
   }
   std::sort(pages.begin(), pages.end());
   std::vector<std::uint32_t> numbers;
+  numbers.reserve(pages.size());
   for (const auto& [frame, page] : pages) numbers.push_back(page);
   return numbers;
 }

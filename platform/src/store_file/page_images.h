@@ -18,7 +18,8 @@ class PageImages {
 
   /// The highest page number; pages are counted from 1.
   std::uint32_t count() const { return count_; }
-  /// All page numbers, those with the oldest image first: of two records with one id the later is the valid one.
+  /// All page numbers, those with the oldest image first: of two records with one id the later is
+  /// the valid one.
   std::vector<std::uint32_t> oldestFirst() const;
   /// None when the newest image is damaged or missing.
   std::optional<Page> read(std::uint32_t page);

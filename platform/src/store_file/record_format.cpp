@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/crc.hpp>
 #include <cassert>
 #include <utility>
+
+#include <boost/crc.hpp>
 
 namespace nv {
 

@@ -11,13 +11,13 @@
 
 namespace nv {
 
-/// The bytes of a record, which say all about it, so that it can be found again without the tables around
-/// it; never to change:
+/// The bytes of a record, which say all about it, so that it can be found again without the tables
+/// around it; never to change:
 ///
 ///     u32 crc | u16 n | n bytes: name of the store | flat message
 ///
-/// The crc (CRC-32 as of Ethernet) covers the id as a u32 and everything after the crc. All numbers are
-/// little-endian. Requires: `store` is shorter than 65536 bytes.
+/// The crc (CRC-32 as of Ethernet) covers the id as a u32 and everything after the crc. All numbers
+/// are little-endian. Requires: `store` is shorter than 65536 bytes.
 std::vector<unsigned char> encodeRecord(std::string_view store, std::uint32_t id,
                                         const message& record);
 

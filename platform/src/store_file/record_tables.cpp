@@ -71,8 +71,8 @@ int RecordTables::loadTables() {
   return result == SQLITE_DONE ? SQLITE_OK : result;
 }
 
-// A child pointer that went astray shows the records of another page once more, all of them undamaged: only
-// the order of the ids tells.
+// A child pointer that went astray shows the records of another page once more, all of them
+// undamaged: only the order of the ids tells.
 int RecordTables::checkTable(const std::string& store, Table& table) {
   Ids ids;
   Statement all(*db_, "SELECT id, record FROM " + table.name + " ORDER BY id");
@@ -88,7 +88,8 @@ int RecordTables::checkTable(const std::string& store, Table& table) {
   return result == SQLITE_DONE ? SQLITE_OK : result;
 }
 
-// Finds what reading cannot miss: a page with fewer cells than it had, a page that nothing leads to.
+// Finds what reading cannot miss: a page with fewer cells than it had, a page that nothing leads
+// to.
 int RecordTables::checkStructure() {
   Statement check(*db_, "PRAGMA quick_check(1)");
   const int result = check.step();
@@ -127,8 +128,7 @@ void RecordTables::begin() { failure_ = db_->run("BEGIN IMMEDIATE"); }
 void RecordTables::put(std::string_view store, std::uint32_t id, const message& record) {
   if (failure_ != SQLITE_OK) return;
   Table& table = made(store);
-  Statement& put =
-      prepared(table.put, "INSERT OR REPLACE INTO " + table.name + " VALUES(?, ?)");
+  Statement& put = prepared(table.put, "INSERT OR REPLACE INTO " + table.name + " VALUES(?, ?)");
   const std::vector<unsigned char> bytes = encodeRecord(store, id, record);
   note(put.bind(1, id).bind(2, bytes).run());
 }
@@ -147,9 +147,9 @@ std::string RecordTables::end() {
   return SqliteDb::error(failure_);
 }
 
-// The commit at the end makes the log begin anew. Otherwise its pages, which are in the file by now, would
-// stay valid until the next change, and should its end be cut off, what is left would take the file back to a
-// mixture of then and now.
+// The commit at the end makes the log begin anew. Otherwise its pages, which are in the file by
+// now, would stay valid until the next change, and should its end be cut off, what is left would
+// take the file back to a mixture of then and now.
 void RecordTables::foldLog() {
   if (db_->logPages() < kLogPages) return;
   if (sqlite3_wal_checkpoint_v2(db_->handle(), nullptr, SQLITE_CHECKPOINT_RESTART, nullptr,

@@ -14,8 +14,8 @@
 
 namespace nv {
 
-/// A table `"store:<name>"(id INTEGER PRIMARY KEY, record BLOB NOT NULL)` for each store, made with its first
-/// record. In the table's name all but a-z, 0-9, '_', '-' and '.' stands as %xx.
+/// A table `"store:<name>"(id INTEGER PRIMARY KEY, record BLOB NOT NULL)` for each store, made with
+/// its first record. In the table's name all but a-z, 0-9, '_', '-' and '.' stands as %xx.
 class RecordTables {
  public:
   using Ids = std::vector<std::uint32_t>;
@@ -30,7 +30,8 @@ class RecordTables {
   bool has(std::string_view store) const { return tables_.contains(store); }
   /// The ids of the store's records, ascending.
   Ids ids(std::string_view store);
-  /// The record, an empty message when there is none; none when it cannot be read as it was written.
+  /// The record, an empty message when there is none; none when it cannot be read as it was
+  /// written.
   std::optional<message> read(std::string_view store, std::uint32_t id);
 
   // A transaction: `begin`, any number of `put` and `remove`, `end`.
@@ -39,8 +40,8 @@ class RecordTables {
   void remove(std::string_view store, std::uint32_t id);
   /// Commits; empty, or what went wrong on the way, and then nothing is changed.
   std::string end();
-  /// Copies the log into the file once it has grown to kLogPages. What cannot be copied now (on a full disk)
-  /// is copied another time.
+  /// Copies the log into the file once it has grown to kLogPages. What cannot be copied now (on a
+  /// full disk) is copied another time.
   void foldLog();
   static constexpr int kLogPages = 256;
 

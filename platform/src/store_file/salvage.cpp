@@ -11,7 +11,8 @@ constexpr unsigned char kInnerPage = 0x05;
 constexpr unsigned char kLeafPage = 0x0d;
 constexpr std::size_t kFileHeader = 100;  // at the start of page 1
 constexpr std::size_t kLeafHeader = 8;
-// A payload above kMostHere leaves at least kLeastHere bytes in its page; the rest fills other pages.
+// A payload above kMostHere leaves at least kLeastHere bytes in its page; the rest fills other
+// pages.
 constexpr std::size_t kMostHere = kPageSize - 35;
 constexpr std::size_t kLeastHere = (kPageSize - 12) * 32 / 255 - 23;
 constexpr std::size_t kOverflowRoom = kPageSize - 4;
@@ -64,7 +65,8 @@ bool isSchema(byte_view row) {
   return std::string_view(reinterpret_cast<const char*>(type.data()), 5) == "table";
 }
 
-// Bytes of the cell area that are on the page's own list of free blocks; more than a page when it is broken.
+// Bytes of the cell area that are on the page's own list of free blocks; more than a page when it
+// is broken.
 std::size_t freeBytes(const Page& page, std::size_t header) {
   std::size_t sum = page[header + 7];
   std::size_t at = bigEndian16(&page[header + 1]);

@@ -12,9 +12,9 @@
 
 namespace nv {
 
-/// Looks at each page for itself, since the tree above may be what is damaged. Every page that holds records
-/// says so, and every record vouches for itself. Pages out of use hold none: freed ones are overwritten with
-/// zeros (secure_delete), so no record comes back that was removed.
+/// Looks at each page for itself, since the tree above may be what is damaged. Every page that
+/// holds records says so, and every record vouches for itself. Pages out of use hold none: freed
+/// ones are overwritten with zeros (secure_delete), so no record comes back that was removed.
 class Salvage {
  public:
   explicit Salvage(PageImages& pages) : pages_(pages) {}
@@ -46,7 +46,8 @@ class Salvage {
 
   PageImages& pages_;
   Take take_;
-  std::vector<bool> explained_;  // by page number: it is lost or holds no record, or they were taken
+  std::vector<bool>
+      explained_;  // by page number: it is lost or holds no record, or they were taken
   std::vector<std::string> losses_;
 };
 

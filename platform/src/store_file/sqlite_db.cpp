@@ -54,9 +54,7 @@ Statement& Statement::bind(int at, byte_view bytes) {
   return *this;
 }
 
-int Statement::step() {
-  return status_ == SQLITE_OK ? sqlite3_step(statement_.get()) : status_;
-}
+int Statement::step() { return status_ == SQLITE_OK ? sqlite3_step(statement_.get()) : status_; }
 
 int Statement::run() {
   int result = step();

@@ -1,12 +1,12 @@
 /// SQLite's C handles with owners. Nothing here throws: every call gives SQLite's result code.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+
+#include <sqlite3.h>
 
 #include "platform/bytes.h"
 
@@ -25,9 +25,11 @@ class SqliteDb {
   int run(const char* sql);
   /// What a result code means.
   static std::string error(int code);
-  /// How many pages the write-ahead log held after the last commit. It is not folded into the file by itself.
+  /// How many pages the write-ahead log held after the last commit. It is not folded into the file
+  /// by itself.
   int logPages() const { return logPages_; }
-  /// Whether closing copies the log into the file (so it does at first), or leaves both as they are.
+  /// Whether closing copies the log into the file (so it does at first), or leaves both as they
+  /// are.
   void foldLogOnClose(bool fold);
 
   sqlite3* handle() { return db_.get(); }

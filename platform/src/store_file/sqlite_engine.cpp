@@ -146,8 +146,8 @@ void SqliteEngine::foldLog() {
   tables_->foldLog();
 }
 
-// Nothing can have changed while the stand-in served, so the file, once it can be written, takes its place
-// as it is.
+// Nothing can have changed while the stand-in served, so the file, once it can be written, takes
+// its place as it is.
 std::string SqliteEngine::lookForSpace() {
   std::lock_guard data(dataMutex_);
   if (std::string missing = file_.probe(); !missing.empty() || !standIn_) return missing;

@@ -16,13 +16,13 @@
 
 namespace nv {
 
-/// The loop's thread opens and reads tables; the writer's thread commits and looks for space. They share the
-/// database under one mutex, which a commit holds as long as it lasts, and a few words under another, which
-/// nobody holds for long.
+/// The loop's thread opens and reads tables; the writer's thread commits and looks for space. They
+/// share the database under one mutex, which a commit holds as long as it lasts, and a few words
+/// under another, which nobody holds for long.
 class SqliteEngine : public StoreEngine {
  public:
-  /// Opens the file; `error` tells whether that failed, and then nothing else may be called. While changes
-  /// are refused, looks for space at most once in `probeInterval`.
+  /// Opens the file; `error` tells whether that failed, and then nothing else may be called. While
+  /// changes are refused, looks for space at most once in `probeInterval`.
   explicit SqliteEngine(const std::filesystem::path& file,
                         std::chrono::milliseconds probeInterval = std::chrono::seconds(1));
   /// Finishes the batch under way and closes the file.

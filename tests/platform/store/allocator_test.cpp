@@ -1,9 +1,9 @@
 #include "platform/allocator.h"
 
-#include <gtest/gtest.h>
-
 #include <set>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "tests/support/random.h"
 
@@ -48,9 +48,7 @@ TEST(Allocator, DoesWhatASetOfIdsDoes) {
         ASSERT_EQ(ids.allocate(id), inside ? id : kNone);
         if (inside) model.insert(id);
         break;
-      default:
-        ids.free(id);
-        model.erase(id);
+      default: ids.free(id); model.erase(id);
     }
     ASSERT_EQ(walk(ids), Ids(model.begin(), model.end()));
     ASSERT_EQ(ids.isAllocated(id), model.contains(id));

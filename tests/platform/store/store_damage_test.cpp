@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -9,6 +7,8 @@
 #include <set>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "platform/message.h"
 #include "platform/store_file.h"
@@ -35,7 +35,8 @@ void writeFile(const fs::path& file, const Bytes& bytes) {
              static_cast<std::streamsize>(bytes.size()));
 }
 
-/// A value is its number, four bytes over and over, so that each page with a part of it can be found.
+/// A value is its number, four bytes over and over, so that each page with a part of it can be
+/// found.
 message value(unsigned number, unsigned repeats) {
   Bytes bytes;
   for (unsigned i = 0; i < repeats; ++i)
@@ -50,14 +51,14 @@ using Records = std::map<Key, message>;
 /// A store file that was filled at random, and what is known about it.
 struct Sample {
   Bytes file, log;
-  std::vector<Records> commits;            // after each one
+  std::vector<Records> commits;  // after each one
   std::map<Key, std::vector<message>> everWritten;
 
   const Records& last() const { return commits.back(); }
 };
 
-const std::vector<std::string> kStores{"hosts", "routes", "a store with a longer name", "d", "e",
-                                       "f",     "g",      "h",                          "i"};
+const std::vector<std::string> kStores{
+    "hosts", "routes", "a store with a longer name", "d", "e", "f", "g", "h", "i"};
 
 class SampleMaker {
  public:
@@ -104,8 +105,8 @@ class SampleMaker {
       changes[key] = {tables_[key.first], key.second, {}};
       now_.erase(key);
       if (random_.below(4) == 0) continue;
-      const message set = value(++number_, random_.below(10) ? 1 + random_.below(60)
-                                                             : random_.below(1500));
+      const message set =
+          value(++number_, random_.below(10) ? 1 + random_.below(60) : random_.below(1500));
       changes[key].record = set;
       now_[key] = set;
       sample_.everWritten[key].push_back(set);
@@ -165,8 +166,8 @@ Opened openTwice(const Bytes& file, const Bytes& log) {
     opened.records = records;
     if (!again) opened.output = output.text();
   }
-  opened.setAside = fs::exists(directory / "s.db.damaged-1") ||
-                    fs::exists(directory / "s.db.damaged-1-wal");
+  opened.setAside =
+      fs::exists(directory / "s.db.damaged-1") || fs::exists(directory / "s.db.damaged-1-wal");
   if (opened.setAside) {
     EXPECT_EQ(readFile(directory / "s.db.damaged-1"), file) << "kept as it was found";
     EXPECT_EQ(readFile(directory / "s.db.damaged-1-wal"), log);
@@ -220,7 +221,8 @@ const std::vector<Damage> kDamages{
     {"a page of noise",
      [](Bytes& b, Random& r) {
        const std::size_t page = anyPage(b, r);
-       for (std::size_t i = 0; i < kPage; ++i) b[page + i] = static_cast<unsigned char>(r.below(256));
+       for (std::size_t i = 0; i < kPage; ++i)
+         b[page + i] = static_cast<unsigned char>(r.below(256));
      }},
     {"two pages swapped",
      [](Bytes& b, Random& r) {
@@ -257,7 +259,8 @@ bool disjoint(const std::set<std::size_t>& a, const std::set<std::size_t>& b) {
   return std::none_of(a.begin(), a.end(), [&](std::size_t page) { return b.contains(page); });
 }
 
-// Swapped pages count as touched, though Salvage finds their records; it may serve more than it must.
+// Swapped pages count as touched, though Salvage finds their records; it may serve more than it
+// must.
 TEST(DamagedStoreFile, ServesTheRecordsOfUntouchedPagesAndNothingElse) {
   Random random;
   SCOPED_TRACE(random.seed());
@@ -310,9 +313,9 @@ TEST(DamagedStoreFile, GivesNothingOfALogButWhatWasCommitted) {
           ASSERT_TRUE(std::find(written.begin(), written.end(), record) != written.end());
         }
         noticed += !opened.output.empty();
-        const bool aCommit = opened.records.empty() ||
-                             std::find(sample.commits.begin(), sample.commits.end(),
-                                       opened.records) != sample.commits.end();
+        const bool aCommit =
+            opened.records.empty() || std::find(sample.commits.begin(), sample.commits.end(),
+                                                opened.records) != sample.commits.end();
         ASSERT_TRUE(aCommit || !opened.output.empty())
             << "without a word only whole commits at the end may be missing";
       }
@@ -321,7 +324,8 @@ TEST(DamagedStoreFile, GivesNothingOfALogButWhatWasCommitted) {
   EXPECT_GT(noticed, 20u) << "the damage hit something";
 }
 
-// A log whose pages are in the file already, but still valid, would take it back to a mixture of then and now.
+// A log whose pages are in the file already, but still valid, would take it back to a mixture of
+// then and now.
 TEST(DamagedStoreFile, IsWholeAtSomeCommitWhereverItsLogIsCutOff) {
   Random random;
   SCOPED_TRACE(random.seed());
@@ -391,9 +395,9 @@ TEST(DamagedStoreFile, SurvivesDamageInFileAndLogTogether) {
 TEST(DamagedStoreFile, NamesEachLossInALineOfItsOwn) {
   Random random(1);
   const Sample sample = SampleMaker(random).makeClosed(100);
-  const auto hit = std::find_if(sample.last().begin(), sample.last().end(), [&](const auto& record) {
-    return pagesOf(sample.file, record.second).size() == 1;
-  });
+  const auto hit = std::find_if(
+      sample.last().begin(), sample.last().end(),
+      [&](const auto& record) { return pagesOf(sample.file, record.second).size() == 1; });
   const nv::byte_view raw = hit->second.view(nv::raw_id(1));
   Bytes file = sample.file;
   *std::search(file.begin(), file.end(), raw.begin(), raw.begin() + 4) ^= 1;
@@ -420,7 +424,8 @@ TEST(DamagedStoreFile, IsNumberedWhenOneIsThereAlready) {
     EXPECT_EQ(readFile(directory / ("s.db.damaged-" + std::to_string(i + 1))), Bytes(5000, i));
 }
 
-// A process can be killed between any two steps of putting a new file in the place of a damaged one.
+// A process can be killed between any two steps of putting a new file in the place of a damaged
+// one.
 TEST(DamagedStoreFile, IsReplacedFromWhereverAKilledProcessStopped) {
   Random random;
   SCOPED_TRACE(random.seed());

@@ -1,10 +1,10 @@
+#include <map>
+#include <string>
+
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <map>
-#include <string>
 
 #include "platform/store_file.h"
 #include "tests/support/captured_output.h"
@@ -53,8 +53,8 @@ nv::message record(unsigned n, std::uint32_t id) {
   }
 }
 
-/// Lets a writer go on after batch `done` and kills it after it has told of about `batches` more; the last
-/// batch that it told of.
+/// Lets a writer go on after batch `done` and kills it after it has told of about `batches` more;
+/// the last batch that it told of.
 unsigned runAndKill(const std::filesystem::path& file, unsigned seed, unsigned done,
                     unsigned batches) {
   int ends[2];

@@ -1,12 +1,12 @@
+#include <chrono>
+#include <fstream>
+#include <thread>
+
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
-
-#include <chrono>
-#include <fstream>
-#include <thread>
 
 #include "platform/src/store_file/sqlite_engine.h"
 #include "tests/support/captured_output.h"
@@ -105,7 +105,8 @@ TEST_F(StoreFileWithoutSpace, SaysWhyACommitFailedAndKeepsWhatWasThere) {
     FullDisk full(8 * 1024);
     std::string error;
     for (unsigned i = 0; i < 20 && error.empty(); ++i)
-      error = set(*engine, 3, number(100 + i).insert(nv::raw_id(2), std::vector<unsigned char>(2000)));
+      error =
+          set(*engine, 3, number(100 + i).insert(nv::raw_id(2), std::vector<unsigned char>(2000)));
     EXPECT_EQ(error, "file too large");
     EXPECT_TRUE(get(*engine, 4) == number(4));
   }

@@ -1,11 +1,11 @@
 #include "platform/store.h"
 
-#include <gtest/gtest.h>
-
 #include <future>
 #include <map>
 #include <memory>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "platform/message.h"
 #include "platform/observer.h"
@@ -151,7 +151,8 @@ TEST_P(StoreOn, IsThereForTheFirstTimeUntilSomethingWasCommitted) {
 }
 
 TEST_P(StoreOn, TellsNamesApartWhateverBytesTheyHold) {
-  const std::vector<std::string> names{"a", "A", "a b", "\"a\"", std::string("a\0", 2), "%61", "ä", ""};
+  const std::vector<std::string> names{"a",   "A", "a b", "\"a\"", std::string("a\0", 2),
+                                       "%61", "ä", ""};
   for (unsigned i = 0; i < names.size(); ++i) Store(names[i]).set(0, number(i));
   finishAndRestart();
   for (unsigned i = 0; i < names.size(); ++i)
@@ -159,8 +160,7 @@ TEST_P(StoreOn, TellsNamesApartWhateverBytesTheyHold) {
 }
 
 TEST_P(StoreOn, HoldsTheLowestAndTheHighestIdAndAnEmptyAndALongRecord) {
-  const message lengthy =
-      message().insert(nv::raw_id(1), std::vector<unsigned char>(100000, 7));
+  const message lengthy = message().insert(nv::raw_id(1), std::vector<unsigned char>(100000, 7));
   {
     Store store("a");
     store.set(0, lengthy);
@@ -218,7 +218,8 @@ TEST_P(StoreOn, DoesWhatMapsDoThroughRandomChangesAndRestarts) {
 TEST(Store, TellsTheObserverOfEachCallAtOnceAndInOrder) {
   struct Log : nv::Observer {
     void storeSet(std::string_view store, std::uint32_t id, const message& record) override {
-      text += std::string(store) + std::to_string(id) + '=' + std::to_string(numberIn(record)) + ' ';
+      text +=
+          std::string(store) + std::to_string(id) + '=' + std::to_string(numberIn(record)) + ' ';
     }
     void storeRemove(std::string_view store, std::uint32_t id) override {
       text += std::string(store) + std::to_string(id) + "- ";
