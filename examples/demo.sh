@@ -153,11 +153,12 @@ crash() {
   background[$adder]=adder
   exec 5<adder.said
   for _ in {1..5}; do hear 5; done
+  last=${output#added }
   run 0 "kill -KILL $service"
   ended "$service"
-  last=${output#added }
   while read -r answer <&5; do printf '%s\n' "$answer" && last=${answer#added }; done
   ended "$adder"
+  ((last >= 7)) || fail "the client was told of $((last - 2)) hosts only"
   run 4 'confctl list hosts'
 }
 

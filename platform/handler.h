@@ -80,7 +80,8 @@ class CONFKIT_API Handler {
   /// by the same turn of the loop is on disk.
   void replyMessage(const message& request, message reply);
   /// Marks object `id` as changed for one subscriber (`cookie`), or for all plain ones (null). `removed`: the
-  /// notification says so whatever `getObject` answers. The fields of `extra` are added to the notification.
+  /// notification says so whatever `getObject` answers. The fields of `extra` are added to the
+  /// notification. To a subscriber that reads slowly both may be lost: it gets what `getObject` answers later.
   void notifyChange(std::uint32_t id, bool removed, void* cookie, const message& extra);
   /// Publishes a command that would revert the change made by `request`, with a text for people. Clients
   /// read the last ones with cmd::getUndo, from when the change is on disk.

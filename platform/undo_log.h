@@ -13,7 +13,7 @@ inline constexpr u32_id number{1};
 inline constexpr string_id description{2};
 /// The command that reverts the change, without a route.
 inline constexpr message_id command{3};
-/// The request that made the change.
+/// The request that made the change; left out when it is longer than 16 KiB.
 inline constexpr message_id request{4};
 /// Where the command goes: the route of the handler that published the record.
 inline constexpr u32_array_id route{5};

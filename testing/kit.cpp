@@ -25,10 +25,10 @@ std::size_t frameLength(const std::vector<unsigned char>& bytes) {
 void BusPeer::send(const message& msg) {
   std::vector<unsigned char> frame;
   appendFrame(frame, msg.bytes());
-  sendBytes(std::move(frame));
+  sendBytes(frame);
 }
 
-void BusPeer::sendBytes(std::vector<unsigned char> bytes) { transport_->write(connection_, bytes); }
+void BusPeer::sendBytes(const std::vector<unsigned char>& bytes) { transport_->write(connection_, bytes); }
 
 std::vector<message> BusPeer::received() {
   const auto bytes = transport_->read(connection_);

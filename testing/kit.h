@@ -31,7 +31,7 @@ class BusPeer {
  public:
   /// A frame that holds `msg`, or any bytes at all.
   void send(const message& msg);
-  void sendBytes(std::vector<unsigned char> bytes);
+  void sendBytes(const std::vector<unsigned char>& bytes);
   /// The messages that have arrived, oldest first; they are taken.
   std::vector<message> received();
   /// Whether the peer reads. While it does not, nothing arrives, and what the process sends stays queued on

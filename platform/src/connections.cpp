@@ -5,6 +5,7 @@
 #include <iostream>
 #include <utility>
 
+#include "platform/commands.h"
 #include "platform/errors.h"
 
 namespace nv {
@@ -135,7 +136,9 @@ std::vector<std::uint32_t> Connections::takeRelieved() {
 
 void Connections::pauseIfCongested(std::uint32_t number) {
   const auto found = connections_.find(number);
-  if (found == connections_.end() || found->second.readingPaused || !congested(number)) return;
+  // A service's answers are always read: two that wait for each other's reading would wait for ever.
+  if (found == connections_.end() || !found->second.client || found->second.readingPaused) return;
+  if (!congested(number)) return;
   found->second.readingPaused = true;
   transport_->pauseReading(number, true);
 }
@@ -222,7 +225,11 @@ void Connections::frameArrived(std::uint32_t number, std::span<const unsigned ch
 }
 
 void Connections::requestArrived(std::uint32_t number, Connection& connection, message request) {
+  const auto code = request.get(key::command);
+  if (code == cmd::routeGone) request.remove(key::tag);  // has no answer
   const auto tag = request.get(key::tag);
+  // What is not awaited is not counted: a client could queue changes without end.
+  if (tag == 0 && cmd::isChange(code)) return cut(number, "a change carries no tag");
   request.insert_vector(key::requester, number);
   request.insert(key::rights, grantedRights(connection, request));
   if (tag != 0) {

@@ -91,7 +91,7 @@ class Connections : public TransportEvents {
   /// Handles the whole frames at the front of `bytes`, until the connection is congested, and returns how many
   /// bytes they took.
   std::size_t takeFrames(std::uint32_t connection, std::span<const unsigned char> bytes);
-  void frameArrived(std::uint32_t connection, std::span<const unsigned char> bytes);
+  void frameArrived(std::uint32_t number, std::span<const unsigned char> bytes);
   void requestArrived(std::uint32_t number, Connection& connection, message request);
   void pauseIfCongested(std::uint32_t number);
   void resume(std::uint32_t number);
@@ -99,8 +99,8 @@ class Connections : public TransportEvents {
   void refuse(std::uint32_t number, std::uint32_t tag, std::string_view why);
   std::uint32_t grantedRights(const Connection& connection, const message& request) const;
   std::size_t queued(std::uint32_t number, const Connection& connection) const;
-  void cut(std::uint32_t connection, std::string_view why);
-  void forget(std::uint32_t connection);
+  void cut(std::uint32_t number, std::string_view why);
+  void forget(std::uint32_t number);
 
   const Limits& limits_;
   Rights rights_;

@@ -18,6 +18,11 @@ Registry& follows() {
 }
 }  // namespace
 
+void forgetFollows() {
+  for (const auto& [handle, following] : follows()) following->forget();
+  follows().clear();
+}
+
 void* follow(std::function<void(const message&)> callback, const message& target, bool waitInitial) {
   const auto following = std::make_shared<Following>(std::move(callback), target);
   void* const handle = following.get();

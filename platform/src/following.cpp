@@ -41,10 +41,17 @@ void Following::stop() {
   unsubscribe();
 }
 
+void Following::forget() {
+  stopped_ = true;
+  tag_ = 0;
+  reading_ = {};
+  retry_ = {};
+}
+
 void Following::unsubscribe() {
   if (tag_ == 0) return;
   theLoop().requests.forget(tag_);
-  if (std::exchange(subscribed_, false)) {
+  if (std::exchange(asked_, false)) {
     auto request = requestFor(cmd::unsubscribe);
     request.insert(key::objectId, tag_);
     theLoop().request(0, std::move(request));
@@ -64,14 +71,17 @@ message Following::requestFor(unsigned command) const {
 
 void Following::subscribe() {
   auto& loop = theLoop();
+  asked_ = true;
   tag_ = loop.requests.await(later(&Following::subscribed), kAnswerTime);
   loop.requests.listen(tag_, later(&Following::changed), later(&Following::connectionLost));
   loop.request(tag_, requestFor(cmd::subscribe));
 }
 
 void Following::subscribed(const message& reply) {
-  if (isError(reply)) return tryAgainLater();
-  subscribed_ = true;
+  if (unsigned code = 0; isError(reply, &code, nullptr)) {
+    asked_ = code == err::timedOut;
+    return tryAgainLater();
+  }
   seen_ = Allocator(0, 0xffffffff);
   readPage(kNoId);
 }
@@ -145,7 +155,7 @@ void Following::changed(const message& notification) {
 }
 
 void Following::connectionLost() {
-  subscribed_ = false;  // the other end knows
+  asked_ = false;  // the other end knows
   tryAgainLater();
 }
 

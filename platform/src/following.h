@@ -24,6 +24,8 @@ class Following : public std::enable_shared_from_this<Following> {
   void start();
   /// Ends it; no call of the callback follows.
   void stop();
+  /// Ends it without a word to the other end, which is gone with the process of before.
+  void forget();
   /// Hands a message to the callback unless the follow has ended.
   void deliver(const message& msg);
 
@@ -46,7 +48,7 @@ class Following : public std::enable_shared_from_this<Following> {
   Callback callback_;
   message target_;
   bool stopped_ = false;
-  bool subscribed_ = false;
+  bool asked_ = false;           // the other end may hold a subscription
   std::uint32_t tag_ = 0;        // of the subscription, 0: none
   unsigned delay_ = 0;           // before the next try, milliseconds
   Post reading_;
@@ -54,5 +56,8 @@ class Following : public std::enable_shared_from_this<Following> {
   Allocator known_{0, 0xffffffff};  // delivered and not removed since
   Allocator seen_{0, 0xffffffff};   // the part of them that the set being read holds
 };
+
+/// Ends all follows of this process without a word to those who are followed.
+void forgetFollows();
 
 }  // namespace nv

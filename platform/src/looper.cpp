@@ -8,6 +8,7 @@
 #include "platform/commands.h"
 #include "platform/errors.h"
 #include "platform/observer.h"
+#include "platform/src/following.h"
 #include "platform/src/looper_impl.h"
 
 namespace nv {
@@ -25,8 +26,9 @@ Looper::~Looper() = default;
 void Looper::assemble(Platform platform) {
   if (!platform.rights) platform.rights = rootAndOwnUserAreTheSystem;
   if (!platform.exit) platform.exit = [](int status) { std::_Exit(status); };
-  std::vector<std::function<void()>> hooks;
+  std::deque<std::function<void()>> hooks;
   if (impl_) hooks = std::move(impl_->hooks);
+  forgetFollows();
   // What goes with the old parts may still reach for the loop: the new ones are in place by then.
   const auto old = std::exchange(impl_, std::make_unique<Impl>(std::move(platform)));
   impl_->hooks = std::move(hooks);

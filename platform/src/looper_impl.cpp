@@ -26,9 +26,11 @@ Looper::Impl::Impl(Platform platform)
       loop(std::move(platform.loop)),
       stores(platform.stores ? std::make_unique<CommitQueue>(std::move(platform.stores)) : nullptr),
       exit(std::move(platform.exit)),
-      undo(limits.undoRecords),
+      undo(limits.undoRecords, limits.undoBytes),
       connections(std::move(platform.transport), limits, std::move(platform.rights), *this) {
-  if (stores) stores->engine().onOutcome([engine = loop.get()] { engine->wake(); });
+  if (stores) stores->engine().onOutcome([engine = loop.get()] {
+      if (engine) engine->wake();
+    });
 }
 
 Looper::Impl::~Impl() {
@@ -92,19 +94,23 @@ void Looper::Impl::dispatch(const message& request) {
 void Looper::Impl::say(Outgoing outgoing) {
   if (outgoing.kind == Outgoing::Kind::reply || outgoing.kind == Outgoing::Kind::notification)
     connections.expect(outgoing.connection, outgoing.msg.bytes().size());
-  const Turn turn(*this);  // said outside of any turn, it is one
+  if (turnDepth_ == 0) settleTurn();  // said outside of any turn, it waits for all that was stored
+  const Turn turn(*this);
   outbox.say(std::move(outgoing));
 }
 
 void Looper::Impl::request(std::uint32_t tag, message msg) {
-  say({Outgoing::Kind::request, 0, tag, std::move(msg)});
+  say({Outgoing::Kind::request, 0, tag != 0 ? tag : requests.freshTag(), std::move(msg)});
 }
 
 void Looper::Impl::reply(const message& request, message msg) {
   const auto route = msg.get(key::route);
-  const auto to = route.empty() ? requesterOf(request) : route[0];
+  // The requester that the bus has stamped counts, whatever an object put into the answer.
+  const auto asker = requesterOf(request);
+  const auto to = asker != 0 || route.empty() ? asker : route[0];
   const auto tag = request.get(key::tag);
   if (tag == 0) return;
+  msg.insert_vector(key::route, to);
   if (to != kSelf && !connections.claimReply(to, tag)) return;
   if (request.get(key::settled)) settleTurn();
   say({Outgoing::Kind::reply, to, tag, std::move(msg)});
@@ -161,7 +167,7 @@ void Looper::Impl::deliverRequest(Outgoing&& outgoing) {
 
 void Looper::Impl::waitForEvents(bool mayWait) {
   if (!loop) return;
-  loop->wait(mayWait && !hasWork() ? timeToSleep() : microseconds{0});
+  loop->wait(mayWait && !stopping && !hasWork() ? timeToSleep() : microseconds{0});
 }
 
 bool Looper::Impl::hasWork() const {
@@ -169,7 +175,7 @@ bool Looper::Impl::hasWork() const {
   const bool batchWaits = stores && !lingerUntil_ && stores->canSubmit();
   // What was said between two passes, before the first one above all, is ready to leave.
   return (due && *due <= now()) || !localWork.empty() || !toFlush.empty() || outbox.hasReady() ||
-         connections.hasGone() || connections.hasRelieved() || stopping || batchWaits;
+         connections.hasGone() || connections.hasRelieved() || batchWaits;
 }
 
 std::optional<microseconds> Looper::Impl::timeToSleep() const {
@@ -226,17 +232,17 @@ void Looper::Impl::clientGone(std::uint32_t connection) {
     const auto found = handlers.find(id);
     if (found == handlers.end()) continue;
     const Turn turn(*this);
-    auto& handler = *found->second;
-    handler.handleCmd(command, cmd::routeGone);
-    handler.dropSubscribers(connection);
+    found->second->handleCmd(command, cmd::routeGone);
+    // The service may have let the handler go.
+    if (const auto still = handlers.find(id); still != handlers.end())
+      still->second->dropSubscribers(connection);
   }
 }
 
 void Looper::Impl::runHooks() {
   for (std::size_t i = 0; i < hooks.size(); ++i) {
     const Turn turn(*this);
-    const auto hook = hooks[i];  // may add hooks
-    hook();
+    hooks[i]();  // may add hooks
   }
 }
 
@@ -294,6 +300,7 @@ void Looper::Impl::releaseDurable() {
 /// now what is true.
 void Looper::Impl::storeFailed(const std::string& error) {
   std::cout << "store: changes are lost: " << error << std::endl;
+  releaseDurable();
   for (auto& held : outbox.takeHeld()) {
     if (held.kind != Outgoing::Kind::reply) continue;
     auto refusal = errorMsg(err::notStored, error);

@@ -87,10 +87,10 @@ struct Looper::Impl : ConnectionEvents {
   std::optional<std::uint32_t> address;            // taken on the bus
   std::map<std::uint32_t, Handler*> handlers;      // by registered id
   std::set<Handler*> toFlush;                      // have notifications queued
-  std::vector<std::function<void()>> hooks;        // before sleep
+  std::deque<std::function<void()>> hooks;         // before sleep
   std::deque<std::function<void()>> localWork;     // deliveries within this process
   std::atomic<bool> stopping = false;
-  int status = 0;
+  std::atomic<int> status = 0;
 
  private:
   void say(Outgoing outgoing);

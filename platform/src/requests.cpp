@@ -16,9 +16,14 @@ std::uint32_t newTag() {
 }
 }  // namespace
 
-std::uint32_t Requests::await(Function done, std::uint32_t timeout) {
+std::uint32_t Requests::freshTag() const {
   auto tag = newTag();
   while (awaited_.contains(tag) || listeners_.contains(tag)) tag = newTag();
+  return tag;
+}
+
+std::uint32_t Requests::await(Function done, std::uint32_t timeout) {
+  const auto tag = freshTag();
   auto& awaited = awaited_[tag];
   awaited.done = std::move(done);
   if (timeout != 0)

@@ -16,6 +16,8 @@ class Requests {
  public:
   using Function = std::function<void(const message&)>;
 
+  /// A tag for a request whose answer nobody awaits.
+  std::uint32_t freshTag() const;
   /// Awaits one answer. `timeout` in milliseconds; 0: as long as it takes.
   std::uint32_t await(Function done, std::uint32_t timeout);
   /// Also hears the notifications that carry `tag`, and of the loss of the connection they come by, until

@@ -93,7 +93,11 @@ Service::Service(int argc, char** argv, ServiceOptions options) {
     refuseToStart(options.name, error);
 }
 
-Service::~Service() { getLooper()->assemble({}); }
+Service::~Service() {
+  std::signal(SIGTERM, SIG_DFL);
+  std::signal(SIGINT, SIG_DFL);
+  getLooper()->assemble({});
+}
 
 int Service::run() {
   stopOn(SIGTERM);

@@ -1,5 +1,6 @@
 #include "platform/src/subscribers.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "platform/commands.h"
@@ -18,6 +19,8 @@ message Handler::Subscribers::add(const message& request) {
   const auto connection = requesterOf(request);
   const auto tag = request.get(key::tag);
   if (tag == 0) return errorMsg(err::badCommand, "a subscription needs a tag");
+  if (request.bytes().size() > theLoop().limits.subscriptionBytes)
+    return errorMsg(err::tooMany, "the subscription is too long");
   if (!theLoop().connections.addSubscription(connection))
     return errorMsg(err::tooMany, "too many subscriptions");
 
@@ -80,13 +83,18 @@ void Handler::Subscribers::mark(std::uint32_t id, bool removed, void* cookie, co
 void Handler::Subscribers::flush() {
   const auto marks = std::exchange(marks_, {});
   markAt_.clear();
-  for (const auto& mark : marks) tell(mark);
+  Views views;
+  for (std::size_t i = 0; i < marks.size(); ++i) {
+    // Marks of one object for several subscribers stand together and share what is fetched.
+    if (i > 0 && !marks[i].sameObject(marks[i - 1])) views.clear();
+    fetch(marks[i], views);
+    tell(marks[i], views);
+  }
 }
 
 /// First the object is fetched for all who are to hear of it, then it is sent: no service code runs while the
 /// subscribers are walked.
-void Handler::Subscribers::tell(const Mark& mark) {
-  const auto views = fetch(mark);
+void Handler::Subscribers::tell(const Mark& mark, const Views& views) {
   std::vector<Serial> stalled;
   const auto tellOne = [&](Serial serial, Subscriber& subscriber) {
     const auto view = views.find(subscriber.flags);
@@ -108,17 +116,18 @@ void Handler::Subscribers::tell(const Mark& mark) {
   for (const auto serial : stalled) stall(serial);
 }
 
-Handler::Subscribers::Views Handler::Subscribers::fetch(const Mark& mark) {
-  Views views;
+void Handler::Subscribers::fetch(const Mark& mark, Views& views) {
+  std::vector<std::uint32_t> wanted;
   if (mark.to != kAllPlain) {
     if (const auto one = subscribers_.find(mark.to); one != subscribers_.end())
-      views.try_emplace(one->second.flags);
+      wanted.push_back(one->second.flags);
   } else {
     for (const auto& [serial, subscriber] : subscribers_)
-      if (subscriber.plain) views.try_emplace(subscriber.flags);
+      if (subscriber.plain && !std::count(wanted.begin(), wanted.end(), subscriber.flags))
+        wanted.push_back(subscriber.flags);
   }
-  for (auto& [flags, msg] : views) msg = view(mark, flags);
-  return views;
+  for (const auto flags : wanted)
+    if (!views.contains(flags)) views.emplace(flags, view(mark, flags));
 }
 
 message Handler::Subscribers::view(const Mark& mark, std::uint32_t flags) {

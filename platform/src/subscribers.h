@@ -50,6 +50,10 @@ class Handler::Subscribers {
     bool removed;
     Serial to;  // kAllPlain, or one subscriber
     message extra;
+
+    bool sameObject(const Mark& other) const {
+      return id == other.id && removed == other.removed && extra.empty() && other.extra.empty();
+    }
   };
   struct MarkKey {
     std::uint32_t id;
@@ -64,8 +68,8 @@ class Handler::Subscribers {
   /// The object as each get flags word sees it.
   using Views = std::map<std::uint32_t, message>;
 
-  void tell(const Mark& mark);
-  Views fetch(const Mark& mark);
+  void tell(const Mark& mark, const Views& views);
+  void fetch(const Mark& mark, Views& views);
   message view(const Mark& mark, std::uint32_t flags);
   void stall(Serial serial);
   void forget(Serial serial);

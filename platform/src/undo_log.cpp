@@ -10,6 +10,7 @@ namespace nv {
 
 namespace {
 constexpr std::size_t kPageBytes = 61440;
+constexpr std::size_t kMaxRequestBytes = 16384;
 }  // namespace
 
 message UndoLog::record(const std::vector<std::uint32_t>& route, const message& request,
@@ -20,15 +21,19 @@ message UndoLog::record(const std::vector<std::uint32_t>& route, const message& 
   message record;
   record.insert(undo_key::description, description);
   record.insert(undo_key::command, undo.flat());
-  record.insert(undo_key::request, bareRequest.flat());
+  if (bareRequest.bytes().size() <= kMaxRequestBytes) record.insert(undo_key::request, bareRequest.flat());
   record.insert(undo_key::route, route);
   return record;
 }
 
 void UndoLog::add(message record) {
   record.insert(undo_key::number, ++lastNumber_);
+  bytes_ += record.bytes().size();
   records_.push_front(std::move(record));
-  if (records_.size() > capacity_) records_.pop_back();
+  while (records_.size() > capacity_ || (bytes_ > maxBytes_ && records_.size() > 1)) {
+    bytes_ -= records_.back().bytes().size();
+    records_.pop_back();
+  }
 }
 
 message UndoLog::page(const message& request) const {

@@ -13,7 +13,7 @@ namespace nv {
 /// A bounded list of undo records, numbered from 1; the oldest make room for new ones.
 class UndoLog {
  public:
-  explicit UndoLog(std::size_t capacity) : capacity_(capacity) {}
+  UndoLog(std::size_t capacity, std::size_t maxBytes) : capacity_(capacity), maxBytes_(maxBytes) {}
 
   /// A record as clients read it (see undo_log.h of the platform), still without a number.
   static message record(const std::vector<std::uint32_t>& route, const message& request,
@@ -24,7 +24,8 @@ class UndoLog {
   message page(const message& request) const;
 
  private:
-  std::size_t capacity_;
+  std::size_t capacity_, maxBytes_;
+  std::size_t bytes_ = 0;
   std::uint32_t lastNumber_ = 0;
   std::deque<message> records_;  // newest first
 };

@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -18,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 constexpr std::size_t kReadBytes = 65536;
-constexpr int kBacklog = 64;
+constexpr int kBacklog = SOMAXCONN;
 
 std::string because(const std::string& what, const fs::path& path) {
   return what + " " + path.string() + ": " + std::strerror(errno);
@@ -62,7 +63,7 @@ UnixTransport::UnixTransport(UvLoop& loop, fs::path directory, unsigned socketMo
 }
 
 UnixTransport::~UnixTransport() {
-  flush();
+  UnixTransport::flush();
   for (const auto& [number, socket] : sockets_) release(socket);
   if (listener_) {
     uv_close(reinterpret_cast<uv_handle_t*>(listener_),
@@ -148,10 +149,17 @@ std::uint32_t UnixTransport::connect(std::uint32_t address) {
   return add(std::move(socket));
 }
 
+std::uint32_t UnixTransport::freeNumber() {
+  do {
+    nextConnection_ = std::max(nextConnection_ + 1, kFirstConnection);  // begins anew after the last
+  } while (sockets_.contains(nextConnection_));
+  return nextConnection_;
+}
+
 std::uint32_t UnixTransport::add(std::unique_ptr<Socket> socket) {
   socket->owner = this;
   socket->pipe.data = socket.get();
-  socket->number = nextConnection_++;
+  socket->number = freeNumber();
   uv_read_start(socket->stream(), readBuffer, onRead);
   sockets_.emplace(socket->number, socket.get());
   return socket.release()->number;
@@ -199,7 +207,7 @@ void UnixTransport::write(Socket& socket) {
   buffer = uv_buf_init(reinterpret_cast<char*>(socket.writing.data()),
                        static_cast<unsigned>(socket.writing.size()));
   socket.request.data = &socket;
-  uv_write(&socket.request, socket.stream(), &buffer, 1, onWritten);
+  if (uv_write(&socket.request, socket.stream(), &buffer, 1, onWritten) != 0) readOn(socket);
 }
 
 void UnixTransport::onWritten(uv_write_t* request, int status) {
@@ -211,9 +219,12 @@ void UnixTransport::onWritten(uv_write_t* request, int status) {
   socket.owner->events_->drained(socket.number);
 }
 
-/// The other end is gone. Reading tells of it, also when it was paused.
+/// Nothing more can be written. Reading tells of it, also when it was paused.
 void UnixTransport::readOn(Socket& socket) {
   socket.out.clear();
+  // A frame may be half written: both ends must see the end.
+  uv_os_fd_t fd = -1;
+  if (uv_fileno(socket.handle(), &fd) == 0) ::shutdown(fd, SHUT_RDWR);
   uv_read_start(socket.stream(), readBuffer, onRead);
 }
 

@@ -38,6 +38,7 @@ class UnixTransport : public Transport {
   std::string lockAddress(std::uint32_t address);
   std::string openListener(const std::filesystem::path& path);
   void acceptOne();
+  std::uint32_t freeNumber();
   std::uint32_t add(std::unique_ptr<Socket> socket);
   void ended(Socket& socket);
   void write(Socket& socket);
@@ -59,7 +60,7 @@ class UnixTransport : public Transport {
   std::unordered_map<std::uint32_t, Socket*> sockets_;  // freed by their close callbacks
   std::vector<std::uint32_t> unflushed_;
   std::vector<char> readBuffer_;
-  std::uint32_t nextConnection_ = kFirstConnection;
+  std::uint32_t nextConnection_ = kFirstConnection - 1;  // the last one given
 };
 
 }  // namespace nv

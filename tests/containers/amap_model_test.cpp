@@ -165,7 +165,7 @@ TEST_P(AMapBesideItsModel, AgreesOnEveryReplyCallAndRecord) {
   random.seed(seed);
   restartBoth();
   model.takesManaged = map->managed;
-  for (int step = 0; step < 25000; ++step) {
+  for (int step = 0, commands = 0; commands < 25000; ++step) {
     SCOPED_TRACE("step " + std::to_string(step));
     if (once(400))
       restartBoth();
@@ -173,8 +173,10 @@ TEST_P(AMapBesideItsModel, AgreesOnEveryReplyCallAndRecord) {
       switchStore();
     else if (once(10))
       changeByService();
-    else
+    else {
       sendCommand();
+      ++commands;
+    }
     compare();
     if (once(100)) compareStored();
     if (HasFailure()) return;

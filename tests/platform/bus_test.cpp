@@ -152,6 +152,47 @@ TEST_F(Bus, AUserWithoutRightsReadsButChangesNothing) {
   EXPECT_EQ(replies[5].get(key::name), "one");
 }
 
+TEST_F(Bus, AnAnswerGoesToWhoAskedWhateverStandsInIt) {
+  struct Quoting : ListHandler {
+    message cmdGet(const message&) override {
+      message reply{{key::name, "mine"}, {key::tag, 99}, {key::frameKind, 2}};
+      reply.insert_vector(key::route, other);
+      return reply;
+    }
+    std::uint32_t other = kAddress;
+  } texts;
+  serve(texts);
+  auto peer = kit.connect(), other = kit.connect();
+  other->send(command(1, cmd::getObj, 1));
+  kit.settle();
+  other->received();
+  for (const auto route : {kAddress, texts.lastRequest.get(key::requester)[0]}) {
+    texts.other = route;
+    peer->send(command(1, cmd::get));
+    kit.settle();
+    const auto replies = peer->received();
+    ASSERT_EQ(line(replies), "1 ok");
+    EXPECT_EQ(replies[0].get(key::name), "mine");
+    EXPECT_TRUE(other->received().empty());
+  }
+}
+
+TEST_F(Bus, AServicesOwnChangesWaitForSpaceOnTheDisk) {
+  ListHandler texts("texts");
+  serve(texts);
+  kit.engine().refuse("no space left on device");
+  texts.put(1, "by the service");
+  kit.settle();
+  EXPECT_FALSE(kit.exitStatus());
+  EXPECT_TRUE(stores.get("texts", 1).empty());
+  auto peer = kit.connect();
+  peer->send(command(1, cmd::getObj, 1));
+  EXPECT_EQ(said(*peer), "1 ok");
+  kit.engine().refuse("");
+  kit.settle();
+  EXPECT_EQ(stores.get("texts", 1).get(key::name), "by the service");
+}
+
 TEST_F(Bus, FramesArriveWhateverTheirPieces) {
   ListHandler texts;
   serve(texts);
@@ -197,6 +238,7 @@ TEST_F(Bus, WhoBreaksTheRulesIsCutAndTheOthersGoOn) {
       {"the longest length", [](BusPeer& peer) { peer.sendBytes({0xff, 0xff, 0xff, 0xff}); }},
       {"bytes that are no message", [](BusPeer& peer) { peer.sendBytes({4, 0, 0, 0, 1, 2, 3, 4}); }},
       {"too deep", [](BusPeer& peer) { peer.send(nested(40)); }},
+      {"a change that is not counted", [](BusPeer& peer) { peer.send(setText(0, 1, "x")); }},
       {"a reply", [&](BusPeer& peer) { peer.send(reply); }},
       {"one tag twice in flight",
        [&](BusPeer& peer) {

@@ -198,6 +198,39 @@ TEST_F(Loop, ARequestCausedByAChangeLeavesWhenTheChangeIsOnDisk) {
   EXPECT_TRUE(kit.acceptedPeer());
 }
 
+TEST_F(Loop, WhatIsSaidOutsideOfTheLoopWaitsForWhatWasStoredBefore) {
+  kit.serve(kElsewhere);
+  Store store("texts");
+  kit.engine().hold();
+  store.set(1, {{key::name, "one"}});
+  getLooper()->send(requestTo(kElsewhere, cmd::runScript));
+  kit.settle();
+  EXPECT_FALSE(kit.acceptedPeer());
+  kit.engine().release();
+  kit.settle();
+  EXPECT_TRUE(kit.acceptedPeer());
+}
+
+TEST_F(Loop, AnswersAreReadHoweverManyRequestsWait) {
+  kit.serve(kElsewhere);
+  auto request = requestTo(kElsewhere, cmd::setObj);
+  request.insert(key::name, std::string(1000, 'x'));
+  std::size_t answered = 0;
+  std::vector<Post> posts;
+  posts.emplace_back(request, [&](const message&) { ++answered; }, 60000);
+  kit.settle();
+  auto service = kit.acceptedPeer();
+  service->setReading(false);
+  for (int i = 0; i < 200; ++i) posts.emplace_back(request, [&](const message&) { ++answered; }, 60000);
+  kit.settle();
+  const auto first = service->received();
+  ASSERT_EQ(first.size(), 1U);
+  const auto tag = first[0].get(key::tag);
+  for (std::uint32_t i = 0; i <= 200; ++i) service->send({{key::frameKind, 1}, {key::tag, tag + i}});
+  kit.settle();
+  EXPECT_EQ(answered, 201U);
+}
+
 // --- follows
 
 /// What a follow delivers, one word each: "3=three", "-3" for an object that is gone, "." for the end mark.
@@ -270,6 +303,18 @@ TEST_F(Loop, AFollowMayEndItselfAtAnyOfItsMessages) {
     kit.settle();
     EXPECT_EQ(heard, last);
     EXPECT_EQ(texts.subscribers, 0);
+  }
+}
+
+TEST_F(Loop, AFollowThatEndsAtAnyMomentLeavesNoSubscription) {
+  ListHandler texts;
+  getLooper()->addHandler(7, &texts);
+  for (int passes = 0; passes < 6; ++passes) {
+    void* const handle = follow([](const message&) {}, requestTo(7, 0), false);
+    for (int i = 0; i < passes; ++i) kit.pass();
+    stopFollow(handle);
+    kit.settle();
+    EXPECT_EQ(texts.subscribers, 0) << "after " << passes << " passes";
   }
 }
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/message.h"
+#include "tests/support/random.h"
 #include "tests/support/random_message.h"
 
 namespace nv {
@@ -193,11 +194,10 @@ class edits {
 };
 
 TEST(MessageModel, RandomEditsLeaveWhatAPlainMapHolds) {
-  const unsigned base = static_cast<unsigned>(::testing::UnitTest::GetInstance()->random_seed());
+  Random random;
+  SCOPED_TRACE(random.seed());
   for (unsigned run = 0; run < 20; ++run) {
-    const unsigned seed = base + run;
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    edits edited(seed);
+    edits edited(random.below(1u << 31));
     for (unsigned k = 0; k < 300; ++k) {
       edited.step();
       edited.verify();

@@ -1,5 +1,6 @@
 #include "tools/confctl/watch.h"
 
+#include <iostream>
 #include <csignal>
 
 #include "platform/commands.h"
@@ -65,7 +66,7 @@ void Watch::heardAll() {
 void Watch::change(std::string_view what, const nv::message& object) {
   if (changes_ == options_.changes) return;
   client_.printer.event(what, object);
-  if (++changes_ == options_.changes) nv::getLooper()->stop(0);
+  if (++changes_ == options_.changes || !std::cout) nv::getLooper()->stop(0);
 }
 
 void Watch::checkService() {
@@ -79,6 +80,7 @@ void Watch::checked(const nv::message& answer) {
   const bool isThere = !nv::isError(answer, &code, nullptr) || code != nv::err::noRoute;
   if (!isThere && !gone_) client_.printer.event("gone", seen_.size());
   gone_ = gone_ || !isThere;
+  if (!std::cout) return nv::getLooper()->stop(0);  // nobody reads any more
   nextCheck_ = nv::Timer(kCheckInterval, [this] { checkService(); });
 }
 
