@@ -88,11 +88,13 @@ void AMap::setAutoStore(bool on) {
 // Restoring.
 
 void AMap::init() {
-  if (store == nullptr) return;
+  if (store == nullptr || store->count() == 0) return;
   const nv::Allocator& stored = store->ids();
+  // What the service stores meanwhile is no news to it.
+  const std::uint32_t last = stored.highest();
   for (auto at = stored.begin(); at != stored.end();) {
     const std::uint32_t id = *at;
-    const bool isLast = ++at == stored.end();
+    const bool isLast = id == last || ++at == stored.end();
     const std::uint32_t next = isLast ? id : *at;
     restoreObj(store->get(id), id, kStoreFlags);
     if (isLast) return;

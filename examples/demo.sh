@@ -6,7 +6,7 @@
 set -euo pipefail
 build=$(realpath "$1")
 IFS=';' read -ra emulator <<<"${2:-}"
-place=$(mktemp -d "${TMPDIR:-/tmp}/confkit-demo.XXXXXX")
+place=$(mktemp -d -t confkit-demo.XXXXXX)
 declare -A background=()  # by process id
 cd "$place"
 export CONFKIT_BUS=bus
@@ -15,11 +15,12 @@ export CONFKIT_BUS=bus
 
 clean_up() {
   for pid in "${!background[@]}"; do
-    kill -KILL "$pid" && wait "$pid"
+    kill -KILL "$pid" && wait "$pid" || true
   done 2>/dev/null
   rm -rf "$place"
 }
 trap clean_up EXIT
+trap "exit 1" HUP INT PIPE TERM
 
 fail() {
   printf '\ndemo: %s\n' "$1" >&2
@@ -179,9 +180,9 @@ go_on() {
   say 'That was all of it. To go on by hand:'
   cat <<END
     export PATH=$build/examples:$build/tools/confctl:\$PATH
-    export CONFKIT_BUS=/tmp/confkit
-    mkdir -p /tmp/confkit
-    hosts --bus /tmp/confkit --store /tmp/confkit/hosts.db --hosts-file /tmp/confkit/hosts.txt &
+    export CONFKIT_BUS=\$(mktemp -d)
+    cd \$CONFKIT_BUS
+    hosts --bus . --store hosts.db --hosts-file hosts.txt &
     confctl fields hosts
     confctl add hosts name=printer addresses=192.0.2.7
     confctl --help

@@ -62,6 +62,8 @@ class CONFKIT_API Allocator {
   iterator end() const { return {intervals_.end(), intervals_.end()}; }
   /// The lowest claimed id that is not below `id`, as an iterator.
   iterator lowerBound(std::uint32_t id) const;
+  /// The highest claimed id. Requires: there is one.
+  std::uint32_t highest() const { return intervals_.rbegin()->second; }
 
  private:
   std::uint64_t size() const { return min_ > max_ ? 0 : std::uint64_t{max_} - min_ + 1; }

@@ -30,6 +30,12 @@ inline constexpr u32_id startId{0xfe0003};
 inline constexpr u32_id maxCount{0xfe0004};
 inline constexpr u32_id nextId{0xfe0005};
 inline constexpr bool_id dynamic{0xfe0007};
+/// A flag of an item's state, true in a new item.
+inline constexpr bool_id stateFlag{0xfe0008};
+// Configuration keys of the configuration manager, whose meaning is the service's.
+inline constexpr string_id cfgText{0xfe0009};
+inline constexpr bool_id cfgFlagA{0xfe000a};
+inline constexpr bool_id cfgFlagD{0xfe000d};
 inline constexpr u32_id getFlags{0xfe000c};
 inline constexpr string_id name{0xfe0010};
 /// Non-zero: the object does not exist, or is removed.

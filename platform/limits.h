@@ -8,12 +8,12 @@ namespace nv {
 
 /// A service sets its own before it listens. Reaching a limit costs the one who reaches it, nobody else.
 struct Limits {
-  /// Largest frame, in bytes. A longer one cuts the connection.
+  /// Largest request, in bytes. A longer one cuts the connection.
   std::size_t frameBytes = 1024 * 1024;
   /// Bytes queued to a connection above which its notifications wait as one mark per changed object, and no
   /// further request is read from it.
   std::size_t queuedBytes = 64 * 1024;
-  /// Bytes queued to a connection above which it is cut.
+  /// Bytes queued to a connection above which it is cut; also the largest answer taken from a service.
   std::size_t maxQueuedBytes = 8 * 1024 * 1024;
   /// Requests of a connection that wait for their replies; the next is answered err::tooMany.
   std::size_t requestsInFlight = 256;

@@ -1,6 +1,7 @@
 #include "platform/src/commit_queue.h"
 
 #include <cassert>
+#include <iostream>
 #include <set>
 
 namespace nv {
@@ -14,23 +15,28 @@ CommitQueue* current = nullptr;
 CommitQueue::CommitQueue(std::unique_ptr<StoreEngine> engine) : engine_(std::move(engine)) {}
 
 StoreEngine::Opened CommitQueue::open(std::string_view name) {
-  StoreEngine::Opened opened = engine_->open(name);
+  auto opened = engine_->open(name);
+  const auto hasChange = [&](const Changes& changes) {
+    const auto at = changes.lower_bound({opened.table, 0});
+    return at != changes.end() && at->first.first == opened.table;
+  };
+  if (hasChange(inFlight_) || hasChange(batch_)) addUnwritten(opened);
+  return opened;
+}
+
+void CommitQueue::addUnwritten(StoreEngine::Opened& opened) const {
   std::set<std::uint32_t> ids(opened.ids.begin(), opened.ids.end());
-  bool changed = false;
   for (const Changes* changes : {&inFlight_, &batch_}) {
     for (auto at = changes->lower_bound({opened.table, 0});
          at != changes->end() && at->first.first == opened.table; ++at) {
-      changed = true;
       if (at->second)
         ids.insert(at->first.second);
       else
         ids.erase(at->first.second);
     }
   }
-  if (!changed) return opened;
   opened.firstTime = false;
   opened.ids.assign(ids.begin(), ids.end());
-  return opened;
 }
 
 void CommitQueue::set(unsigned table, std::uint32_t id, const message& record) {
@@ -49,6 +55,10 @@ message CommitQueue::get(unsigned table, std::uint32_t id) {
     if (at != changes->end()) return at->second.value_or(message());
   }
   return engine_->read(table, id);
+}
+
+bool CommitQueue::canSubmit() const {
+  return gathering() && !writing_ && error_.empty() && engine_->refusal().empty();
 }
 
 void CommitQueue::submit() {
@@ -71,7 +81,13 @@ std::optional<StoreEngine::Outcome> CommitQueue::reap() {
 
 std::string CommitQueue::drain() {
   while (error_.empty() && !allDurable()) {
-    if (!writing_) submit();
+    if (!writing_) {
+      if (const auto why = refusal(); !why.empty()) {
+        std::cout << "store: " << batch_.size() << " changes are not written: " << why << std::endl;
+        break;
+      }
+      submit();
+    }
     finish(engine_->wait());
   }
   return error_;

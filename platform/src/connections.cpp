@@ -187,7 +187,8 @@ std::size_t Connections::takeFrames(std::uint32_t connection,
     if (found == connections_.end() || found->second.readingPaused) break;
     const auto rest = bytes.subspan(taken);
     const auto length = readLength(rest);
-    if (length > limits_.frameBytes) {
+    // An answer is longer than the request that made its object, and a page than its longest object.
+    if (length > (found->second.client ? limits_.frameBytes : limits_.maxQueuedBytes)) {
       cut(connection, "a frame of " + std::to_string(length) + " bytes is over the limit");
       break;
     }

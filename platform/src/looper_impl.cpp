@@ -16,6 +16,8 @@ using std::chrono::steady_clock;
 namespace {
 // A shorter wait for company costs more than the flush that it may save.
 constexpr microseconds kShortestLinger{20};
+// How often a store that takes no changes is asked whether it does again.
+constexpr microseconds kAskAgain = std::chrono::seconds(1);
 constexpr unsigned kLingerShare = 10;  // of the last commit's time
 }  // namespace
 
@@ -158,15 +160,13 @@ void Looper::Impl::deliverRequest(Outgoing&& outgoing) {
 // --- the phases of a pass
 
 void Looper::Impl::waitForEvents(bool mayWait) {
-  changingTurns_ = 0;
   if (!loop) return;
   loop->wait(mayWait && !hasWork() ? timeToSleep() : microseconds{0});
 }
 
 bool Looper::Impl::hasWork() const {
   const auto due = timers.nextDue();
-  const bool batchWaits = stores && stores->gathering() && !stores->writing() &&
-                          !stores->failed() && !lingerUntil_;
+  const bool batchWaits = stores && !lingerUntil_ && stores->canSubmit();
   // What was said between two passes, before the first one above all, is ready to leave.
   return (due && *due <= now()) || !localWork.empty() || !toFlush.empty() || outbox.hasReady() ||
          connections.hasGone() || connections.hasRelieved() || stopping || batchWaits;
@@ -175,6 +175,7 @@ bool Looper::Impl::hasWork() const {
 std::optional<microseconds> Looper::Impl::timeToSleep() const {
   std::optional<microseconds> sleep;
   if (const auto due = timers.nextDue()) sleep = std::chrono::milliseconds(*due - now());
+  if (stores && !stores->refusal().empty()) sleep = std::min(sleep.value_or(kAskAgain), kAskAgain);
   if (lingerUntil_) {
     const auto left = std::chrono::duration_cast<microseconds>(*lingerUntil_ - steady_clock::now());
     sleep = std::max(microseconds{0}, std::min(left, sleep.value_or(left)));
@@ -240,9 +241,9 @@ void Looper::Impl::runHooks() {
 }
 
 void Looper::Impl::handOver() {
-  if (!stores || !stores->gathering() || stores->writing() || stores->failed()) return;
-  if (shouldLinger()) return;
+  if (!stores || !stores->canSubmit() || shouldLinger()) return;
   lingerUntil_.reset();
+  changingTurns_ = 0;
   stores->submit();
   takeCommitOutcome();  // an engine without a disk is done already
 }

@@ -104,7 +104,7 @@ struct Looper::Impl : ConnectionEvents {
 
   unsigned turnDepth_ = 0;
   bool settleTurn_ = false;
-  unsigned changingTurns_ = 0;  // of this pass
+  unsigned changingTurns_ = 0;  // whose changes are in the gathering batch
   std::optional<std::chrono::steady_clock::time_point> lingerUntil_;
 };
 

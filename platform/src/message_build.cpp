@@ -52,8 +52,11 @@ message::message(std::span<const field_value> fields) : message() {
   std::uint64_t size = flat::kHeader + flat::kEntry * std::uint64_t{order.size()};
   for (std::size_t k = 0; k < order.size(); ++k) {
     const field_value& f = fields[order[k]];
-    words += f.uid_ < flat::kFirstValue;
-    size += f.room();
+    if (f.uid_ < flat::kFirstValue) {
+      ++words;
+    } else {
+      size += f.room();
+    }
   }
   reserve(size);
   flat::writer writer(data_, size, order.size(), words);

@@ -37,7 +37,7 @@ nv::message Session::request(const std::vector<std::uint32_t>& route, unsigned c
   return request;
 }
 
-nv::message Session::ask(const Target& target, nv::message request) {
+nv::message Session::ask(const Target& target, const nv::message& request) {
   nv::message reply = std::move(askAll({request}).front());
   if (nv::isError(reply)) throw refusal(target.text, request, reply);
   return reply;

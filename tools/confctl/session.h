@@ -32,7 +32,7 @@ class Session {
 
   /// Sends `request` and waits for its answer, which is returned without the bus's own fields.
   /// Throws a Failure when it is an error reply, of the service or of the platform.
-  nv::message ask(const Target& target, nv::message request);
+  nv::message ask(const Target& target, const nv::message& request);
 
   /// Asks for a list: hands each page to `take`, and asks for the next one until there is none.
   void askPages(const Target& target, nv::message request,
