@@ -170,8 +170,8 @@ class CONFKIT_API AMap : public nv::Handler {
   /// Restores what the store holds, ascending by id. Called once by the service, before it
   /// registers the map. Built-in objects added before should not be storable: they would be
   /// restored beside themselves.
-  /// Until it returns, ids of records that are still to come count as free: built-in objects need ids that are
-  /// never stored, and `objAdded` must not add storable objects.
+  /// Until it returns, ids of records that are still to come count as free: built-in objects need
+  /// ids that are never stored, and `objAdded` must not add storable objects.
   virtual void init();
 
   // State. Services may read it; it is changed through the operations above.

@@ -1,7 +1,8 @@
 /// Keys of the answer to cmd::describe: what a handler tells clients of itself.
 ///
-/// The answer holds key::name (the word that names the handler), key::count (how many objects it has; absent
-/// when that means nothing), key::objects (its dictionary: one message a key) and `handlers`.
+/// The answer holds key::name (the word that names the handler), key::count (how many objects it
+/// has; absent when that means nothing), key::objects (its dictionary: one message a key) and
+/// `handlers`.
 #pragma once
 
 #include "platform/ids.h"

@@ -18,16 +18,17 @@ struct KeyInfo {
   std::string about;  ///< one line
 };
 
-/// Answers commands, publishes undo records and tells subscribers of changes. Event-loop thread only.
+/// Answers commands, publishes undo records and tells subscribers of changes. Event-loop thread
+/// only.
 ///
-/// A command is dispatched to the operation of its code; what the operation returns is the reply. A handler
-/// is registered with `Looper::addHandler` and unregisters itself when it is destroyed; its subscribers are
-/// then dropped without further calls.
+/// A command is dispatched to the operation of its code; what the operation returns is the reply. A
+/// handler is registered with `Looper::addHandler` and unregisters itself when it is destroyed; its
+/// subscribers are then dropped without further calls.
 ///
-/// Notifications: `notifyChange` marks an object; before the loop sleeps `flushNotifies` fetches each marked
-/// object once per get flags (`getObject`) and sends it, so any number of changes to one object in one pass
-/// cost one message. To a subscriber that reads slowly nothing is sent: it keeps one mark per changed object
-/// until it has caught up.
+/// Notifications: `notifyChange` marks an object; before the loop sleeps `flushNotifies` fetches
+/// each marked object once per get flags (`getObject`) and sends it, so any number of changes to
+/// one object in one pass cost one message. To a subscriber that reads slowly nothing is sent: it
+/// keeps one mark per changed object until it has caught up.
 class CONFKIT_API Handler {
  public:
   Handler();
@@ -35,8 +36,8 @@ class CONFKIT_API Handler {
   Handler(const Handler&) = delete;
   Handler& operator=(const Handler&) = delete;
 
-  /// Dispatches by `code`. Absent arguments are passed as 0xffffffff. A result whose key::replyMarker is
-  /// 0xffffffff is not sent. An unknown code is answered err::badCommand.
+  /// Dispatches by `code`. Absent arguments are passed as 0xffffffff. A result whose
+  /// key::replyMarker is 0xffffffff is not sent. An unknown code is answered err::badCommand.
   virtual void handleCmd(const message& cmd, unsigned code);
 
   // One operation a command; the base answers err::badCommand.
@@ -58,9 +59,9 @@ class CONFKIT_API Handler {
   /// How many objects there are; 0xffffffff when that means nothing.
   virtual std::uint32_t objectCount();
 
-  /// A new subscriber. The cookie returned names it in the calls below and in `notifyChange`. When `plain` is
-  /// left true the subscriber also hears of every change announced with a null cookie; set it to false to
-  /// address the subscriber by its cookie alone.
+  /// A new subscriber. The cookie returned names it in the calls below and in `notifyChange`. When
+  /// `plain` is left true the subscriber also hears of every change announced with a null cookie;
+  /// set it to false to address the subscriber by its cookie alone.
   virtual void* subscribe(const message& request, bool& plain);
   /// The subscriber is gone. `request` is the one it subscribed with.
   virtual void unsubscribe(const message& request, void* cookie);
@@ -75,16 +76,17 @@ class CONFKIT_API Handler {
   /// policies::is_allowed.
   virtual bool isAllowed(const message& request) const;
 
-  /// Sends `reply` to who sent `request`. Sets its key::route from the request when the reply has none;
-  /// without a requester the reply is dropped. The reply leaves the process when everything that was stored
-  /// by the same turn of the loop is on disk.
+  /// Sends `reply` to who sent `request`. Sets its key::route from the request when the reply has
+  /// none; without a requester the reply is dropped. The reply leaves the process when everything
+  /// that was stored by the same turn of the loop is on disk.
   void replyMessage(const message& request, message reply);
-  /// Marks object `id` as changed for one subscriber (`cookie`), or for all plain ones (null). `removed`: the
-  /// notification says so whatever `getObject` answers. The fields of `extra` are added to the
-  /// notification. To a subscriber that reads slowly both may be lost: it gets what `getObject` answers later.
+  /// Marks object `id` as changed for one subscriber (`cookie`), or for all plain ones (null).
+  /// `removed`: the notification says so whatever `getObject` answers. The fields of `extra` are
+  /// added to the notification. To a subscriber that reads slowly both may be lost: it gets what
+  /// `getObject` answers later.
   void notifyChange(std::uint32_t id, bool removed, void* cookie, const message& extra);
-  /// Publishes a command that would revert the change made by `request`, with a text for people. Clients
-  /// read the last ones with cmd::getUndo, from when the change is on disk.
+  /// Publishes a command that would revert the change made by `request`, with a text for people.
+  /// Clients read the last ones with cmd::getUndo, from when the change is on disk.
   void sendUndo(const message& request, const message& undo, const std::string& description);
 
   /// What clients are told of this handler: a word that names it, and its keys.

@@ -6,20 +6,23 @@
 
 namespace nv {
 
-/// A service sets its own before it listens. Reaching a limit costs the one who reaches it, nobody else.
+/// A service sets its own before it listens. Reaching a limit costs the one who reaches it, nobody
+/// else.
 struct Limits {
   /// Largest request, in bytes. A longer one cuts the connection.
   std::size_t frameBytes = 256 * 1024;
-  /// Bytes queued to a connection above which its notifications wait as one mark per changed object, and no
-  /// further request is read from it.
+  /// Bytes queued to a connection above which its notifications wait as one mark per changed
+  /// object, and no further request is read from it.
   std::size_t queuedBytes = 64 * 1024;
-  /// Bytes queued to a connection above which it is cut; also the largest answer taken from a service.
+  /// Bytes queued to a connection above which it is cut; also the largest answer taken from a
+  /// service.
   std::size_t maxQueuedBytes = 8 * 1024 * 1024;
   /// Requests of a connection that wait for their replies; the next is answered err::tooMany.
   std::size_t requestsInFlight = 256;
   /// Subscriptions of a connection; the next is answered err::tooMany.
   std::size_t subscriptions = 64;
-  /// Longest request to subscribe, in bytes, since it is kept; a longer one is answered err::tooMany.
+  /// Longest request to subscribe, in bytes, since it is kept; a longer one is answered
+  /// err::tooMany.
   std::size_t subscriptionBytes = 4096;
   /// Connections of one user id; the next is cut at once.
   std::size_t connectionsPerUser = 64;

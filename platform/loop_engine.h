@@ -14,10 +14,11 @@ class CONFKIT_API LoopEngine {
  public:
   virtual ~LoopEngine() = default;
 
-  /// Milliseconds on a clock that never goes back. It stands still while callbacks run and moves in `wait`.
+  /// Milliseconds on a clock that never goes back. It stands still while callbacks run and moves in
+  /// `wait`.
   virtual std::uint64_t now() const = 0;
-  /// Delivers the events that are there; when there are none, waits for some, at most `timeout` (none: as
-  /// long as it takes).
+  /// Delivers the events that are there; when there are none, waits for some, at most `timeout`
+  /// (none: as long as it takes).
   virtual void wait(std::optional<std::chrono::microseconds> timeout) = 0;
   /// Ends a `wait` that is under way, or the next one. From any thread and from signal handlers.
   virtual void wake() noexcept = 0;

@@ -1,4 +1,5 @@
-/// The event loop of a service: it brings commands to handlers and takes what they say to the others.
+/// The event loop of a service: it brings commands to handlers and takes what they say to the
+/// others.
 #pragma once
 
 #include <cstdint>
@@ -24,21 +25,22 @@ struct Platform {
   std::unique_ptr<Transport> transport = {};
   std::unique_ptr<StoreEngine> stores = {};
   Limits limits = {};
-  /// The rights of a user who connects. A client may ask for fewer in key::rights, never for more. Empty:
-  /// root and the user of this process are the system, everybody else has none.
+  /// The rights of a user who connects. A client may ask for fewer in key::rights, never for more.
+  /// Empty: root and the user of this process are the system, everybody else has none.
   std::function<std::uint32_t(const Peer&)> rights = {};
   /// Ends the process when its store has failed. Empty: std::_Exit.
   std::function<void(int status)> exit = {};
 };
 
-/// One pass: events -> handlers run -> hooks before sleep -> changes handed to the store -> notifications
+/// One pass: events -> handlers run -> hooks before sleep -> changes handed to the store ->
+/// notifications
 /// -> what waits for nothing is sent -> sleep.
 ///
-/// Each command, timer, answer and hook is a turn. What a turn sends (replies, undo records, requests) is
-/// held back as a whole when the turn changed the store, until that change is on disk; notifications wait
-/// for all changes made so far. When a change cannot be written, the replies that wait for it become
-/// err::notStored replies and the process ends with status `kNotStored`, so that it starts again from what
-/// is on disk.
+/// Each command, timer, answer and hook is a turn. What a turn sends (replies, undo records,
+/// requests) is held back as a whole when the turn changed the store, until that change is on disk;
+/// notifications wait for all changes made so far. When a change cannot be written, the replies
+/// that wait for it become err::notStored replies and the process ends with status `kNotStored`, so
+/// that it starts again from what is on disk.
 class CONFKIT_API Looper {
  public:
   /// Exit status of a process whose store failed.
@@ -47,16 +49,16 @@ class CONFKIT_API Looper {
   Looper();
   ~Looper();
 
-  /// Puts the process together, in place of what was there. Called before anything else by `Service` and by
-  /// the test kit. Handlers, follows and posts of before are forgotten.
+  /// Puts the process together, in place of what was there. Called before anything else by
+  /// `Service` and by the test kit. Handlers, follows and posts of before are forgotten.
   void assemble(Platform platform);
 
-  /// Takes `address` on the bus; empty, or a line that says why not. `name` is a word by which people find
-  /// the service.
+  /// Takes `address` on the bus; empty, or a line that says why not. `name` is a word by which
+  /// people find the service.
   std::string listen(std::uint32_t address, const std::string& name);
 
-  /// Registers `handler` under `id`. Not owned; it unregisters itself when it is destroyed. The handler under
-  /// the process's own address answers route [address], the others [address, id].
+  /// Registers `handler` under `id`. Not owned; it unregisters itself when it is destroyed. The
+  /// handler under the process's own address answers route [address], the others [address, id].
   void addHandler(std::uint32_t id, Handler* handler);
   void removeHandler(Handler* handler);
 
@@ -74,8 +76,9 @@ class CONFKIT_API Looper {
   /// When the next timer is due, on the loop engine's clock.
   std::optional<std::uint64_t> nextTimer() const;
 
-  /// Hands `cmd` to `handler` as the bus does: checks whether it is allowed and whether the store can take
-  /// changes, then calls `handleCmd`, in a turn of its own. key::requester and key::rights as given.
+  /// Hands `cmd` to `handler` as the bus does: checks whether it is allowed and whether the store
+  /// can take changes, then calls `handleCmd`, in a turn of its own. key::requester and key::rights
+  /// as given.
   void deliver(Handler& handler, const message& cmd);
 
   struct Impl;

@@ -17,7 +17,8 @@ struct Peer {
   std::int32_t pid = 0;
 };
 
-/// Told of what happens on connections, from within the loop engine's `wait`, never from a Transport call.
+/// Told of what happens on connections, from within the loop engine's `wait`, never from a
+/// Transport call.
 class CONFKIT_API TransportEvents {
  public:
   virtual ~TransportEvents() = default;
@@ -29,8 +30,8 @@ class CONFKIT_API TransportEvents {
   virtual void closed(std::uint32_t connection) = 0;
 };
 
-/// Streams of bytes between processes that know one another by address. Connections have numbers from
-/// `kFirstConnection` on; a number is used once.
+/// Streams of bytes between processes that know one another by address. Connections have numbers
+/// from `kFirstConnection` on; a number is used once.
 class CONFKIT_API Transport {
  public:
   static constexpr std::uint32_t kFirstConnection = 0xc0000000;

@@ -1,4 +1,5 @@
-/// Keys of the answer to cmd::getUndo: the last undo records of a service, newest first, in key::objects.
+/// Keys of the answer to cmd::getUndo: the last undo records of a service, newest first, in
+/// key::objects.
 #pragma once
 
 #include "platform/ids.h"

@@ -12,7 +12,8 @@
 
 namespace nv::testkit {
 
-/// Bytes travel when the loop waits (`deliver`) or sends (`flush`); what a far end does not read stays queued.
+/// Bytes travel when the loop waits (`deliver`) or sends (`flush`); what a far end does not read
+/// stays queued.
 class InProcessTransport : public Transport {
  public:
   void start(TransportEvents& events) override { events_ = &events; }

@@ -1,5 +1,6 @@
 #include "testing/kit.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "platform/keys.h"
@@ -11,33 +12,37 @@ namespace nv::testkit {
 namespace {
 constexpr std::size_t kHeaderBytes = 4;
 
-void appendFrame(std::vector<unsigned char>& out, std::span<const unsigned char> bytes) {
-  for (unsigned shift = 0; shift < 32; shift += 8)
-    out.push_back(static_cast<unsigned char>(bytes.size() >> shift));
-  out.insert(out.end(), bytes.begin(), bytes.end());
+std::vector<unsigned char> frameOf(std::span<const unsigned char> bytes) {
+  std::vector<unsigned char> frame(kHeaderBytes + bytes.size());
+  for (unsigned i = 0; i < kHeaderBytes; ++i)
+    frame[i] = static_cast<unsigned char>(bytes.size() >> (8 * i));
+  std::copy(bytes.begin(), bytes.end(), frame.begin() + kHeaderBytes);
+  return frame;
 }
 
 std::size_t frameLength(const std::vector<unsigned char>& bytes) {
-  return bytes[0] | std::size_t{bytes[1]} << 8 | std::size_t{bytes[2]} << 16 | std::size_t{bytes[3]} << 24;
+  return bytes[0] | std::size_t{bytes[1]} << 8 | std::size_t{bytes[2]} << 16 |
+         std::size_t{bytes[3]} << 24;
 }
 }  // namespace
 
-void BusPeer::send(const message& msg) {
-  std::vector<unsigned char> frame;
-  appendFrame(frame, msg.bytes());
-  sendBytes(frame);
-}
+void BusPeer::send(const message& msg) { sendBytes(frameOf(msg.bytes())); }
 
-void BusPeer::sendBytes(const std::vector<unsigned char>& bytes) { transport_->write(connection_, bytes); }
+void BusPeer::sendBytes(const std::vector<unsigned char>& bytes) {
+  transport_->write(connection_, bytes);
+}
 
 std::vector<message> BusPeer::received() {
   const auto bytes = transport_->read(connection_);
   partial_.insert(partial_.end(), bytes.begin(), bytes.end());
   std::vector<message> messages;
-  while (partial_.size() >= kHeaderBytes && partial_.size() - kHeaderBytes >= frameLength(partial_)) {
+  while (partial_.size() >= kHeaderBytes &&
+         partial_.size() - kHeaderBytes >= frameLength(partial_)) {
     const auto length = frameLength(partial_);
-    messages.push_back(message::parse(std::span(partial_).subspan(kHeaderBytes, length)).value_or(message()));
-    partial_.erase(partial_.begin(), partial_.begin() + static_cast<std::ptrdiff_t>(kHeaderBytes + length));
+    messages.push_back(
+        message::parse(std::span(partial_).subspan(kHeaderBytes, length)).value_or(message()));
+    partial_.erase(partial_.begin(),
+                   partial_.begin() + static_cast<std::ptrdiff_t>(kHeaderBytes + length));
   }
   return messages;
 }

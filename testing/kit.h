@@ -1,4 +1,5 @@
-/// A process in a test: virtual time, stores in memory, a bus without sockets, and a record of all calls.
+/// A process in a test: virtual time, stores in memory, a bus without sockets, and a record of all
+/// calls.
 #pragma once
 
 #include <cstdint>
@@ -26,7 +27,8 @@ inline Requester user() { return {{0xcfff0001}, 0x7fffffff}; }
 class VirtualLoop;
 class InProcessTransport;
 
-/// The other end of a connection to the process under test: a client that may be as rude as it likes.
+/// The other end of a connection to the process under test: a client that may be as rude as it
+/// likes.
 class BusPeer {
  public:
   /// A frame that holds `msg`, or any bytes at all.
@@ -34,8 +36,8 @@ class BusPeer {
   void sendBytes(const std::vector<unsigned char>& bytes);
   /// The messages that have arrived, oldest first; they are taken.
   std::vector<message> received();
-  /// Whether the peer reads. While it does not, nothing arrives, and what the process sends stays queued on
-  /// its side.
+  /// Whether the peer reads. While it does not, nothing arrives, and what the process sends stays
+  /// queued on its side.
   void setReading(bool reading);
   /// Whether the process has cut the connection.
   bool cut() const;
@@ -50,9 +52,9 @@ class BusPeer {
   std::vector<unsigned char> partial_;
 };
 
-/// One process. Construction puts it in the place of whatever the thread had before, destruction leaves an
-/// empty one; handlers are made after the kit and destroyed before it. A restart is a new Kit on the same
-/// MemoryStores.
+/// One process. Construction puts it in the place of whatever the thread had before, destruction
+/// leaves an empty one; handlers are made after the kit and destroyed before it. A restart is a new
+/// Kit on the same MemoryStores.
 class Kit {
  public:
   Kit();
@@ -64,13 +66,14 @@ class Kit {
   MemoryStores& stores() { return *stores_; }
   MemoryEngine& engine() { return *engine_; }
 
-  /// Hands a command to a handler as the bus would and returns the reply that it gave at once; an empty
-  /// message when it gave none (yet). Everything else is in `seen()`.
+  /// Hands a command to a handler as the bus would and returns the reply that it gave at once; an
+  /// empty message when it gave none (yet). Everything else is in `seen()`.
   message ask(Handler& handler, message cmd, const Requester& who = {});
 
   /// One pass of the loop, without waiting.
   void pass();
-  /// The status with which the process would have ended because its store failed; none while it goes on.
+  /// The status with which the process would have ended because its store failed; none while it
+  /// goes on.
   std::optional<int> exitStatus() const { return exitStatus_; }
 
   /// Passes until nothing is left to do at the present time.
@@ -92,9 +95,9 @@ class Kit {
 
   std::unique_ptr<MemoryStores> ownStores_;
   MemoryStores* stores_;
-  MemoryEngine* engine_ = nullptr;          // owned by the looper
-  VirtualLoop* loop_ = nullptr;             // owned by the looper
-  InProcessTransport* transport_ = nullptr; // owned by the looper
+  MemoryEngine* engine_ = nullptr;           // owned by the looper
+  VirtualLoop* loop_ = nullptr;              // owned by the looper
+  InProcessTransport* transport_ = nullptr;  // owned by the looper
   Recorder recorder_;
   std::optional<int> exitStatus_;
 };

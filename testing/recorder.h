@@ -53,8 +53,9 @@ class Recorder : public Observer {
   std::vector<message> sentMessages;
   std::vector<Follow> follows;
   std::vector<Posted> posts;
-  /// All of the above in the order of the calls, a word each: "store 7", "unstore 7", "reply", "notify 7",
-  /// "undo <description>", "send", "follow", "unfollow", "post". A test's own hooks may add to it.
+  /// All of the above in the order of the calls, a word each: "store 7", "unstore 7", "reply",
+  /// "notify 7", "undo <description>", "send", "follow", "unfollow", "post". A test's own hooks may
+  /// add to it.
   std::vector<std::string> log;
 
   /// Whether the test answers follows and posts itself, instead of the bus.

@@ -40,18 +40,19 @@ class CommitQueue {
   bool writing() const { return writing_; }
   /// Why a commit failed; empty while none has.
   const std::string& error() const { return error_; }
-  /// Whether a batch is gathered and the engine would take it now. While the engine refuses, the changes
-  /// that a service makes by itself gather.
+  /// Whether a batch is gathered and the engine would take it now. While the engine refuses, the
+  /// changes that a service makes by itself gather.
   bool canSubmit() const;
-  /// Why the gathered batch cannot be handed over for the time being; empty when it can, or there is none.
+  /// Why the gathered batch cannot be handed over for the time being; empty when it can, or there
+  /// is none.
   std::string refusal() const { return batch_.empty() ? std::string() : engine_->refusal(); }
   /// Hands the gathered batch over. Requires: gathering(), not writing() and no error().
   void submit();
   /// Takes the outcome of the batch being written if there is one. Afterwards durable() has grown,
   /// or the outcome's error says why not; after an error the queue takes no further batch.
   std::optional<StoreEngine::Outcome> reap();
-  /// Submits what is gathered and waits until all is on disk; the error, or empty. What the engine refuses is
-  /// left, and one line on the standard output says so.
+  /// Submits what is gathered and waits until all is on disk; the error, or empty. What the engine
+  /// refuses is left, and one line on the standard output says so.
   std::string drain();
   bool failed() const { return !error_.empty(); }
   /// How long the last commit took.

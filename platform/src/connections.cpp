@@ -136,7 +136,8 @@ std::vector<std::uint32_t> Connections::takeRelieved() {
 
 void Connections::pauseIfCongested(std::uint32_t number) {
   const auto found = connections_.find(number);
-  // A service's answers are always read: two that wait for each other's reading would wait for ever.
+  // A service's answers are always read: two that wait for each other's reading would wait for
+  // ever.
   if (found == connections_.end() || !found->second.client || found->second.readingPaused) return;
   if (!congested(number)) return;
   found->second.readingPaused = true;
@@ -190,7 +191,8 @@ std::size_t Connections::takeFrames(std::uint32_t connection,
     if (found == connections_.end() || found->second.readingPaused) break;
     const auto rest = bytes.subspan(taken);
     const auto length = readLength(rest);
-    // An answer is longer than the request that made its object, and a page than its longest object.
+    // An answer is longer than the request that made its object, and a page than its longest
+    // object.
     if (length > (found->second.client ? limits_.frameBytes : limits_.maxQueuedBytes)) {
       cut(connection, "a frame of " + std::to_string(length) + " bytes is over the limit");
       break;

@@ -27,9 +27,9 @@ class ConnectionEvents {
   virtual void notificationArrived(std::uint32_t tag, message notification) = 0;
 };
 
-/// Frames are a length (u32, little-endian, of what follows) and a flat message. A client's connection
-/// carries requests in and the rest out; a connection that this process made, the other way round. Whoever
-/// breaks a rule or a limit is cut, with one line on the standard output.
+/// Frames are a length (u32, little-endian, of what follows) and a flat message. A client's
+/// connection carries requests in and the rest out; a connection that this process made, the other
+/// way round. Whoever breaks a rule or a limit is cut, with one line on the standard output.
 class Connections : public TransportEvents {
  public:
   using Rights = std::function<std::uint32_t(const Peer&)>;
@@ -41,8 +41,8 @@ class Connections : public TransportEvents {
   /// The connection to a service, made when there is none; 0 when nobody listens there.
   std::uint32_t to(std::uint32_t address);
 
-  /// Marks a request as answered; it stays in flight until the answer is sent. False: it is not awaited (any
-  /// more), or the connection is gone.
+  /// Marks a request as answered; it stays in flight until the answer is sent. False: it is not
+  /// awaited (any more), or the connection is gone.
   bool claimReply(std::uint32_t connection, std::uint32_t tag);
   void send(std::uint32_t connection, Frame kind, std::uint32_t tag, message msg);
   /// What has been sent since the last call leaves.
@@ -55,10 +55,11 @@ class Connections : public TransportEvents {
   /// Bytes that wait in this process before they are sent count as queued.
   void expect(std::uint32_t connection, std::size_t bytes);
   void expected(std::uint32_t connection, std::size_t bytes);
-  /// Whether so much is queued that notifications should wait. The connection is then among those that
-  /// `takeRelieved` returns later.
+  /// Whether so much is queued that notifications should wait. The connection is then among those
+  /// that `takeRelieved` returns later.
   bool congested(std::uint32_t connection);
-  /// The connections that were congested and are not any more. The requests that waited for this are handled.
+  /// The connections that were congested and are not any more. The requests that waited for this
+  /// are handled.
   std::vector<std::uint32_t> takeRelieved();
   bool hasRelieved() const;
 
@@ -77,19 +78,19 @@ class Connections : public TransportEvents {
 
  private:
   struct Connection {
-    bool client;                            // made by the other end
-    Peer peer;                              // of a client
-    std::uint32_t rights = 0;               // of a client
-    std::uint32_t address = 0;              // of a service
-    std::vector<unsigned char> unread;      // the beginning of a frame; whole ones while paused
+    bool client;                        // made by the other end
+    Peer peer;                          // of a client
+    std::uint32_t rights = 0;           // of a client
+    std::uint32_t address = 0;          // of a service
+    std::vector<unsigned char> unread;  // the beginning of a frame; whole ones while paused
     std::unordered_map<std::uint32_t, bool> inFlight;  // by tag: whether it is answered
     std::size_t subscriptions = 0;
     std::size_t expectedBytes = 0;
     bool readingPaused = false;
   };
 
-  /// Handles the whole frames at the front of `bytes`, until the connection is congested, and returns how many
-  /// bytes they took.
+  /// Handles the whole frames at the front of `bytes`, until the connection is congested, and
+  /// returns how many bytes they took.
   std::size_t takeFrames(std::uint32_t connection, std::span<const unsigned char> bytes);
   void frameArrived(std::uint32_t number, std::span<const unsigned char> bytes);
   void requestArrived(std::uint32_t number, Connection& connection, message request);

@@ -23,7 +23,8 @@ void forgetFollows() {
   follows().clear();
 }
 
-void* follow(std::function<void(const message&)> callback, const message& target, bool waitInitial) {
+void* follow(std::function<void(const message&)> callback, const message& target,
+             bool waitInitial) {
   const auto following = std::make_shared<Following>(std::move(callback), target);
   void* const handle = following.get();
   follows().emplace(handle, following);
@@ -31,7 +32,8 @@ void* follow(std::function<void(const message&)> callback, const message& target
     if (const auto alive = weak.lock()) alive->deliver(msg);
   };
   auto* const watcher = observer();
-  if (!watcher || !watcher->follow(handle, target, waitInitial, std::move(deliver))) following->start();
+  if (!watcher || !watcher->follow(handle, target, waitInitial, std::move(deliver)))
+    following->start();
   return handle;
 }
 

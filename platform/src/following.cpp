@@ -11,13 +11,15 @@
 namespace nv {
 
 namespace {
-constexpr unsigned kFirstDelay = 100;    // milliseconds
-constexpr unsigned kLongestDelay = 3200;  // milliseconds
+constexpr unsigned kFirstDelay = 100;         // milliseconds
+constexpr unsigned kLongestDelay = 3200;      // milliseconds
 constexpr std::uint32_t kAnswerTime = 10000;  // milliseconds
 // The object id under which the one object of a holder is known.
 constexpr std::uint32_t kSingleObject = 0;
 
-bool lostItsPlace(unsigned code) { return code == err::noSuchObject || code == err::noSuchPosition; }
+bool lostItsPlace(unsigned code) {
+  return code == err::noSuchObject || code == err::noSuchPosition;
+}
 }  // namespace
 
 /// A function that calls `method` while this follow lives, and keeps it alive meanwhile.

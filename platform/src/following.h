@@ -1,4 +1,5 @@
-/// One follow: subscribes, reads the whole set, then passes changes on; again after each lost connection.
+/// One follow: subscribes, reads the whole set, then passes changes on; again after each lost
+/// connection.
 #pragma once
 
 #include <cstdint>
@@ -12,13 +13,14 @@
 
 namespace nv {
 
-/// Held by the registry of follows and by each of its own calls that is under way, so that the callback may
-/// end the follow.
+/// Held by the registry of follows and by each of its own calls that is under way, so that the
+/// callback may end the follow.
 class Following : public std::enable_shared_from_this<Following> {
  public:
   using Callback = std::function<void(const message&)>;
 
-  Following(Callback callback, message target) : callback_(std::move(callback)), target_(std::move(target)) {}
+  Following(Callback callback, message target)
+      : callback_(std::move(callback)), target_(std::move(target)) {}
 
   /// Begins in the next pass of the loop.
   void start();
@@ -48,9 +50,9 @@ class Following : public std::enable_shared_from_this<Following> {
   Callback callback_;
   message target_;
   bool stopped_ = false;
-  bool asked_ = false;           // the other end may hold a subscription
-  std::uint32_t tag_ = 0;        // of the subscription, 0: none
-  unsigned delay_ = 0;           // before the next try, milliseconds
+  bool asked_ = false;     // the other end may hold a subscription
+  std::uint32_t tag_ = 0;  // of the subscription, 0: none
+  unsigned delay_ = 0;     // before the next try, milliseconds
   Post reading_;
   Timer retry_;
   Allocator known_{0, 0xffffffff};  // delivered and not removed since

@@ -23,10 +23,11 @@ message describeHandler(const Handler& handler, std::uint32_t count) {
   if (count != kNoId) reply.insert(key::count, count);
   std::vector<flat_message> keys;
   for (const auto& info : handler.description().keys)
-    keys.push_back(message{{describe_key::uid, info.uid},
-                           {describe_key::word, info.name},
-                           {describe_key::line, info.about}}
-                       .flat());
+    keys.push_back(message{
+        {describe_key::uid, info.uid},
+        {describe_key::word, info.name},
+        {describe_key::line,
+         info.about}}.flat());
   reply.insert(key::objects, keys);
   reply.insert(describe_key::handlers, theLoop().handlerIds());
   return reply;
@@ -105,7 +106,8 @@ void Handler::notifyChange(std::uint32_t id, bool removed, void* cookie, const m
   if (subscribers_->hasMarks()) theLoop().toFlush.insert(this);
 }
 
-void Handler::sendUndo(const message& request, const message& undo, const std::string& description) {
+void Handler::sendUndo(const message& request, const message& undo,
+                       const std::string& description) {
   if (auto* const watcher = observer()) watcher->undo(request, undo, description);
   theLoop().publishUndo(UndoLog::record(theLoop().routeOf(*this), request, undo, description));
 }
@@ -114,7 +116,9 @@ void Handler::describe(std::string name, std::vector<KeyInfo> keys) {
   description_ = {std::move(name), std::move(keys)};
 }
 
-void Handler::dropSubscribers(std::uint32_t connection) { subscribers_->dropConnection(connection); }
+void Handler::dropSubscribers(std::uint32_t connection) {
+  subscribers_->dropConnection(connection);
+}
 
 bool Handler::hasNotifies() const { return subscribers_->hasMarks(); }
 

@@ -1,9 +1,9 @@
 #include "platform/looper.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <utility>
+
+#include <unistd.h>
 
 #include "platform/commands.h"
 #include "platform/errors.h"

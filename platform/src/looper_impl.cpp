@@ -28,7 +28,8 @@ Looper::Impl::Impl(Platform platform)
       exit(std::move(platform.exit)),
       undo(limits.undoRecords, limits.undoBytes),
       connections(std::move(platform.transport), limits, std::move(platform.rights), *this) {
-  if (stores) stores->engine().onOutcome([engine = loop.get()] {
+  if (stores)
+    stores->engine().onOutcome([engine = loop.get()] {
       if (engine) engine->wake();
     });
 }
@@ -254,8 +255,8 @@ void Looper::Impl::handOver() {
   takeCommitOutcome();  // an engine without a disk is done already
 }
 
-/// Whether the batch should wait a moment for more changes. Without it, clients that each wait for their
-/// answer fall into two halves that take turns, and share half as many commits.
+/// Whether the batch should wait a moment for more changes. Without it, clients that each wait for
+/// their answer fall into two halves that take turns, and share half as many commits.
 bool Looper::Impl::shouldLinger() {
   if (lingerUntil_) return steady_clock::now() < *lingerUntil_;
   const microseconds linger{stores->lastCommitMicroseconds() / kLingerShare};
@@ -273,9 +274,11 @@ void Looper::Impl::flushNotifies() {
         found->second->connectionDrained(connection);
     }
   for (const auto handler : std::exchange(toFlush, {})) {
-    // One that was flushed before may have destroyed this one: only a registered one is alive for sure.
-    const auto alive = std::any_of(handlers.begin(), handlers.end(),
-                                   [handler](const auto& entry) { return entry.second == handler; });
+    // One that was flushed before may have destroyed this one: only a registered one is alive for
+    // sure.
+    const auto alive = std::any_of(handlers.begin(), handlers.end(), [handler](const auto& entry) {
+      return entry.second == handler;
+    });
     const Turn turn(*this);
     if (alive) handler->flushNotifies();
   }
@@ -296,8 +299,8 @@ void Looper::Impl::releaseDurable() {
                  [this](Outgoing&& outgoing) { deliverOutgoing(std::move(outgoing)); });
 }
 
-/// Tells those who wait for the disk that their change is lost, and ends the process: only the disk knows
-/// now what is true.
+/// Tells those who wait for the disk that their change is lost, and ends the process: only the disk
+/// knows now what is true.
 void Looper::Impl::storeFailed(const std::string& error) {
   std::cout << "store: changes are lost: " << error << std::endl;
   releaseDurable();

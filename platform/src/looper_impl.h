@@ -84,11 +84,11 @@ struct Looper::Impl : ConnectionEvents {
   Requests requests;
   UndoLog undo;
   Connections connections;
-  std::optional<std::uint32_t> address;            // taken on the bus
-  std::map<std::uint32_t, Handler*> handlers;      // by registered id
-  std::set<Handler*> toFlush;                      // have notifications queued
-  std::deque<std::function<void()>> hooks;         // before sleep
-  std::deque<std::function<void()>> localWork;     // deliveries within this process
+  std::optional<std::uint32_t> address;         // taken on the bus
+  std::map<std::uint32_t, Handler*> handlers;   // by registered id
+  std::set<Handler*> toFlush;                   // have notifications queued
+  std::deque<std::function<void()>> hooks;      // before sleep
+  std::deque<std::function<void()>> localWork;  // deliveries within this process
   std::atomic<bool> stopping = false;
   std::atomic<int> status = 0;
 

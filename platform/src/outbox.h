@@ -20,8 +20,9 @@ struct Outgoing {
   message msg;
 };
 
-/// Gathers what one turn says, and lets it go when the changes it tells of are on disk. Messages leave in the
-/// order in which they were said, but those that wait for nothing overtake those that wait.
+/// Gathers what one turn says, and lets it go when the changes it tells of are on disk. Messages
+/// leave in the order in which they were said, but those that wait for nothing overtake those that
+/// wait.
 class Outbox {
  public:
   using Deliver = std::function<void(Outgoing&&)>;

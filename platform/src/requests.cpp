@@ -27,7 +27,8 @@ std::uint32_t Requests::await(Function done, std::uint32_t timeout) {
   auto& awaited = awaited_[tag];
   awaited.done = std::move(done);
   if (timeout != 0)
-    awaited.timeout = Timer(timeout, [this, tag] { answer(tag, errorMsg(err::timedOut, "no answer in time")); });
+    awaited.timeout =
+        Timer(timeout, [this, tag] { answer(tag, errorMsg(err::timedOut, "no answer in time")); });
   return tag;
 }
 

@@ -10,8 +10,8 @@
 
 namespace nv {
 
-/// Who waits for the answer to a request, and who listens to a subscription. Tags are never 0 and are not
-/// used twice while they are awaited.
+/// Who waits for the answer to a request, and who listens to a subscription. Tags are never 0 and
+/// are not used twice while they are awaited.
 class Requests {
  public:
   using Function = std::function<void(const message&)>;
@@ -20,8 +20,8 @@ class Requests {
   std::uint32_t freshTag() const;
   /// Awaits one answer. `timeout` in milliseconds; 0: as long as it takes.
   std::uint32_t await(Function done, std::uint32_t timeout);
-  /// Also hears the notifications that carry `tag`, and of the loss of the connection they come by, until
-  /// `forget`.
+  /// Also hears the notifications that carry `tag`, and of the loss of the connection they come by,
+  /// until `forget`.
   void listen(std::uint32_t tag, Function notify, std::function<void()> lost);
   void forget(std::uint32_t tag);
   bool awaits(std::uint32_t tag) const { return awaited_.contains(tag); }

@@ -62,7 +62,8 @@ void Handler::Subscribers::forget(Serial serial) {
   owner_.unsubscribe(subscriber.request, subscriber.cookie);
 }
 
-void Handler::Subscribers::mark(std::uint32_t id, bool removed, void* cookie, const message& extra) {
+void Handler::Subscribers::mark(std::uint32_t id, bool removed, void* cookie,
+                                const message& extra) {
   auto to = kAllPlain;
   if (cookie) {
     const auto found = byCookie_.find(cookie);
@@ -92,13 +93,14 @@ void Handler::Subscribers::flush() {
   }
 }
 
-/// First the object is fetched for all who are to hear of it, then it is sent: no service code runs while the
-/// subscribers are walked.
+/// First the object is fetched for all who are to hear of it, then it is sent: no service code runs
+/// while the subscribers are walked.
 void Handler::Subscribers::tell(const Mark& mark, const Views& views) {
   std::vector<Serial> stalled;
   const auto tellOne = [&](Serial serial, Subscriber& subscriber) {
     const auto view = views.find(subscriber.flags);
-    if (view == views.end()) return;  // came while the object was fetched, and gets it with the others
+    if (view == views.end())
+      return;  // came while the object was fetched, and gets it with the others
     if (subscriber.stalled || theLoop().connections.congested(subscriber.connection)) {
       if (!subscriber.stalled) stalled.push_back(serial);
       subscriber.late.allocate(mark.id);
@@ -108,7 +110,8 @@ void Handler::Subscribers::tell(const Mark& mark, const Views& views) {
   };
 
   if (mark.to != kAllPlain) {
-    if (const auto one = subscribers_.find(mark.to); one != subscribers_.end()) tellOne(one->first, one->second);
+    if (const auto one = subscribers_.find(mark.to); one != subscribers_.end())
+      tellOne(one->first, one->second);
   } else {
     for (auto& [serial, subscriber] : subscribers_)
       if (subscriber.plain) tellOne(serial, subscriber);

@@ -24,9 +24,9 @@ struct Subscriber {
   bool stalled = false;
 };
 
-/// Keeps subscribers by a serial number that is never used again, since cookies are: a record may be made
-/// where an earlier one was. Service code runs only where the handler's virtual operations are called, and
-/// may add and remove subscribers there.
+/// Keeps subscribers by a serial number that is never used again, since cookies are: a record may
+/// be made where an earlier one was. Service code runs only where the handler's virtual operations
+/// are called, and may add and remove subscribers there.
 class Handler::Subscribers {
  public:
   explicit Subscribers(Handler& owner) : owner_(owner) {}
@@ -76,7 +76,7 @@ class Handler::Subscribers {
 
   Handler& owner_;
   Serial lastSerial_ = 0;
-  std::map<Serial, Subscriber> subscribers_;          // in the order in which they came
+  std::map<Serial, Subscriber> subscribers_;  // in the order in which they came
   std::unordered_map<void*, Serial> byCookie_;
   std::vector<Mark> marks_;
   std::unordered_map<MarkKey, std::size_t, MarkHash> markAt_;

@@ -21,7 +21,8 @@ message UndoLog::record(const std::vector<std::uint32_t>& route, const message& 
   message record;
   record.insert(undo_key::description, description);
   record.insert(undo_key::command, undo.flat());
-  if (bareRequest.bytes().size() <= kMaxRequestBytes) record.insert(undo_key::request, bareRequest.flat());
+  if (bareRequest.bytes().size() <= kMaxRequestBytes)
+    record.insert(undo_key::request, bareRequest.flat());
   record.insert(undo_key::route, route);
   return record;
 }

@@ -1,17 +1,17 @@
 #include "platform/src/unix_transport.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <utility>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <cstring>
-#include <utility>
 
 namespace nv {
 
@@ -57,7 +57,10 @@ struct UnixTransport::Socket {
 };
 
 UnixTransport::UnixTransport(UvLoop& loop, fs::path directory, unsigned socketMode)
-    : loop_(loop), directory_(std::move(directory)), socketMode_(socketMode), readBuffer_(kReadBytes) {
+    : loop_(loop),
+      directory_(std::move(directory)),
+      socketMode_(socketMode),
+      readBuffer_(kReadBytes) {
   // Writing to a connection that has ended is an error to us, not a reason to die.
   std::signal(SIGPIPE, SIG_IGN);
 }
@@ -151,7 +154,8 @@ std::uint32_t UnixTransport::connect(std::uint32_t address) {
 
 std::uint32_t UnixTransport::freeNumber() {
   do {
-    nextConnection_ = std::max(nextConnection_ + 1, kFirstConnection);  // begins anew after the last
+    nextConnection_ =
+        std::max(nextConnection_ + 1, kFirstConnection);  // begins anew after the last
   } while (sockets_.contains(nextConnection_));
   return nextConnection_;
 }
@@ -174,7 +178,8 @@ void UnixTransport::onRead(uv_stream_t* stream, ssize_t size, const uv_buf_t* bu
   auto& socket = *static_cast<Socket*>(stream->data);
   if (size < 0) return socket.owner->ended(socket);
   const auto* const bytes = reinterpret_cast<const unsigned char*>(buffer->base);
-  if (size > 0) socket.owner->events_->received(socket.number, {bytes, static_cast<std::size_t>(size)});
+  if (size > 0)
+    socket.owner->events_->received(socket.number, {bytes, static_cast<std::size_t>(size)});
 }
 
 void UnixTransport::send(std::uint32_t connection, std::span<const unsigned char> bytes) {
@@ -266,7 +271,8 @@ UnixTransport::Socket* UnixTransport::find(std::uint32_t connection) const {
 void UnixTransport::release(Socket* socket) {
   socket->owner = nullptr;
   socket->pipe.data = socket;
-  uv_close(socket->handle(), [](uv_handle_t* handle) { delete static_cast<Socket*>(handle->data); });
+  uv_close(socket->handle(),
+           [](uv_handle_t* handle) { delete static_cast<Socket*>(handle->data); });
 }
 
 }  // namespace nv

@@ -1,8 +1,6 @@
 /// The bus of a device: Unix sockets in one directory.
 #pragma once
 
-#include <uv.h>
-
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -10,14 +8,16 @@
 #include <unordered_map>
 #include <vector>
 
+#include <uv.h>
+
 #include "platform/src/uv_loop.h"
 #include "platform/transport.h"
 
 namespace nv {
 
-/// Address 100 is the socket `100.sock` of the directory; `100.lock` is held locked by the process that has
-/// it, so that a socket left by a killed one is told from one in use, and a symbolic link with the service's
-/// name leads to the socket.
+/// Address 100 is the socket `100.sock` of the directory; `100.lock` is held locked by the process
+/// that has it, so that a socket left by a killed one is told from one in use, and a symbolic link
+/// with the service's name leads to the socket.
 class UnixTransport : public Transport {
  public:
   UnixTransport(UvLoop& loop, std::filesystem::path directory, unsigned socketMode);

@@ -1,9 +1,9 @@
 #include "platform/src/uv_loop.h"
 
-#include <poll.h>
-
 #include <cstdlib>
 #include <iostream>
+
+#include <poll.h>
 
 namespace nv {
 
@@ -28,14 +28,16 @@ UvLoop::~UvLoop() {
 
 void UvLoop::wait(std::optional<microseconds> timeout) {
   if (timeout && *timeout < milliseconds(1)) {
-    // libuv counts in milliseconds: a shorter wait is made on the descriptor that it offers for this.
+    // libuv counts in milliseconds: a shorter wait is made on the descriptor that it offers for
+    // this.
     if (*timeout > microseconds(0)) pollFor(*timeout);
     uv_run(&loop_, UV_RUN_NOWAIT);
     return;
   }
   if (timeout) {
     const auto up = std::chrono::ceil<milliseconds>(*timeout);
-    uv_timer_start(&deadline_, [](uv_timer_t*) {}, static_cast<std::uint64_t>(up.count()), 0);
+    uv_timer_start(
+        &deadline_, [](uv_timer_t*) {}, static_cast<std::uint64_t>(up.count()), 0);
   }
   uv_run(&loop_, UV_RUN_ONCE);
   uv_timer_stop(&deadline_);

@@ -1,5 +1,5 @@
-/// A service for the client's tests: books on a shelf, handler 3 with the shelf's one configuration, and
-/// handler 4 that never answers.
+/// A service for the client's tests: books on a shelf, handler 3 with the shelf's one
+/// configuration, and handler 4 that never answers.
 #include "containers/amap.h"
 #include "platform/keys.h"
 #include "platform/looper.h"

@@ -32,8 +32,8 @@ unsigned errorCode(const message& reply) {
   return code;
 }
 
-/// "2 ok" for a success with tag 2, "2 fe0104" for an error, "~1 7=text" for a notification of object 7 to
-/// subscription 1, "~1 7 gone" for one that says that it is gone.
+/// "2 ok" for a success with tag 2, "2 fe0104" for an error, "~1 7=text" for a notification of
+/// object 7 to subscription 1, "~1 7 gone" for one that says that it is gone.
 std::string line(const std::vector<message>& messages) {
   std::ostringstream out;
   for (const auto& msg : messages) {
@@ -83,7 +83,8 @@ TEST_F(Bus, ARouteToNobodyIsAnErrorReply) {
   ListHandler texts;
   serve(texts);
   auto peer = kit.connect();
-  const std::vector<std::vector<std::uint32_t>> routes{{}, {101}, {kAddress, 9}, {kAddress, kAddress, 1}};
+  const std::vector<std::vector<std::uint32_t>> routes{
+      {}, {101}, {kAddress, 9}, {kAddress, kAddress, 1}};
   for (const auto& route : routes) {
     auto msg = command(1, cmd::getCount);
     msg.insert(key::route, route);
@@ -110,13 +111,13 @@ TEST_F(Bus, RouteAndRightsComeFromTheKernelNotFromTheClient) {
     std::optional<std::uint32_t> asked;
     std::uint32_t seen;
   } const cases[] = {
-      {0, {}, kSystemRights},                  // root is the system
-      {0, 4, 4},                               // and may ask for less
-      {0, 0xffffffff, kSystemRights},          //
-      {12345, {}, 0},                          // nobody else has any rights
-      {12345, 0x7fffffff, 0},                  //
-      {12345, kSystemRights, 0},               //
-      {12345, 0xffffffff, 0},                  //
+      {0, {}, kSystemRights},          // root is the system
+      {0, 4, 4},                       // and may ask for less
+      {0, 0xffffffff, kSystemRights},  //
+      {12345, {}, 0},                  // nobody else has any rights
+      {12345, 0x7fffffff, 0},          //
+      {12345, kSystemRights, 0},       //
+      {12345, 0xffffffff, 0},          //
   };
   ListHandler texts;
   serve(texts);
@@ -143,12 +144,14 @@ TEST_F(Bus, AUserWithoutRightsReadsButChangesNothing) {
   auto forged = setText(1, 1, "forged");
   forged.insert(key::rights, kSystemRights);
   peer->send(forged);
-  for (const auto code : {cmd::addObj, cmd::removeObj, cmd::moveObj, cmd::set}) peer->send(command(code, code, 1));
+  for (const auto code : {cmd::addObj, cmd::removeObj, cmd::moveObj, cmd::set})
+    peer->send(command(code, code, 1));
   peer->send(command(2, cmd::getObj, 1));
   kit.settle();
   const auto replies = peer->received();
   ASSERT_EQ(replies.size(), 6U);
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(errorCode(replies[static_cast<size_t>(i)]), err::notAllowed);
+  for (int i = 0; i < 5; ++i)
+    EXPECT_EQ(errorCode(replies[static_cast<size_t>(i)]), err::notAllowed);
   EXPECT_EQ(replies[5].get(key::name), "one");
 }
 
@@ -202,13 +205,16 @@ TEST_F(Bus, FramesArriveWhateverTheirPieces) {
     const auto msg = setText(tag, tag, std::string(tag * 50, 'x'));
     const auto flat = msg.bytes();
     const auto size = static_cast<std::uint32_t>(flat.size());
-    for (unsigned shift = 0; shift < 32; shift += 8) bytes.push_back(static_cast<unsigned char>(size >> shift));
+    for (unsigned shift = 0; shift < 32; shift += 8)
+      bytes.push_back(static_cast<unsigned char>(size >> shift));
     bytes.insert(bytes.end(), flat.begin(), flat.end());
   }
-  for (const std::size_t piece : {std::size_t{1}, std::size_t{3}, std::size_t{5}, bytes.size() - 1}) {
+  for (const std::size_t piece :
+       {std::size_t{1}, std::size_t{3}, std::size_t{5}, bytes.size() - 1}) {
     for (std::size_t at = 0; at < bytes.size(); at += piece) {
       const auto end = std::min(bytes.size(), at + piece);
-      peer->sendBytes({bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.begin() + static_cast<std::ptrdiff_t>(end)});
+      peer->sendBytes({bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                       bytes.begin() + static_cast<std::ptrdiff_t>(end)});
       kit.pass();
     }
     EXPECT_EQ(said(*peer), "1 ok, 2 ok, 3 ok") << piece;
@@ -234,9 +240,18 @@ TEST_F(Bus, WhoBreaksTheRulesIsCutAndTheOthersGoOn) {
     const char* what;
     std::function<void(BusPeer&)> offend;
   } const offences[] = {
-      {"a frame over the limit", [](BusPeer& peer) { peer.sendBytes({0, 0, 0, 0x7f, 1}); }},
-      {"the longest length", [](BusPeer& peer) { peer.sendBytes({0xff, 0xff, 0xff, 0xff}); }},
-      {"bytes that are no message", [](BusPeer& peer) { peer.sendBytes({4, 0, 0, 0, 1, 2, 3, 4}); }},
+      {"a frame over the limit",
+       [](BusPeer& peer) {
+         peer.sendBytes({0, 0, 0, 0x7f, 1});
+       }},
+      {"the longest length",
+       [](BusPeer& peer) {
+         peer.sendBytes({0xff, 0xff, 0xff, 0xff});
+       }},
+      {"bytes that are no message",
+       [](BusPeer& peer) {
+         peer.sendBytes({4, 0, 0, 0, 1, 2, 3, 4});
+       }},
       {"too deep", [](BusPeer& peer) { peer.send(nested(40)); }},
       {"a change that is not counted", [](BusPeer& peer) { peer.send(setText(0, 1, "x")); }},
       {"a reply", [&](BusPeer& peer) { peer.send(reply); }},
@@ -272,7 +287,8 @@ TEST_F(Bus, LimitsCostTheOneWhoReachesThem) {
   auto peer = kit.connect();
   kit.engine().hold();
   const auto limits = Limits();
-  for (std::uint32_t tag = 1; tag <= limits.requestsInFlight + 1; ++tag) peer->send(setText(tag, tag, "x"));
+  for (std::uint32_t tag = 1; tag <= limits.requestsInFlight + 1; ++tag)
+    peer->send(setText(tag, tag, "x"));
   EXPECT_EQ(said(*peer), "257 fe0104");
   kit.engine().release();
   kit.settle();
@@ -280,7 +296,8 @@ TEST_F(Bus, LimitsCostTheOneWhoReachesThem) {
   peer->send(command(1, cmd::getCount));
   EXPECT_EQ(said(*peer), "1 ok");
 
-  for (std::uint32_t tag = 1; tag <= limits.subscriptions; ++tag) peer->send(command(tag, cmd::subscribe));
+  for (std::uint32_t tag = 1; tag <= limits.subscriptions; ++tag)
+    peer->send(command(tag, cmd::subscribe));
   kit.settle();
   peer->received();
   peer->send(command(999, cmd::subscribe));
@@ -290,7 +307,8 @@ TEST_F(Bus, LimitsCostTheOneWhoReachesThem) {
   EXPECT_EQ(said(*peer), "1000 ok, 1001 ok");
 
   std::vector<std::unique_ptr<BusPeer>> crowd;
-  for (std::size_t i = 0; i <= limits.connectionsPerUser; ++i) crowd.push_back(kit.connect({500, 500, 1}));
+  for (std::size_t i = 0; i <= limits.connectionsPerUser; ++i)
+    crowd.push_back(kit.connect({500, 500, 1}));
   kit.settle();
   EXPECT_TRUE(crowd.back()->cut());
   EXPECT_FALSE(crowd.front()->cut());

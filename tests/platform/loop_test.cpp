@@ -1,8 +1,8 @@
 /// Timers, posts and follows: what outlives what, and what is called when.
 
-#include <gtest/gtest.h>
-
 #include <sstream>
+
+#include <gtest/gtest.h>
 
 #include "platform/follow.h"
 #include "platform/looper.h"
@@ -107,7 +107,8 @@ TEST_F(Loop, APostToAHandlerOfTheSameProcessNeverTouchesTheBus) {
   ListHandler texts;
   getLooper()->addHandler(7, &texts);  // a process that listens nowhere
   auto request = requestTo(7, cmd::getCount);
-  const Post post(request, [&](const message& reply) { note(std::to_string(reply.get(key::count))); }, 1000);
+  const Post post(
+      request, [&](const message& reply) { note(std::to_string(reply.get(key::count))); }, 1000);
   EXPECT_EQ(taken(), "") << "never from within the constructor";
   kit.settle();
   EXPECT_EQ(taken(), "4294967295");
@@ -117,7 +118,8 @@ TEST_F(Loop, APostToAHandlerOfTheSameProcessNeverTouchesTheBus) {
 TEST_F(Loop, APostMadeBetweenPassesKeepsTheLoopAwake) {
   kit.serve(kElsewhere);
   auto request = requestTo(kElsewhere, cmd::getCount);
-  const Post post(request, [](const message&) {}, 1000);
+  const Post post(
+      request, [](const message&) {}, 1000);
   EXPECT_TRUE(getLooper()->hasWork()) << "it leaves in the next pass, which must not wait";
   kit.pass();
   EXPECT_FALSE(getLooper()->hasWork());
@@ -127,7 +129,10 @@ TEST_F(Loop, APostIsAnsweredExactlyOnce) {
   kit.serve(kElsewhere);
   auto request = requestTo(kElsewhere, cmd::getCount);
   const Post post(
-      request, [&](const message& reply) { note(isError(reply) ? "error" : std::to_string(reply.get(key::count))); },
+      request,
+      [&](const message& reply) {
+        note(isError(reply) ? "error" : std::to_string(reply.get(key::count)));
+      },
       1000);
   kit.settle();
   auto service = kit.acceptedPeer();
@@ -168,7 +173,8 @@ TEST_F(Loop, ACancelledPostIsSilentAndAnEmptyFunctionIsAllowed) {
   getLooper()->addHandler(7, &texts);
   auto request = requestTo(7, cmd::getCount);
   {
-    const Post gone(request, [&](const message&) { note("gone"); }, 1000);
+    const Post gone(
+        request, [&](const message&) { note("gone"); }, 1000);
   }
   const Post empty(request, {}, 1000);
   auto own = std::make_unique<Post>();
@@ -217,23 +223,28 @@ TEST_F(Loop, AnswersAreReadHoweverManyRequestsWait) {
   request.insert(key::name, std::string(1000, 'x'));
   std::size_t answered = 0;
   std::vector<Post> posts;
-  posts.emplace_back(request, [&](const message&) { ++answered; }, 60000);
+  posts.emplace_back(
+      request, [&](const message&) { ++answered; }, 60000);
   kit.settle();
   auto service = kit.acceptedPeer();
   service->setReading(false);
-  for (int i = 0; i < 200; ++i) posts.emplace_back(request, [&](const message&) { ++answered; }, 60000);
+  for (int i = 0; i < 200; ++i)
+    posts.emplace_back(
+        request, [&](const message&) { ++answered; }, 60000);
   kit.settle();
   const auto first = service->received();
   ASSERT_EQ(first.size(), 1U);
   const auto tag = first[0].get(key::tag);
-  for (std::uint32_t i = 0; i <= 200; ++i) service->send({{key::frameKind, 1}, {key::tag, tag + i}});
+  for (std::uint32_t i = 0; i <= 200; ++i)
+    service->send({{key::frameKind, 1}, {key::tag, tag + i}});
   kit.settle();
   EXPECT_EQ(answered, 201U);
 }
 
 // --- follows
 
-/// What a follow delivers, one word each: "3=three", "-3" for an object that is gone, "." for the end mark.
+/// What a follow delivers, one word each: "3=three", "-3" for an object that is gone, "." for the
+/// end mark.
 std::string word(const message& msg) {
   if (msg.empty()) return ".";
   const auto id = std::to_string(msg.get(key::objectId, 999));
@@ -397,7 +408,8 @@ class FollowedPeer {
 };
 
 TEST_F(Loop, AFollowComesBackAfterALostConnectionAndTellsWhatVanished) {
-  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(kElsewhere, 0), false);
+  void* const handle =
+      follow([&](const message& msg) { note(word(msg)); }, requestTo(kElsewhere, 0), false);
   kit.advance(250);  // nobody there yet
   EXPECT_EQ(taken(), "");
   kit.serve(kElsewhere);
@@ -418,9 +430,11 @@ TEST_F(Loop, AFollowComesBackAfterALostConnectionAndTellsWhatVanished) {
 
 TEST_F(Loop, ATestMayAnswerFollowsAndPostsItself) {
   kit.seen().answersFollows = kit.seen().answersPosts = true;
-  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(kElsewhere, 0), true);
+  void* const handle =
+      follow([&](const message& msg) { note(word(msg)); }, requestTo(kElsewhere, 0), true);
   auto request = requestTo(kElsewhere, cmd::getCount);
-  const Post post(request, [&](const message&) { note("answer"); }, 1000);
+  const Post post(
+      request, [&](const message&) { note("answer"); }, 1000);
   auto& seen = kit.seen();
   ASSERT_EQ(seen.follows.size(), 1U);
   EXPECT_TRUE(seen.follows[0].wait);

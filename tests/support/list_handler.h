@@ -13,8 +13,8 @@
 
 namespace nv::testkit {
 
-/// Set writes the text under key::name, get reads it, get all pages by two. With a store name each set is
-/// stored before it is announced.
+/// Set writes the text under key::name, get reads it, get all pages by two. With a store name each
+/// set is stored before it is announced.
 class ListHandler : public Handler {
  public:
   explicit ListHandler(const std::string& store = {}) {
@@ -44,7 +44,8 @@ class ListHandler : public Handler {
     auto at = startId == kNoId ? texts.begin() : texts.find(startId);
     if (at == texts.end() && startId != kNoId) return errorMsg(err::noSuchObject, "");
     std::vector<flat_message> page;
-    for (; at != texts.end() && page.size() < 2; ++at) page.push_back(getObject(at->first, 5).flat());
+    for (; at != texts.end() && page.size() < 2; ++at)
+      page.push_back(getObject(at->first, 5).flat());
     message reply;
     reply.insert(key::objects, page);
     if (at != texts.end()) reply.insert(key::startId, at->first);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/commands.h"
+#include "platform/limits.h"
 #include "tests/support/random.h"
 #include "tests/support/raw_client.h"
 #include "tests/support/text_map.h"
@@ -77,12 +78,20 @@ TEST_F(BadFrames, CutTheirConnectionWithOneLineOfDiagnosis) {
   }
 }
 
-TEST_F(BadFrames, TheLargestFrameAllowedIsServed) {
+TEST_F(BadFrames, TheLargestFrameAllowedIsServedAndOneMoreByteIsNot) {
   RawClient polite(place.socket());
   auto large = command(cmd::getObj, 1);
-  large.insert(raw_id(9), Bytes(1024 * 1024 - large.max_length() - 2 * 8, 'x'));
+  large.insert(key::tag, 1);
+  const auto limit = static_cast<unsigned>(Limits().frameBytes);
+  large.insert(raw_id(9), Bytes(limit - large.max_length() - 8, 'x'));
+  ASSERT_EQ(large.max_length(), limit);
   EXPECT_TRUE(isError(polite.ask(large)));
   EXPECT_EQ(service.said(), "");
+
+  RawClient greedy(place.socket());
+  large.insert(raw_id(9), Bytes(limit - 8, 'x'));
+  greedy.send(large);
+  EXPECT_TRUE(greedy.isCut());
 }
 
 TEST_F(BadFrames, WhatTheDeepestRequestLeavesBehindCanBeRead) {

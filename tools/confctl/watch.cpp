@@ -1,7 +1,7 @@
 #include "tools/confctl/watch.h"
 
-#include <iostream>
 #include <csignal>
+#include <iostream>
 
 #include "platform/commands.h"
 #include "platform/errors.h"
