@@ -43,6 +43,8 @@ class CONFKIT_API message {
   static constexpr std::uint32_t kMaxSize = 0x40000000;
   /// How deep messages may be nested in bytes from outside: a message within a message is depth 1.
   static constexpr unsigned kMaxDepth = 32;
+  /// Instead of a depth: nested messages are any bytes, which are judged when they are read.
+  static constexpr unsigned kNestedUnread = ~0u;
   /// Flat forms up to this many bytes stand in the message itself, longer ones in memory of their
   /// own.
   static constexpr std::uint32_t kInlineSize = 244;

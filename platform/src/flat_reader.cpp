@@ -144,7 +144,7 @@ std::string_view reader::listFault(std::uint32_t type, byte_view list) const {
 }
 
 std::string_view reader::nestedFault(byte_view nested) const {
-  if (nested.empty()) return {};
+  if (nested.empty() || depth_ == message::kNestedUnread) return {};
   if (depth_ == 0) return "nested too deeply";
   return reader(nested, depth_ - 1).fault();
 }

@@ -12,7 +12,7 @@ namespace nv::flat {
 /// is content, no access to a message of these bytes can leave them.
 class reader {
  public:
-  /// Messages may be nested at most `depth` deep.
+  /// Messages may be nested at most `depth` deep; message::kNestedUnread leaves them unjudged.
   reader(byte_view bytes, unsigned depth) : bytes_(bytes), depth_(depth) {}
 
   /// What is wrong, in a few words; empty when nothing is.

@@ -43,7 +43,9 @@ std::optional<StoredRecord> decodeRecord(std::uint32_t id, byte_view bytes) {
   const std::size_t length = load<std::uint16_t>(bytes.data() + kCrcEnd);
   if (bytes.size() - kNameStart < length) return std::nullopt;
   const byte_view name = bytes.subspan(kNameStart, length);
-  std::optional<message> record = message::parse(bytes.subspan(kNameStart + length));
+  // What a service puts into a nested field is its own affair, and it was acknowledged.
+  const byte_view flat = bytes.subspan(kNameStart + length);
+  std::optional<message> record = message::parse(flat, message::kNestedUnread);
   if (!record) return std::nullopt;
   return StoredRecord{{reinterpret_cast<const char*>(name.data()), name.size()},
                       std::move(*record)};

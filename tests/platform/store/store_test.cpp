@@ -174,6 +174,21 @@ TEST_P(StoreOn, HoldsTheLowestAndTheHighestIdAndAnEmptyAndALongRecord) {
   EXPECT_TRUE(store.get(0xffffffff).empty());
 }
 
+TEST_P(StoreOn, KeepsNestedMessagesThatCannotBeReadAsTheyWereSet) {
+  const std::vector<unsigned char> noise{1, 2, 3};
+  message deep;
+  for (int i = 0; i < 40; ++i) {
+    const std::vector<unsigned char> inner(deep.bytes().begin(), deep.bytes().end());
+    deep = message().insert(nv::message_id(1), nv::flat_view(inner)).insert(nv::u32_id(1), 7);
+  }
+  const message records[] = {message().insert(nv::message_id(1), nv::flat_view(noise)),
+                             message().append(nv::message_array_id(1), nv::flat_view(noise)),
+                             deep};
+  for (unsigned id = 0; id < 3; ++id) Store("a").set(id, records[id]);
+  finishAndRestart();
+  for (unsigned id = 0; id < 3; ++id) EXPECT_TRUE(Store("a").get(id) == records[id]) << id;
+}
+
 TEST_P(StoreOn, DoesWhatMapsDoThroughRandomChangesAndRestarts) {
   Random random;
   SCOPED_TRACE(random.seed());
