@@ -9,7 +9,7 @@
 
 #include "platform/message.h"
 #include "platform/observer.h"
-#include "platform/src/commit_queue.h"
+#include "platform/src/store/commit_queue.h"
 #include "platform/store_file.h"
 #include "testing/memory_engine.h"
 #include "tests/support/random.h"
@@ -182,8 +182,7 @@ TEST_P(StoreOn, KeepsNestedMessagesThatCannotBeReadAsTheyWereSet) {
     deep = message().insert(nv::message_id(1), nv::flat_view(inner)).insert(nv::u32_id(1), 7);
   }
   const message records[] = {message().insert(nv::message_id(1), nv::flat_view(noise)),
-                             message().append(nv::message_array_id(1), nv::flat_view(noise)),
-                             deep};
+                             message().append(nv::message_array_id(1), nv::flat_view(noise)), deep};
   for (unsigned id = 0; id < 3; ++id) Store("a").set(id, records[id]);
   finishAndRestart();
   for (unsigned id = 0; id < 3; ++id) EXPECT_TRUE(Store("a").get(id) == records[id]) << id;

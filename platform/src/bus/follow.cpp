@@ -1,0 +1,47 @@
+#include "platform/follow.h"
+
+#include <memory>
+#include <unordered_map>
+#include <utility>
+
+#include "platform/observer.h"
+#include "platform/src/bus/following.h"
+
+namespace nv {
+
+namespace {
+using Registry = std::unordered_map<void*, std::shared_ptr<Following>>;
+
+Registry& follows() {
+  static auto* const registry = new Registry;
+  return *registry;
+}
+}  // namespace
+
+void forgetFollows() {
+  for (const auto& [handle, following] : follows()) following->forget();
+  follows().clear();
+}
+
+void* follow(std::function<void(const message&)> callback, const message& target,
+             bool waitInitial) {
+  const auto following = std::make_shared<Following>(std::move(callback), target);
+  void* const handle = following.get();
+  follows().emplace(handle, following);
+  auto deliver = [weak = std::weak_ptr(following)](const message& msg) {
+    if (const auto alive = weak.lock()) alive->deliver(msg);
+  };
+  auto* const watcher = observer();
+  if (!watcher || !watcher->follow(handle, target, waitInitial, std::move(deliver)))
+    following->start();
+  return handle;
+}
+
+void stopFollow(void* handle) {
+  if (!handle) return;
+  if (auto* const watcher = observer()) watcher->followStopped(handle);
+  const auto following = follows().extract(handle);
+  if (following) following.mapped()->stop();
+}
+
+}  // namespace nv

@@ -1,0 +1,78 @@
+#include "platform/src/bus/requests.h"
+
+#include <utility>
+#include <vector>
+
+#include "platform/errors.h"
+
+namespace nv {
+
+namespace {
+std::uint32_t lastTag = 0;
+
+std::uint32_t newTag() {
+  if (++lastTag == 0) ++lastTag;
+  return lastTag;
+}
+}  // namespace
+
+std::uint32_t Requests::freshTag() const {
+  auto tag = newTag();
+  while (awaited_.contains(tag) || listeners_.contains(tag)) tag = newTag();
+  return tag;
+}
+
+std::uint32_t Requests::await(Function done, std::uint32_t timeout) {
+  const auto tag = freshTag();
+  auto& awaited = awaited_[tag];
+  awaited.done = std::move(done);
+  if (timeout != 0)
+    awaited.timeout =
+        Timer(timeout, [this, tag] { answer(tag, errorMsg(err::timedOut, "no answer in time")); });
+  return tag;
+}
+
+void Requests::listen(std::uint32_t tag, Function notify, std::function<void()> lost) {
+  auto& listener = listeners_[tag];
+  listener.notify = std::move(notify);
+  listener.lost = std::move(lost);
+}
+
+void Requests::forget(std::uint32_t tag) {
+  // What the functions hold may forget more requests when it goes: it goes last.
+  const auto awaited = awaited_.extract(tag);
+  const auto listener = listeners_.extract(tag);
+}
+
+void Requests::sentOver(std::uint32_t tag, std::uint32_t connection) {
+  if (const auto awaited = awaited_.find(tag); awaited != awaited_.end())
+    awaited->second.connection = connection;
+  if (const auto listener = listeners_.find(tag); listener != listeners_.end())
+    listener->second.connection = connection;
+}
+
+void Requests::answer(std::uint32_t tag, const message& reply) {
+  const auto awaited = awaited_.extract(tag);
+  if (awaited && awaited.mapped().done) awaited.mapped().done(reply);
+}
+
+void Requests::notify(std::uint32_t tag, const message& notification) {
+  const auto listener = listeners_.find(tag);
+  if (listener == listeners_.end()) return;
+  const auto notify = listener->second.notify;  // may forget its own tag
+  notify(notification);
+}
+
+void Requests::connectionLost(std::uint32_t connection) {
+  std::vector<std::uint32_t> unanswered, deaf;
+  for (const auto& [tag, awaited] : awaited_)
+    if (awaited.connection == connection) unanswered.push_back(tag);
+  for (const auto& [tag, listener] : listeners_)
+    if (listener.connection == connection) deaf.push_back(tag);
+
+  for (const auto tag : unanswered) answer(tag, errorMsg(err::noRoute, "the connection ended"));
+  for (const auto tag : deaf)
+    if (const auto listener = listeners_.extract(tag)) listener.mapped().lost();
+}
+
+}  // namespace nv

@@ -1,0 +1,108 @@
+#include "platform/service.h"
+
+#include <algorithm>
+#include <cctype>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "platform/looper.h"
+#include "platform/src/bus/unix_transport.h"
+#include "platform/src/loop/uv_loop.h"
+#include "platform/store_file.h"
+
+namespace nv {
+
+namespace {
+constexpr const char* kStoreDirectory = "/var/lib/confkit";
+
+[[noreturn]] void refuseToStart(const std::string& name, const std::string& why) {
+  std::cerr << name << ": " << why << std::endl;
+  std::exit(EXIT_FAILURE);
+}
+
+bool isWord(std::string_view name) {
+  return !name.empty() && std::isalpha(static_cast<unsigned char>(name[0])) &&
+         std::all_of(name.begin(), name.end(),
+                     [](unsigned char c) { return std::isalnum(c) || c == '-'; });
+}
+
+std::string usage(const char* program, const ServiceOptions& options) {
+  auto text = "usage: " + std::string(program) + " [--bus DIRECTORY] [--store FILE]";
+  for (const auto& [option, value] : options.moreOptions) text += " [" + option + " VALUE]";
+  return text;
+}
+
+/// Whether `option` is one, and now has the value.
+bool setOption(const std::string& option, const char* value, ServiceOptions& options) {
+  if (option == "--bus")
+    options.busDirectory = value;
+  else if (option == "--store")
+    options.storeFile = value;
+  else if (const auto more = options.moreOptions.find(option); more != options.moreOptions.end())
+    *more->second = value;
+  else
+    return false;
+  return true;
+}
+
+void readCommandLine(int argc, char** argv, ServiceOptions& options) {
+  for (int i = 1; i < argc; i += 2)
+    if (i + 1 == argc || !setOption(argv[i], argv[i + 1], options))
+      refuseToStart(options.name, usage(argv[0], options));
+}
+
+std::unique_ptr<StoreEngine> openStores(const ServiceOptions& options) {
+  auto path = options.storeFile;
+  if (path.empty()) path = std::filesystem::path(kStoreDirectory) / (options.name + ".db");
+  std::error_code ignored;
+  if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path(), ignored);
+  std::string error;
+  auto engine = openStoreFile(path, &error);
+  if (!engine) refuseToStart(options.name, error);
+  return engine;
+}
+
+void stopOn(int signal) {
+  struct sigaction action {};
+  action.sa_handler = [](int) { getLooper()->stop(); };
+  sigaction(signal, &action, nullptr);
+}
+}  // namespace
+
+Service::Service(int argc, char** argv, ServiceOptions options) {
+  if (!isWord(options.name))
+    refuseToStart(options.name, "a service's name is letters, digits and '-'");
+  if (options.address == 0 || options.address >= Transport::kFirstConnection)
+    refuseToStart(options.name, "no such address: " + std::to_string(options.address));
+  readCommandLine(argc, argv, options);
+
+  auto stores = openStores(options);
+  auto loop = std::make_unique<UvLoop>();
+  auto transport = std::make_unique<UnixTransport>(*loop, options.busDirectory, options.socketMode);
+  auto* const looper = getLooper();
+  looper->assemble({.loop = std::move(loop),
+                    .transport = std::move(transport),
+                    .stores = std::move(stores),
+                    .limits = options.limits,
+                    .rights = std::move(options.rights)});
+  if (const auto error = looper->listen(options.address, options.name); !error.empty())
+    refuseToStart(options.name, error);
+}
+
+Service::~Service() {
+  std::signal(SIGTERM, SIG_DFL);
+  std::signal(SIGINT, SIG_DFL);
+  getLooper()->assemble({});
+}
+
+int Service::run() {
+  stopOn(SIGTERM);
+  stopOn(SIGINT);
+  return getLooper()->run();
+}
+
+}  // namespace nv
