@@ -120,10 +120,12 @@ class BareStore {
     run("PRAGMA page_size = 1024; PRAGMA journal_mode = WAL; PRAGMA locking_mode = EXCLUSIVE;"
         "PRAGMA synchronous = FULL; PRAGMA cache_size = -256; PRAGMA wal_autocheckpoint = 256;"
         "CREATE TABLE texts(id INTEGER PRIMARY KEY, record BLOB NOT NULL)");
-    check(sqlite3_prepare_v2(db_, "INSERT OR REPLACE INTO texts VALUES(?, ?)", -1, &put_, nullptr));
+    prepare("BEGIN IMMEDIATE", begin_);
+    prepare("INSERT OR REPLACE INTO texts VALUES(?, ?)", put_);
+    prepare("COMMIT", commit_);
   }
   ~BareStore() {
-    sqlite3_finalize(put_);
+    for (auto* statement : {begin_, put_, commit_}) sqlite3_finalize(statement);
     sqlite3_close(db_);
   }
   BareStore(const BareStore&) = delete;
@@ -131,22 +133,28 @@ class BareStore {
   void commit(unsigned n) {
     const message record{{key::objectId, 1 + n % kTexts}, {testkit::kText, text(n)}};
     const auto bytes = record.bytes();
-    run("BEGIN IMMEDIATE");
+    step(begin_);
     sqlite3_bind_int64(put_, 1, 1 + n % kTexts);
     sqlite3_bind_blob64(put_, 2, bytes.data(), bytes.size(), SQLITE_STATIC);
-    if (sqlite3_step(put_) != SQLITE_DONE) std::abort();
-    sqlite3_reset(put_);
-    run("COMMIT");
+    step(put_);
+    step(commit_);
   }
 
  private:
   void run(const char* sql) { check(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr)); }
+  void prepare(const char* sql, sqlite3_stmt*& statement) {
+    check(sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr));
+  }
+  static void step(sqlite3_stmt* statement) {
+    if (sqlite3_step(statement) != SQLITE_DONE) std::abort();
+    sqlite3_reset(statement);
+  }
   static void check(int result) {
     if (result != SQLITE_OK) std::abort();
   }
 
   sqlite3* db_ = nullptr;
-  sqlite3_stmt* put_ = nullptr;
+  sqlite3_stmt *begin_ = nullptr, *put_ = nullptr, *commit_ = nullptr;
 };
 
 /// How long each of some calls took, in microseconds, ascending.

@@ -123,7 +123,7 @@ std::optional<message> RecordTables::read(std::string_view store, std::uint32_t 
   return record;
 }
 
-void RecordTables::begin() { failure_ = db_->run("BEGIN IMMEDIATE"); }
+void RecordTables::begin() { failure_ = prepared(begin_, "BEGIN IMMEDIATE").run(); }
 
 void RecordTables::put(std::string_view store, std::uint32_t id, const message& record) {
   if (failure_ != SQLITE_OK) return;
@@ -140,7 +140,7 @@ void RecordTables::remove(std::string_view store, std::uint32_t id) {
 }
 
 std::string RecordTables::end() {
-  if (failure_ == SQLITE_OK) note(db_->run("COMMIT"));
+  if (failure_ == SQLITE_OK) note(prepared(commit_, "COMMIT").run());
   if (failure_ == SQLITE_OK) return {};
   if (!sqlite3_get_autocommit(db_->handle())) db_->run("ROLLBACK");
   loadTables();

@@ -63,6 +63,7 @@ class RecordTables {
   void note(int result);
 
   std::unique_ptr<SqliteDb> db_;  // first: the statements go before it
+  std::unique_ptr<Statement> begin_, commit_;
   Tables tables_;
   int failure_ = SQLITE_OK;  // the first one in this transaction
 };
