@@ -23,8 +23,8 @@ namespace nv {
 /// the same, and `StoreEngine::refusal` says why changes cannot be taken until they can. A file
 /// that may only be read is then served from a copy in memory.
 ///
-/// Null when another process has the file open, or the directory is missing, or the file may not be
-/// read; then `error` (null: not wanted) is one line that says so.
+/// Null when another process has the file open or it cannot be found out, or the directory is
+/// missing, or the file may not be read; then `error` (null: not wanted) is one line that says so.
 CONFKIT_API std::unique_ptr<StoreEngine> openStoreFile(const std::filesystem::path& file,
                                                        std::string* error);
 

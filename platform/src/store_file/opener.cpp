@@ -40,6 +40,11 @@ bool headerIsOurs(const std::filesystem::path& file) {
          bigEndian16(&header[16]) == kPageSize && header[18] == 2 && header[19] == 2;
 }
 
+// Where no lock file can be made, no other process can write either.
+bool mayStillBeRead(int failed) {
+  return failed == EROFS || failed == ENOSPC || failed == EDQUOT;
+}
+
 bool meansDamage(int result) {
   const int kind = result & 0xff;
   return kind == SQLITE_CORRUPT || kind == SQLITE_NOTADB || kind == SQLITE_ERROR ||
@@ -60,6 +65,8 @@ StoreFileOpener::Opened StoreFileOpener::open() {
   const int locked = lock_.lock(beside(".lock"));
   if (locked == EWOULDBLOCK) return failed("is in use by another process");
   if (locked == ENOENT || locked == ENOTDIR) return failed("its directory is missing");
+  if (locked != 0 && !mayStillBeRead(locked))
+    return failed("cannot be locked: " + systemError(locked));
 
   if (const std::string reason = finishReplacing(); !reason.empty()) return standIn(reason);
   repaired_ = false;

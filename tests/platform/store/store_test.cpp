@@ -333,6 +333,15 @@ TEST(StoreFile, SaysWhenItsDirectoryIsMissing) {
   EXPECT_NE(error.find("its directory is missing"), std::string::npos) << error;
 }
 
+TEST(StoreFile, SaysWhyItCannotBeLockedAndHarmsNothing) {
+  TempDirectory directory;
+  std::filesystem::create_directory(directory / "s.db.lock");
+  std::string error;
+  EXPECT_FALSE(nv::openStoreFile(directory / "s.db", &error));
+  EXPECT_EQ(error, "store: " + (directory / "s.db").string() + ": cannot be locked: is a directory");
+  EXPECT_FALSE(std::filesystem::exists(directory / "s.db"));
+}
+
 TEST(StoreFile, CallsItsWakerWhenAnOutcomeCanBeTaken) {
   TempDirectory directory;
   const auto engine = nv::openStoreFile(directory / "service.db", nullptr);
