@@ -41,9 +41,7 @@ bool headerIsOurs(const std::filesystem::path& file) {
 }
 
 // Where no lock file can be made, no other process can write either.
-bool mayStillBeRead(int failed) {
-  return failed == EROFS || failed == ENOSPC || failed == EDQUOT;
-}
+bool mayStillBeRead(int failed) { return failed == EROFS || failed == ENOSPC || failed == EDQUOT; }
 
 bool meansDamage(int result) {
   const int kind = result & 0xff;

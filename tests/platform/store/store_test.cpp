@@ -338,7 +338,8 @@ TEST(StoreFile, SaysWhyItCannotBeLockedAndHarmsNothing) {
   std::filesystem::create_directory(directory / "s.db.lock");
   std::string error;
   EXPECT_FALSE(nv::openStoreFile(directory / "s.db", &error));
-  EXPECT_EQ(error, "store: " + (directory / "s.db").string() + ": cannot be locked: is a directory");
+  EXPECT_EQ(error,
+            "store: " + (directory / "s.db").string() + ": cannot be locked: is a directory");
   EXPECT_FALSE(std::filesystem::exists(directory / "s.db"));
 }
 
