@@ -184,9 +184,11 @@ go_on() {
     export CONFKIT_BUS=\$(mktemp -d)
     cd \$CONFKIT_BUS
     hosts --bus . --store hosts.db --hosts-file hosts.txt &
+    until confctl count hosts >/dev/null 2>&1; do sleep 0.1; done
     confctl fields hosts
     confctl add hosts name=printer addresses=192.0.2.7
     confctl --help
+    kill %1; cd /; rm -r \$CONFKIT_BUS    # when it is enough
 END
 }
 
