@@ -65,6 +65,7 @@ std::vector<ServiceAddress> findServices(const fs::path& bus) {
     throw Failure{Exit::noService, "the bus in " + bus.string() + ": " + error.message()};
   }
   std::vector<ServiceAddress> services;
+  services.reserve(names.size());
   for (const auto& [address, name] : names) services.push_back({address, name});
   return services;
 }

@@ -10,8 +10,8 @@ namespace confctl {
 /// The last undo records of a service, newest first.
 void showUndoRecords(Client client, const std::string& service);
 
-/// Sends back the command of one of them: the one with the number `record`, or of "last" the
+/// Sends back the command of one of them: the one with the number `text`, or of "last" the
 /// newest.
-void undoChange(Client client, const std::string& service, const std::string& record);
+void undoChange(Client client, const std::string& service, const std::string& text);
 
 }  // namespace confctl
