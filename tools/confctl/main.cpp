@@ -2,9 +2,8 @@
 
 #include "tools/confctl/command_line.h"
 
+namespace confctl {
 namespace {
-
-using namespace confctl;
 
 int report(Printer* printer, const Failure& failure) {
   if (printer != nullptr) printer->failure(failure);
@@ -25,14 +24,15 @@ int run(const CommandLine& line) {
 }
 
 }  // namespace
+}  // namespace confctl
 
 int main(int argc, char** argv) {
   try {
-    const auto line = readCommandLine(argc, argv);
-    return line ? run(*line) : 0;
-  } catch (const Failure& failure) {
-    return report(nullptr, failure);
+    const auto line = confctl::readCommandLine(argc, argv);
+    return line ? confctl::run(*line) : 0;
+  } catch (const confctl::Failure& failure) {
+    return confctl::report(nullptr, failure);
   } catch (const std::exception& error) {
-    return report(nullptr, {Exit::failed, error.what()});
+    return confctl::report(nullptr, {confctl::Exit::failed, error.what()});
   }
 }

@@ -41,11 +41,13 @@ Target Client::open(const std::string& service) {
 void showServices(Client client) {
   const auto services = findServices(client.session.options().directory);
   std::vector<nv::message> questions;
+  questions.reserve(services.size());
   for (const ServiceAddress& service : services) {
     questions.push_back(client.session.request({service.address}, nv::cmd::describe));
   }
   const auto answers = client.session.askAll(std::move(questions));
   std::vector<ServiceState> states;
+  states.reserve(services.size());
   for (std::size_t k = 0; k < services.size(); ++k) {
     states.push_back(stateOf(services[k], answers[k]));
   }
