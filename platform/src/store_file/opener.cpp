@@ -71,7 +71,10 @@ StoreFileOpener::Opened StoreFileOpener::open() {
   if (const std::string reason = finishReplacing(); !reason.empty()) return standIn(reason);
   repaired_ = false;
   Opened opened = isThere(file_) || isThere(beside("-wal")) ? openExisting() : startEmpty();
-  if (opened.tables && !opened.standIn) opened.refusal = probe();
+  if (opened.tables && !opened.standIn) {
+    reported_.clear();
+    opened.refusal = probe();
+  }
   return opened;
 }
 
@@ -204,7 +207,8 @@ std::string StoreFileOpener::setAside() {
   return {};
 }
 
-void StoreFileOpener::report(const std::string& text) const {
+void StoreFileOpener::report(const std::string& text) {
+  if (!reported_.insert(text).second) return;
   std::cout << "store: " << file_.string() << ": " << text << std::endl;
 }
 
