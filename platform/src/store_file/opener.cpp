@@ -166,9 +166,11 @@ std::string StoreFileOpener::replace(const Fill& fill) {
 std::string StoreFileOpener::writeFresh(const Fill& fill) {
   const std::filesystem::path tmp = beside(".tmp");
   ::unlink(tmp.c_str());
+  // Made here for its mode, which SQLite gives to the log too.
+  if (const int code = makePrivateFile(tmp); code != 0) return systemError(code);
   std::string failed;
   {
-    auto db = std::make_unique<SqliteDb>(tmp.string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    auto db = std::make_unique<SqliteDb>(tmp.string(), SQLITE_OPEN_READWRITE);
     if (db->status() != SQLITE_OK) return SqliteDb::error(db->status());
     db->run(("PRAGMA page_size = " + std::to_string(kPageSize)).c_str());
     db->run("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA secure_delete = ON;");
