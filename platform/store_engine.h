@@ -58,13 +58,15 @@ class CONFKIT_API StoreEngine {
   virtual std::optional<Outcome> outcome() = 0;
   /// The same, waiting for it. Requires: a batch is being written.
   virtual Outcome wait() = 0;
-  /// `wake` is called, from any thread, when an outcome can be taken; it must not call the engine.
+  /// `wake` is called, from any thread, when an outcome can be taken and when `refusal` has another
+  /// answer than before; it must not call the engine.
   /// Once a later call of onOutcome has returned the earlier `wake` is called no more. Empty:
   /// nothing is called.
   virtual void onOutcome(std::function<void()> wake) = 0;
 
   /// Why changes cannot be taken now (such as a full disk), empty when they can. Asked before a
-  /// change is let through; an engine that refuses looks again now and then, at most once a second.
+  /// change is let through; an engine that refuses looks again by itself now and then, at most once
+  /// a second.
   virtual std::string refusal() = 0;
 };
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace nv {
@@ -47,6 +48,14 @@ int syncDirectory(const std::filesystem::path& directory) {
 int moveFile(const std::filesystem::path& from, const std::filesystem::path& to) {
   if (std::rename(from.c_str(), to.c_str()) != 0) return errno;
   return syncDirectory(to.parent_path());
+}
+
+int makePrivateFile(const std::filesystem::path& file) {
+  const int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd < 0) return errno;
+  const int failed = ::fchmod(fd, 0600) == 0 ? 0 : errno;
+  ::close(fd);
+  return failed;
 }
 
 int probeSpace(const std::filesystem::path& scratch) {

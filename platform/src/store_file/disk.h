@@ -16,6 +16,9 @@ int syncFile(const std::filesystem::path& file);
 int syncDirectory(const std::filesystem::path& directory);
 /// Renames a file, replacing the one that had the new name; durable once this returns 0.
 int moveFile(const std::filesystem::path& from, const std::filesystem::path& to);
+/// Makes an empty file that its owner alone may read and write, whatever the umask; EEXIST when
+/// there is one.
+int makePrivateFile(const std::filesystem::path& file);
 /// Whether the file system of `scratch` takes `kSpaceProbe` bytes more, by writing them there. The
 /// file is gone afterwards.
 int probeSpace(const std::filesystem::path& scratch);

@@ -69,7 +69,10 @@ StoreFileOpener::Opened StoreFileOpener::open() {
   if (const std::string reason = finishReplacing(); !reason.empty()) return standIn(reason);
   repaired_ = false;
   Opened opened = isThere(file_) || isThere(beside("-wal")) ? openExisting() : startEmpty();
-  if (opened.tables && !opened.standIn) opened.refusal = probe();
+  if (opened.tables && !opened.standIn) {
+    reported_.clear();
+    opened.refusal = probe();
+  }
   return opened;
 }
 
@@ -161,9 +164,11 @@ std::string StoreFileOpener::replace(const Fill& fill) {
 std::string StoreFileOpener::writeFresh(const Fill& fill) {
   const std::filesystem::path tmp = beside(".tmp");
   ::unlink(tmp.c_str());
+  // Made here for its mode, which SQLite gives to the log too.
+  if (const int code = makePrivateFile(tmp); code != 0) return systemError(code);
   std::string failed;
   {
-    auto db = std::make_unique<SqliteDb>(tmp.string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    auto db = std::make_unique<SqliteDb>(tmp.string(), SQLITE_OPEN_READWRITE);
     if (db->status() != SQLITE_OK) return SqliteDb::error(db->status());
     db->run(("PRAGMA page_size = " + std::to_string(kPageSize)).c_str());
     db->run("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA secure_delete = ON;");
@@ -202,7 +207,8 @@ std::string StoreFileOpener::setAside() {
   return {};
 }
 
-void StoreFileOpener::report(const std::string& text) const {
+void StoreFileOpener::report(const std::string& text) {
+  if (!reported_.insert(text).second) return;
   std::cout << "store: " << file_.string() << ": " << text << std::endl;
 }
 

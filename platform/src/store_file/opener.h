@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,8 @@ namespace nv {
 ///     name.fresh       a new file, complete, that takes the place of `name` before anything else
 ///     name.probe       written and deleted again to see whether there is space
 ///
-/// Reports what is lost, a line each, on the standard output.
+/// Only the owner may read and write them. Reports what is lost, a line each, on the standard output; while only a stand-in can be opened,
+/// what was reported is not repeated.
 class StoreFileOpener {
  public:
   explicit StoreFileOpener(std::filesystem::path file) : file_(std::move(file)) {}
@@ -54,12 +56,13 @@ class StoreFileOpener {
   std::string finishReplacing();
   std::string setAside();
   Fill salvaged(std::vector<std::string>& losses, unsigned& kept);
-  void report(const std::string& text) const;
+  void report(const std::string& text);
   std::filesystem::path beside(const std::string& ending) const;
 
   std::filesystem::path file_;
   FileLock lock_;
-  bool repaired_ = false;  // by this `open`
+  bool repaired_ = false;           // by this `open`
+  std::set<std::string> reported_;  // since the file itself was open
 };
 
 }  // namespace nv

@@ -9,7 +9,7 @@ namespace nv {
 
 SqliteEngine::SqliteEngine(const std::filesystem::path& file,
                            std::chrono::milliseconds probeInterval)
-    : file_(file), probeInterval_(probeInterval), nextProbe_(Clock::now() + probeInterval) {
+    : file_(file), probeInterval_(probeInterval) {
   StoreFileOpener::Opened opened = file_.open();
   error_ = opened.error;
   if (!error_.empty()) return;
@@ -73,25 +73,27 @@ void SqliteEngine::onOutcome(std::function<void()> wake) {
 
 std::string SqliteEngine::refusal() {
   std::lock_guard state(stateMutex_);
-  if (!refusal_.empty() && Clock::now() >= nextProbe_) {
-    nextProbe_ = Clock::now() + probeInterval_;
-    probeDue_ = true;
-    changed_.notify_all();
-  }
   return refusal_;
 }
 
 void SqliteEngine::runWriter() {
   std::unique_lock state(stateMutex_);
   for (;;) {
-    changed_.wait(state, [this] { return batch_ || probeDue_ || stopping_; });
-    if (batch_)
-      handleBatch(state);
-    else if (stopping_)
-      return;
-    else
+    if (!awaitWork(state))
       handleProbe(state);
+    else if (batch_)
+      handleBatch(state);
+    else
+      return;
   }
+}
+
+// False when it is time to look for space instead.
+bool SqliteEngine::awaitWork(std::unique_lock<std::mutex>& state) {
+  const auto work = [this] { return batch_ || stopping_; };
+  if (!refusal_.empty()) return changed_.wait_for(state, probeInterval_, work);
+  changed_.wait(state, work);
+  return true;
 }
 
 void SqliteEngine::handleBatch(std::unique_lock<std::mutex>& state) {
@@ -108,11 +110,10 @@ void SqliteEngine::handleBatch(std::unique_lock<std::mutex>& state) {
 }
 
 void SqliteEngine::handleProbe(std::unique_lock<std::mutex>& state) {
-  probeDue_ = false;
   state.unlock();
   std::string found = lookForSpace();
   state.lock();
-  refusal_ = std::move(found);
+  if (std::exchange(refusal_, found) != found && wake_) wake_();
 }
 
 StoreEngine::Outcome SqliteEngine::commit(const StoreBatch& batch) {
@@ -152,8 +153,11 @@ std::string SqliteEngine::lookForSpace() {
   std::lock_guard data(dataMutex_);
   if (std::string missing = file_.probe(); !missing.empty() || !standIn_) return missing;
   StoreFileOpener::Opened opened = file_.open();
-  if (!opened.tables) return opened.error;
-  if (opened.standIn) return opened.refusal;
+  if (!opened.tables || opened.standIn) {
+    constexpr std::chrono::milliseconds longest = std::chrono::minutes(1);
+    probeInterval_ = std::min(2 * probeInterval_, longest);
+    return opened.tables ? opened.refusal : opened.error;
+  }
   tables_ = std::move(opened.tables);
   standIn_ = false;
   return opened.refusal;

@@ -22,7 +22,9 @@ namespace nv {
 class SqliteEngine : public StoreEngine {
  public:
   /// Opens the file; `error` tells whether that failed, and then nothing else may be called. While
-  /// changes are refused, looks for space at most once in `probeInterval`.
+  /// changes are refused, looks for space once in `probeInterval`. Where there is space but the file
+  /// cannot be opened for writing all the same, each look is twice as long after the one before, up
+  /// to a minute.
   explicit SqliteEngine(const std::filesystem::path& file,
                         std::chrono::milliseconds probeInterval = std::chrono::seconds(1));
   /// Finishes the batch under way and closes the file.
@@ -43,6 +45,7 @@ class SqliteEngine : public StoreEngine {
 
   // The writer's thread; these give up the lock while they work.
   void runWriter();
+  bool awaitWork(std::unique_lock<std::mutex>& state);
   void handleBatch(std::unique_lock<std::mutex>& state);
   void handleProbe(std::unique_lock<std::mutex>& state);
   Outcome commit(const StoreBatch& batch);
@@ -64,11 +67,9 @@ class SqliteEngine : public StoreEngine {
   std::optional<Outcome> outcome_;
   std::function<void()> wake_;
   std::string refusal_;
-  bool probeDue_ = false;
   bool stopping_ = false;
 
-  const std::chrono::milliseconds probeInterval_;
-  Clock::time_point nextProbe_;
+  std::chrono::milliseconds probeInterval_;  // the writer's alone
   std::string error_;
   std::thread writer_;  // last: it uses all of the above
 };

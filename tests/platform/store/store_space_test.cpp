@@ -1,6 +1,6 @@
 #include <chrono>
 #include <fstream>
-#include <thread>
+#include <semaphore>
 
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -55,13 +55,14 @@ class StoreFileWithoutSpace : public ::testing::Test {
     const auto engine = start();
     for (unsigned i = 0; i < records; ++i) ASSERT_EQ(set(*engine, i, number(i)), "");
   }
-  /// Whether the engine takes changes again, as one finds out who asks now and then.
+  /// Whether the engine takes changes again, as one finds out who asks only when woken.
   bool takesChanges(nv::StoreEngine& engine) {
-    for (int i = 0; i < 5000; ++i) {
-      if (engine.refusal().empty()) return true;
-      std::this_thread::sleep_for(1ms);
+    std::counting_semaphore<> woken(0);
+    engine.onOutcome([&] { woken.release(); });
+    while (!engine.refusal().empty() && woken.try_acquire_for(5s)) {
     }
-    return false;
+    engine.onOutcome({});
+    return engine.refusal().empty();
   }
   void expectReads(nv::StoreEngine& engine, unsigned records) {
     EXPECT_EQ(engine.open("a").ids.size(), records);
@@ -159,6 +160,28 @@ TEST_F(StoreFileWithoutSpace, ServesADamagedFileAndRepairsItWhenThereIsSpace) {
   EXPECT_EQ(set(*engine, 200, number(200)), "");
   expectReads(*engine, 201);
   EXPECT_TRUE(std::filesystem::exists(directory_ / "s.db.damaged-1"));
+}
+
+TEST_F(StoreFileWithoutSpace, ReportsEachLossOnceHoweverOftenARepairFails) {
+  fill(200);
+  std::fstream(file_, std::ios::in | std::ios::out | std::ios::binary).seekp(2 * 1024)
+      << std::string(1024, '\xff');
+  const std::filesystem::path obstacle = directory_ / "s.db.tmp/obstacle";
+  std::filesystem::create_directories(obstacle);
+  nv::StoreFileOpener opener(file_);
+  for (const bool again : {false, true}) {
+    CapturedOutput output;
+    const auto opened = opener.open();
+    EXPECT_TRUE(opened.standIn);
+    EXPECT_NE(opened.refusal, "");
+    EXPECT_EQ(output.text().find("page 3 ") == std::string::npos, again) << output.text();
+    EXPECT_EQ(output.text().empty(), again) << output.text();
+  }
+  std::filesystem::remove_all(obstacle.parent_path());
+  CapturedOutput output;
+  EXPECT_FALSE(opener.open().standIn);
+  EXPECT_EQ(output.text().find("page 3 "), std::string::npos) << output.text();
+  EXPECT_NE(output.text().find("records were found undamaged"), std::string::npos);
 }
 
 TEST_F(StoreFileOnASmallDisk, WritesUntilItIsFullAndStartsAgainThere) {

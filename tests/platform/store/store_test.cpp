@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "platform/message.h"
 #include "platform/observer.h"
@@ -341,6 +342,23 @@ TEST(StoreFile, SaysWhyItCannotBeLockedAndHarmsNothing) {
   EXPECT_EQ(error,
             "store: " + (directory / "s.db").string() + ": cannot be locked: is a directory");
   EXPECT_FALSE(std::filesystem::exists(directory / "s.db"));
+}
+
+TEST(StoreFile, IsForItsOwnerAloneWhateverTheUmask) {
+  for (const mode_t mask : {0u, 0777u}) {
+    TempDirectory directory;
+    const mode_t before = ::umask(mask);
+    const auto engine = nv::openStoreFile(directory / "s.db", nullptr);
+    ASSERT_TRUE(engine);
+    engine->submit({{engine->open("a").table, 1, number(1)}});
+    EXPECT_EQ(engine->wait().error, "");
+    ::umask(before);
+    using std::filesystem::perms;
+    for (const char* name : {"s.db", "s.db-wal"})
+      EXPECT_EQ(std::filesystem::status(directory / name).permissions(),
+                perms::owner_read | perms::owner_write)
+          << name;
+  }
 }
 
 TEST(StoreFile, CallsItsWakerWhenAnOutcomeCanBeTaken) {
