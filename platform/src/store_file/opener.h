@@ -23,8 +23,8 @@ namespace nv {
 ///     name.fresh       a new file, complete, that takes the place of `name` before anything else
 ///     name.probe       written and deleted again to see whether there is space
 ///
-/// Only the owner may read and write them. Reports what is lost, a line each, on the standard output; while only a stand-in can be opened,
-/// what was reported is not repeated.
+/// Only the owner may read and write them. Reports what is lost, a line each, on the standard
+/// output; while only a stand-in can be opened, what was reported is not repeated.
 class StoreFileOpener {
  public:
   explicit StoreFileOpener(std::filesystem::path file) : file_(std::move(file)) {}

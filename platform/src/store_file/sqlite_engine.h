@@ -22,9 +22,9 @@ namespace nv {
 class SqliteEngine : public StoreEngine {
  public:
   /// Opens the file; `error` tells whether that failed, and then nothing else may be called. While
-  /// changes are refused, looks for space once in `probeInterval`. Where there is space but the file
-  /// cannot be opened for writing all the same, each look is twice as long after the one before, up
-  /// to a minute.
+  /// changes are refused, looks for space once in `probeInterval`. Where there is space but the
+  /// file cannot be opened for writing all the same, each look is twice as long after the one
+  /// before, up to a minute.
   explicit SqliteEngine(const std::filesystem::path& file,
                         std::chrono::milliseconds probeInterval = std::chrono::seconds(1));
   /// Finishes the batch under way and closes the file.
