@@ -35,9 +35,11 @@ void UvLoop::wait(std::optional<microseconds> timeout) {
     return;
   }
   if (timeout) {
+    // It may be over before libuv begins to wait: without the stop that wait would have no end.
     const auto up = std::chrono::ceil<milliseconds>(*timeout);
     uv_timer_start(
-        &deadline_, [](uv_timer_t*) {}, static_cast<std::uint64_t>(up.count()), 0);
+        &deadline_, [](uv_timer_t* timer) { uv_stop(timer->loop); },
+        static_cast<std::uint64_t>(up.count()), 0);
   }
   uv_run(&loop_, UV_RUN_ONCE);
   uv_timer_stop(&deadline_);
