@@ -151,6 +151,8 @@ StoreFileOpener::Fill StoreFileOpener::salvaged(std::vector<std::string>& losses
       tables.put(found.store, id, found.record);
       ++kept;
     });
+    // A store that was emptied is not there for the first time.
+    for (const Salvage::TableRow& row : salvage.tables()) tables.make(row.name, row.sql);
     losses = salvage.losses();
   };
 }

@@ -411,6 +411,54 @@ TEST(DamagedStoreFile, NamesEachLossInALineOfItsOwn) {
   EXPECT_EQ(std::count(opened.output.begin(), opened.output.end(), '\n'), 3) << opened.output;
 }
 
+TEST(DamagedStoreFile, StillKnowsStoresThatWereEmptied) {
+  TempDirectory directory(TempDirectory::inMemory());
+  const fs::path path = directory / "s.db";
+  const std::vector<std::string> emptied{"a", "With \"quotes\"", std::string(900, 'x')};
+  {
+    const auto engine = nv::openStoreFile(path, nullptr);
+    for (const std::string& name : emptied) {
+      engine->submit({{engine->open(name).table, 1, value(1, 1)}});
+      ASSERT_EQ(engine->wait().error, "");
+      engine->submit({{engine->open(name).table, 1, std::nullopt}});
+      ASSERT_EQ(engine->wait().error, "");
+    }
+  }
+  Bytes file = readFile(path);
+  std::fill_n(file.begin(), 16, 'x');
+  writeFile(path, file);
+  CapturedOutput output;
+  const auto engine = nv::openStoreFile(path, nullptr);
+  EXPECT_NE(output.text(), "");
+  for (const std::string& name : emptied) {
+    EXPECT_FALSE(engine->open(name).firstTime) << name;
+    EXPECT_TRUE(engine->open(name).ids.empty()) << name;
+  }
+  EXPECT_TRUE(engine->open("b").firstTime);
+}
+
+TEST(DamagedStoreFile, SaysWhenItIsDamagedUnderARunningServiceAndRecordsCannotBeListed) {
+  TempDirectory directory(TempDirectory::inMemory());
+  const fs::path path = directory / "s.db";
+  nv::StoreBatch batch;
+  for (std::uint32_t id = 0; id < 2000; ++id) batch.push_back({0, id, value(id, 100)});
+  {
+    const auto engine = nv::openStoreFile(path, nullptr);
+    ASSERT_EQ(engine->open("a").table, 0u);
+    engine->submit(batch);
+    ASSERT_EQ(engine->wait().error, "");
+  }
+  const auto engine = nv::openStoreFile(path, nullptr);
+  ASSERT_EQ(engine->open("a").ids.size(), batch.size());
+  const auto middle = static_cast<std::streamoff>(fs::file_size(path) / kPage / 2 * kPage);
+  std::fstream(path, std::ios::in | std::ios::out | std::ios::binary).seekp(middle)
+      << std::string(20 * kPage, '\xff');
+  CapturedOutput output;
+  EXPECT_LT(engine->open("a").ids.size(), batch.size());
+  EXPECT_EQ(output.text(),
+            "store: records of \"a\" cannot be listed: database disk image is malformed\n");
+}
+
 TEST(DamagedStoreFile, IsNumberedWhenOneIsThereAlready) {
   Random random(2);
   TempDirectory directory;
