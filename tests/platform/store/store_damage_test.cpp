@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include "platform/message.h"
 #include "platform/store_file.h"
@@ -457,6 +458,61 @@ TEST(DamagedStoreFile, SaysWhenItIsDamagedUnderARunningServiceAndRecordsCannotBe
   EXPECT_LT(engine->open("a").ids.size(), batch.size());
   EXPECT_EQ(output.text(),
             "store: records of \"a\" cannot be listed: database disk image is malformed\n");
+}
+
+struct Other {
+  const char* name;
+  std::function<void(const fs::path&)> make;
+};
+
+void runSql(const fs::path& file, const char* sql) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+  EXPECT_EQ(sqlite3_exec(db, sql, nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+}
+
+TEST(StoreFileName, IsRefusedAndNothingIsTouchedWhereItNamesSomethingElse) {
+  const std::vector<Other> others{
+      {"text", [](auto& file) { std::ofstream(file) << "# settings\n\tcolour = gr\xc3\xbcn\n"; }},
+      {"database", [](auto& file) { runSql(file, "CREATE TABLE t(a TEXT UNIQUE);"); }},
+      {"database of this page size with a log", [](auto& file) {
+         runSql(file,
+                "PRAGMA page_size = 1024; PRAGMA journal_mode = WAL;"
+                "CREATE TABLE t(a); INSERT INTO t VALUES(1);");
+       }}};
+  for (const Other& other : others) {
+    SCOPED_TRACE(other.name);
+    TempDirectory directory(TempDirectory::inMemory());
+    const fs::path path = directory / "other";
+    other.make(path);
+    const Bytes before = readFile(path);
+    std::string error;
+    EXPECT_FALSE(nv::openStoreFile(path, &error));
+    EXPECT_EQ(error, "store: " + path.string() + ": is not a store file");
+    EXPECT_EQ(readFile(path), before);
+    for (const auto& entry : fs::directory_iterator(directory.path()))
+      EXPECT_TRUE(entry.path() == path || entry.path().extension() == ".lock") << entry.path();
+  }
+}
+
+TEST(DamagedStoreFile, BringsNoRemovedRecordBackWhenItsLogIsWhole) {
+  Random random;
+  SCOPED_TRACE(random.seed());
+  for (int round = 0; round < 60; ++round) {
+    const Sample sample = SampleMaker(random).make(10 + random.below(100));
+    const Damage& damage = kDamages[random.below(static_cast<unsigned>(kDamages.size()))];
+    SCOPED_TRACE(damage.name);
+    Bytes file = sample.file;
+    damage.apply(file, random);
+    const auto touched = changedPages(sample.file, file);
+    for (const auto& [key, record] : openTwice(file, sample.log).records) {
+      const auto last = sample.last().find(key);
+      if (last != sample.last().end() && last->second == record) continue;
+      const auto pages = pagesOf(file, record);
+      ASSERT_FALSE(!pages.empty() && disjoint(pages, touched)) << key.first << ' ' << key.second;
+    }
+  }
 }
 
 TEST(DamagedStoreFile, IsNumberedWhenOneIsThereAlready) {
