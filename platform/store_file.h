@@ -24,7 +24,9 @@ namespace nv {
 /// that may only be read is then served from a copy in memory.
 ///
 /// Null when another process has the file open or it cannot be found out, or the directory is
-/// missing, or the file may not be read; then `error` (null: not wanted) is one line that says so.
+/// missing, or the file may not be read, or it is plainly no store file (a text, an undamaged
+/// database of other tables), which is left as it is; then `error` (null: not wanted) is one line
+/// that says so.
 CONFKIT_API std::unique_ptr<StoreEngine> openStoreFile(const std::filesystem::path& file,
                                                        std::string* error);
 

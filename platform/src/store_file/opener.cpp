@@ -11,6 +11,7 @@
 
 #include "platform/src/store_file/disk.h"
 #include "platform/src/store_file/file_format.h"
+#include "platform/src/store_file/foreign_file.h"
 #include "platform/src/store_file/log_images.h"
 #include "platform/src/store_file/page_images.h"
 #include "platform/src/store_file/salvage.h"
@@ -80,6 +81,7 @@ std::string StoreFileOpener::probe() const { return textOf(probeSpace(beside(".p
 
 StoreFileOpener::Opened StoreFileOpener::openExisting() {
   if (isThere(file_) && ::access(file_.c_str(), R_OK) != 0) return failed(systemError(errno));
+  if (!isThere(beside("-wal")) && isSomethingElse(file_)) return failed("is not a store file");
   if (isThere(file_) && ::access(file_.c_str(), W_OK) != 0) return standIn(systemError(errno));
   if (headerIsOurs(file_) && !LogImages(beside("-wal")).damaged()) return openSound();
   return repair();
@@ -149,6 +151,8 @@ StoreFileOpener::Fill StoreFileOpener::salvaged(std::vector<std::string>& losses
       tables.put(found.store, id, found.record);
       ++kept;
     });
+    // A store that was emptied is not there for the first time.
+    for (const Salvage::TableRow& row : salvage.tables()) tables.make(row.name, row.sql);
     losses = salvage.losses();
   };
 }

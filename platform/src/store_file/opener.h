@@ -36,8 +36,9 @@ class StoreFileOpener {
     bool standIn = false;  // the tables are a copy in memory: to take changes, open again
   };
   /// Opens the file, makes it when it is missing, repairs it when it is damaged. Fails only when
-  /// another process has the file open (or that cannot be found out), its directory is missing or
-  /// it may not be read; where nothing can be written, what can be read is served from memory.
+  /// another process has the file open (or that cannot be found out), its directory is missing, it
+  /// may not be read or is plainly no store file; where nothing can be written, what can be read is
+  /// served from memory.
   Opened open();
   /// Why nothing can be written, empty when it can be.
   std::string probe() const;

@@ -50,6 +50,14 @@ std::string creation(std::string_view store) {
   return "CREATE TABLE " + quoted(store) + "(id INTEGER PRIMARY KEY, record BLOB NOT NULL)";
 }
 
+// The store whose table a row of the schema describes; none when it is anything else.
+std::optional<std::string> storeOf(std::string_view name, std::string_view sql) {
+  std::optional<std::string> store = storeName(name);
+  if (store && (quoted(*store) != '"' + std::string(name) + '"' || sql != creation(*store)))
+    store.reset();
+  return store;
+}
+
 }  // namespace
 
 int RecordTables::check() {
@@ -64,8 +72,8 @@ int RecordTables::loadTables() {
   Statement all(*db_, "SELECT name, sql FROM sqlite_master");
   int result;
   while ((result = all.step()) == SQLITE_ROW) {
-    const std::optional<std::string> store = storeName(all.text(0));
-    if (!store || all.text(1) != creation(*store)) return SQLITE_CORRUPT;
+    const std::optional<std::string> store = storeOf(all.text(0), all.text(1));
+    if (!store) return SQLITE_CORRUPT;
     tables_[*store].name = quoted(*store);
   }
   return result == SQLITE_DONE ? SQLITE_OK : result;
@@ -97,14 +105,19 @@ int RecordTables::checkStructure() {
   return check.text(0) == "ok" ? SQLITE_OK : SQLITE_CORRUPT;
 }
 
-RecordTables::Ids RecordTables::ids(std::string_view store) {
+int RecordTables::ids(std::string_view store, Ids& ids) {
+  ids.clear();
   const auto at = tables_.find(store);
-  if (at == tables_.end()) return {};
-  if (at->second.ids) return *std::exchange(at->second.ids, std::nullopt);
-  Ids ids;
+  if (at == tables_.end()) return SQLITE_OK;
+  if (at->second.ids) {
+    ids = *std::exchange(at->second.ids, std::nullopt);
+    return SQLITE_OK;
+  }
   Statement all(*db_, "SELECT id FROM " + at->second.name + " ORDER BY id");
-  while (all.step() == SQLITE_ROW) ids.push_back(static_cast<std::uint32_t>(all.integer(0)));
-  return ids;
+  int result;
+  while ((result = all.step()) == SQLITE_ROW)
+    ids.push_back(static_cast<std::uint32_t>(all.integer(0)));
+  return result == SQLITE_DONE ? SQLITE_OK : result;
 }
 
 std::optional<message> RecordTables::read(std::string_view store, std::uint32_t id) {
@@ -124,6 +137,11 @@ std::optional<message> RecordTables::read(std::string_view store, std::uint32_t 
 }
 
 void RecordTables::begin() { failure_ = prepared(begin_, "BEGIN IMMEDIATE").run(); }
+
+void RecordTables::make(std::string_view name, std::string_view sql) {
+  if (failure_ != SQLITE_OK) return;
+  if (const auto store = storeOf(name, sql)) made(*store);
+}
 
 void RecordTables::put(std::string_view store, std::uint32_t id, const message& record) {
   if (failure_ != SQLITE_OK) return;

@@ -28,14 +28,16 @@ class RecordTables {
 
   /// Whether the store has a table.
   bool has(std::string_view store) const { return tables_.contains(store); }
-  /// The ids of the store's records, ascending.
-  Ids ids(std::string_view store);
+  /// Replaces `ids` by those of the store's records, ascending; SQLITE_OK, or why some are missing.
+  int ids(std::string_view store, Ids& ids);
   /// The record, an empty message when there is none; none when it cannot be read as it was
   /// written.
   std::optional<message> read(std::string_view store, std::uint32_t id);
 
-  // A transaction: `begin`, any number of `put` and `remove`, `end`.
+  // A transaction: `begin`, any number of `make`, `put` and `remove`, `end`.
   void begin();
+  /// Makes the table that a row of another schema describes, when it is that of a store.
+  void make(std::string_view name, std::string_view sql);
   void put(std::string_view store, std::uint32_t id, const message& record);
   void remove(std::string_view store, std::uint32_t id);
   /// Commits; empty, or what went wrong on the way, and then nothing is changed.

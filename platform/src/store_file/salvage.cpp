@@ -1,7 +1,9 @@
 #include "platform/src/store_file/salvage.h"
 
 #include <algorithm>
+#include <array>
 #include <string_view>
+#include <utility>
 
 namespace nv {
 
@@ -56,13 +58,28 @@ byte_view recordIn(byte_view row) {
   return bytes.size() == (*record - 12) / 2 ? bytes : byte_view();
 }
 
-// A row that describes a table, (type, name, ...) with the type "table".
-bool isSchema(byte_view row) {
+// How many bytes a value takes, of which the header of its row says `serial`.
+std::uint64_t valueSize(std::uint64_t serial) {
+  constexpr std::array<std::uint64_t, 12> sizes{0, 1, 2, 3, 4, 6, 8, 8, 0, 0, 0, 0};
+  return serial < sizes.size() ? sizes[static_cast<std::size_t>(serial)] : (serial - 12) / 2;
+}
+
+// A row of the schema is (type, name, name of the table, root page, SQL).
+std::optional<Salvage::TableRow> tableRowIn(byte_view row) {
   Cursor header(row, 0);
-  const auto size = header.varint();
-  if (!size || *size < 6 || row.size() < *size + 5) return false;
-  const byte_view type = row.subspan(static_cast<std::size_t>(*size), 5);
-  return std::string_view(reinterpret_cast<const char*>(type.data()), 5) == "table";
+  const auto headerSize = header.varint();
+  std::array<std::string_view, 5> columns;
+  std::uint64_t at = headerSize.value_or(row.size());
+  for (std::string_view& column : columns) {
+    const auto serial = header.varint();
+    if (!serial || at > row.size() || valueSize(*serial) > row.size() - at) return std::nullopt;
+    const auto size = static_cast<std::size_t>(valueSize(*serial));
+    const byte_view bytes = row.subspan(static_cast<std::size_t>(at), size);
+    column = {reinterpret_cast<const char*>(bytes.data()), size};
+    at += size;
+  }
+  if (columns[0] != "table") return std::nullopt;
+  return Salvage::TableRow{std::string(columns[1]), std::string(columns[4])};
 }
 
 // Bytes of the cell area that are on the page's own list of free blocks; more than a page when it
@@ -122,7 +139,9 @@ void Salvage::takeCell(std::uint32_t number, const Page& page, const std::option
   if (cell->id == id) record = decodeRecord(id, recordIn(row));
   if (record)
     take_(id, *record);
-  else if (!isSchema(row))
+  else if (auto table = tableRowIn(row))
+    tables_.push_back(std::move(*table));
+  else
     lose(number, "held record " + std::to_string(cell->id) + ", which is damaged");
 }
 

@@ -23,6 +23,12 @@ class Salvage {
   using Take = std::function<void(std::uint32_t id, const StoredRecord& record)>;
   void run(const Take& take);
 
+  /// The rows of the schema that describe tables, as far as they could be read.
+  struct TableRow {
+    std::string name, sql;
+  };
+  const std::vector<TableRow>& tables() const { return tables_; }
+
   /// What could not be read, a text each.
   const std::vector<std::string>& losses() const { return losses_; }
 
@@ -48,6 +54,7 @@ class Salvage {
   Take take_;
   std::vector<bool>
       explained_;  // by page number: it is lost or holds no record, or they were taken
+  std::vector<TableRow> tables_;
   std::vector<std::string> losses_;
 };
 

@@ -34,7 +34,11 @@ StoreEngine::Opened SqliteEngine::open(std::string_view name) {
   auto at = std::find(names_.begin(), names_.end(), name);
   if (at == names_.end()) at = names_.emplace(names_.end(), name);
   const auto table = static_cast<unsigned>(at - names_.begin());
-  return {table, !tables_->has(name), tables_->ids(name)};
+  Opened opened{table, !tables_->has(name), {}};
+  if (const int failed = tables_->ids(name, opened.ids); failed != SQLITE_OK)
+    std::cout << "store: records of \"" << name << "\" cannot be listed: "
+              << SqliteDb::error(failed) << std::endl;
+  return opened;
 }
 
 message SqliteEngine::read(unsigned table, std::uint32_t id) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include "platform/message.h"
 #include "platform/store_file.h"
@@ -409,6 +410,109 @@ TEST(DamagedStoreFile, NamesEachLossInALineOfItsOwn) {
             std::string::npos)
       << opened.output;
   EXPECT_EQ(std::count(opened.output.begin(), opened.output.end(), '\n'), 3) << opened.output;
+}
+
+TEST(DamagedStoreFile, StillKnowsStoresThatWereEmptied) {
+  TempDirectory directory(TempDirectory::inMemory());
+  const fs::path path = directory / "s.db";
+  const std::vector<std::string> emptied{"a", "With \"quotes\"", std::string(900, 'x')};
+  {
+    const auto engine = nv::openStoreFile(path, nullptr);
+    for (const std::string& name : emptied) {
+      engine->submit({{engine->open(name).table, 1, value(1, 1)}});
+      ASSERT_EQ(engine->wait().error, "");
+      engine->submit({{engine->open(name).table, 1, std::nullopt}});
+      ASSERT_EQ(engine->wait().error, "");
+    }
+  }
+  Bytes file = readFile(path);
+  std::fill_n(file.begin(), 16, 'x');
+  writeFile(path, file);
+  CapturedOutput output;
+  const auto engine = nv::openStoreFile(path, nullptr);
+  EXPECT_NE(output.text(), "");
+  for (const std::string& name : emptied) {
+    EXPECT_FALSE(engine->open(name).firstTime) << name;
+    EXPECT_TRUE(engine->open(name).ids.empty()) << name;
+  }
+  EXPECT_TRUE(engine->open("b").firstTime);
+}
+
+TEST(DamagedStoreFile, SaysWhenItIsDamagedUnderARunningServiceAndRecordsCannotBeListed) {
+  TempDirectory directory(TempDirectory::inMemory());
+  const fs::path path = directory / "s.db";
+  nv::StoreBatch batch;
+  for (std::uint32_t id = 0; id < 2000; ++id) batch.push_back({0, id, value(id, 100)});
+  {
+    const auto engine = nv::openStoreFile(path, nullptr);
+    ASSERT_EQ(engine->open("a").table, 0u);
+    engine->submit(batch);
+    ASSERT_EQ(engine->wait().error, "");
+  }
+  const auto engine = nv::openStoreFile(path, nullptr);
+  ASSERT_EQ(engine->open("a").ids.size(), batch.size());
+  const auto middle = static_cast<std::streamoff>(fs::file_size(path) / kPage / 2 * kPage);
+  std::fstream(path, std::ios::in | std::ios::out | std::ios::binary).seekp(middle)
+      << std::string(20 * kPage, '\xff');
+  CapturedOutput output;
+  EXPECT_LT(engine->open("a").ids.size(), batch.size());
+  EXPECT_EQ(output.text(),
+            "store: records of \"a\" cannot be listed: database disk image is malformed\n");
+}
+
+struct Other {
+  const char* name;
+  std::function<void(const fs::path&)> make;
+};
+
+void runSql(const fs::path& file, const char* sql) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+  EXPECT_EQ(sqlite3_exec(db, sql, nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+}
+
+TEST(StoreFileName, IsRefusedAndNothingIsTouchedWhereItNamesSomethingElse) {
+  const std::vector<Other> others{
+      {"text", [](auto& file) { std::ofstream(file) << "# settings\n\tcolour = gr\xc3\xbcn\n"; }},
+      {"database", [](auto& file) { runSql(file, "CREATE TABLE t(a TEXT UNIQUE);"); }},
+      {"database of this page size with a log", [](auto& file) {
+         runSql(file,
+                "PRAGMA page_size = 1024; PRAGMA journal_mode = WAL;"
+                "CREATE TABLE t(a); INSERT INTO t VALUES(1);");
+       }}};
+  for (const Other& other : others) {
+    SCOPED_TRACE(other.name);
+    TempDirectory directory(TempDirectory::inMemory());
+    const fs::path path = directory / "other";
+    other.make(path);
+    const Bytes before = readFile(path);
+    std::string error;
+    EXPECT_FALSE(nv::openStoreFile(path, &error));
+    EXPECT_EQ(error, "store: " + path.string() + ": is not a store file");
+    EXPECT_EQ(readFile(path), before);
+    for (const auto& entry : fs::directory_iterator(directory.path()))
+      EXPECT_TRUE(entry.path() == path || entry.path().extension() == ".lock") << entry.path();
+  }
+}
+
+TEST(DamagedStoreFile, BringsNoRemovedRecordBackWhenItsLogIsWhole) {
+  Random random;
+  SCOPED_TRACE(random.seed());
+  for (int round = 0; round < 60; ++round) {
+    const Sample sample = SampleMaker(random).make(10 + random.below(100));
+    const Damage& damage = kDamages[random.below(static_cast<unsigned>(kDamages.size()))];
+    SCOPED_TRACE(damage.name);
+    Bytes file = sample.file;
+    damage.apply(file, random);
+    const auto touched = changedPages(sample.file, file);
+    for (const auto& [key, record] : openTwice(file, sample.log).records) {
+      const auto last = sample.last().find(key);
+      if (last != sample.last().end() && last->second == record) continue;
+      const auto pages = pagesOf(file, record);
+      ASSERT_FALSE(!pages.empty() && disjoint(pages, touched)) << key.first << ' ' << key.second;
+    }
+  }
 }
 
 TEST(DamagedStoreFile, IsNumberedWhenOneIsThereAlready) {

@@ -99,21 +99,34 @@ class StoreFileOnASmallDisk : public StoreFileWithoutSpace {
   bool mounted_ = false;
 };
 
-TEST_F(StoreFileWithoutSpace, SaysWhyACommitFailedAndKeepsWhatWasThere) {
+TEST_F(StoreFileWithoutSpace, SaysWhyACommitFailedAndKeepsWhatWasAcknowledged) {
   fill(10);
+  std::vector<message> acknowledged;
+  for (unsigned i = 0; i < 10; ++i) acknowledged.push_back(number(i));
   {
     const auto engine = start();
-    FullDisk full(8 * 1024);
+    const unsigned table = engine->open("a").table;
+    FullDisk full(24 * 1024);
     std::string error;
-    for (unsigned i = 0; i < 20 && error.empty(); ++i)
-      error =
-          set(*engine, 3, number(100 + i).insert(nv::raw_id(2), std::vector<unsigned char>(2000)));
+    for (unsigned turn = 1; turn < 40; ++turn) {
+      std::vector<message> next = acknowledged;
+      nv::StoreBatch batch;
+      for (unsigned id = turn % 2; id < 7; id += 2) {
+        next[id] = number(100 * turn).insert(nv::raw_id(2), std::vector<unsigned char>(500));
+        batch.push_back({table, id, next[id]});
+      }
+      engine->submit(batch);
+      error = engine->wait().error;
+      if (!error.empty()) break;
+      acknowledged = next;
+    }
     EXPECT_EQ(error, "file too large");
-    EXPECT_TRUE(get(*engine, 4) == number(4));
+    EXPECT_FALSE(acknowledged[3] == number(3)) << "some were overwritten before";
+    for (unsigned i = 0; i < 10; ++i) EXPECT_TRUE(get(*engine, i) == acknowledged[i]) << i;
   }
   const auto engine = start();
   EXPECT_EQ(engine->open("a").ids.size(), 10u);
-  EXPECT_TRUE(get(*engine, 4) == number(4));
+  for (unsigned i = 0; i < 10; ++i) EXPECT_TRUE(get(*engine, i) == acknowledged[i]) << i;
 }
 
 TEST_F(StoreFileWithoutSpace, ServesEveryReadAndRefusesChangesUntilThereIsSpace) {
