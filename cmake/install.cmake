@@ -14,8 +14,10 @@ install(TARGETS ${libraries} EXPORT confkit)
 install(EXPORT confkit NAMESPACE confkit:: FILE confkit-targets.cmake DESTINATION ${package_dir})
 
 file(GLOB platform_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/platform/*.h)
+file(GLOB message_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/message/*.h)
 file(GLOB testing_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/testing/*.h)
 install(FILES ${platform_headers} DESTINATION ${header_dir}/platform)
+install(FILES ${message_headers} DESTINATION ${header_dir}/message)
 install(FILES containers/amap.h containers/id_map.h containers/object.h
   DESTINATION ${header_dir}/containers)
 install(FILES ${testing_headers} DESTINATION ${header_dir}/testing)

@@ -13,6 +13,6 @@ if [[ -n $foreign ]]; then
   printf 'Symbols that should not show:\n%s\n' "$foreign"
   exit 1
 fi
-for needed in 'nv::message::' 'nv::Handler::' 'nv::getLooper' 'vtable for AMap'; do
+for needed in 'nv::message::' 'nv::Handler::' 'nv::getLooper' 'nv::stack(' 'vtable for AMap'; do
   grep -qF "$needed" <<<"$symbols" || { echo "Missing: $needed"; exit 1; }
 done
