@@ -159,11 +159,11 @@ int main(int argc, char** argv) {
                                   {"merge unmentioned 40", "copy three 40", 1.0},
                                   {"merge added or removed 12", "copy three 12", 2.5},
                                   {"merge added or removed 40", "copy three 40", 1.0},
-                                  {"isEqual text 12", "copy three 12", 2.0},
+                                  {"isEqual text 12", "copy three 12", 2.5},
                                   {"isEqual text 40", "copy three 40", 1.0},
-                                  {"merge eight all 12", "copy three 12", 12.0},
+                                  {"merge eight all 12", "copy three 12", 20.0},
                                   {"merge eight all 40", "copy three 40", 6.0},
-                                  {"merge eight one 12", "copy three 12", 6.0},
-                                  {"merge eight one 40", "copy three 40", 3.0},
+                                  {"merge eight one 12", "copy three 12", 9.0},
+                                  {"merge eight one 40", "copy three 40", 2.5},
                               });
 }
