@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
+#include <list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -230,6 +231,13 @@ class CONFKIT_API CfgMan {
   /// From `setStore` until the last of its records has become an item.
   bool isReadingStore() const { return storeUnread_ || recordsLeft_ != 0; }
 
+  // Updates that came while the store was being read, and those behind them.
+  bool makesOthersWait() const { return isReadingStore() || !waiting_.empty(); }
+  void wait(UpdateTask task);
+  /// Posts the turn of one update that waits.
+  void postWaiting();
+  void runWaiting();
+
   // Remotes.
   RemoteRec* findRemote(std::uint64_t serial);
   void remoteSays(std::uint64_t serial, const nv::message& msg);
@@ -238,8 +246,7 @@ class CONFKIT_API CfgMan {
   std::unique_ptr<NameIndex> names_;
   bool storeUnread_ = false;
   std::size_t recordsLeft_ = 0;
-  /// Updates that came while the store was being read, in order.
-  std::vector<UpdateTask> waiting_;
+  std::list<UpdateTask> waiting_;  // in the order in which they came
   /// Counts what ends the validity of Item pointers and of their neighbours.
   std::uint64_t treeChanges_ = 0;
   std::uint64_t lastRemote_ = 0;

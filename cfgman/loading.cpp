@@ -48,5 +48,6 @@ void CfgMan::loadRecord(std::uint32_t id) {
 }
 
 void CfgMan::storeRead() {
-  for (auto& task : std::exchange(waiting_, {})) post(std::move(task));
+  const auto watch = token_.watch();
+  for (auto left = waiting_.size(); left-- > 0 && !watch.gone();) postWaiting();
 }

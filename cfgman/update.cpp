@@ -167,12 +167,12 @@ void Update::callApply() {
 }
 
 void Update::callHook() {
-  manager_.curItem = item_;
-  manager_.curKeys = &changed_;
-  const AtEnd clear([this] {
+  // An update that runs within another one's hook gives the place back to it.
+  const AtEnd restore([this, item = std::exchange(manager_.curItem, item_),
+                       keys = std::exchange(manager_.curKeys, &changed_)] {
     if (watch_.gone()) return;
-    manager_.curItem = nullptr;
-    manager_.curKeys = nullptr;
+    manager_.curItem = item;
+    manager_.curKeys = keys;
   });
 
   if (const auto apply = manager_.apply) return apply(&manager_, item_, cfg_, changed_, reply_);

@@ -6,11 +6,26 @@
 #include "cfgman/update.h"
 
 void UpdateTask::run(CfgMan& manager) && {
-  if (source == Source::outside && manager.isReadingStore()) {
-    manager.waiting_.push_back(std::move(*this));
-    return;
-  }
+  if (source == Source::outside && manager.makesOthersWait())
+    return manager.wait(std::move(*this));
   Update(manager, std::move(*this)).run();
+}
+
+void CfgMan::wait(UpdateTask task) {
+  waiting_.push_back(std::move(task));
+  if (!isReadingStore()) postWaiting();
+}
+
+void CfgMan::postWaiting() {
+  runTask->post([watch = token_.watch()] {
+    if (auto* const manager = watch.get()) manager->runWaiting();
+  });
+}
+
+void CfgMan::runWaiting() {
+  auto task = std::move(waiting_.front());
+  waiting_.pop_front();
+  Update(*this, std::move(task)).run();
 }
 
 void CfgMan::post(UpdateTask task) {

@@ -14,8 +14,9 @@ struct UpdateTask {
     neighbour,  ///< a change of the order beside the item
   };
 
-  /// Applies the update, or keeps it aside while the store is still being read: a change made
-  /// earlier could take the id of a record, or break the stored chain.
+  /// Applies the update, or keeps it aside while the store is still being read, and while others
+  /// that came before wait: a change made earlier could take the id of a record, or break the
+  /// stored chain.
   void run(CfgMan& manager) &&;
 
   Source source = Source::outside;
