@@ -50,7 +50,7 @@ struct UpdateTask;
 class CONFKIT_API CfgMan {
  public:
   struct Item;
-  struct ItemLink;
+  class ItemLink;
   struct OrdNode;
   struct RemoteRec;
   class Iterator;
@@ -212,6 +212,8 @@ class CONFKIT_API CfgMan {
 
   void answerRead(const nv::message& cmd, unsigned code);
   nv::message getAll(std::uint32_t flags, const nv::message& cmd, nv::message out);
+  /// Adds what is not configuration. False when the item, or the manager, has gone meanwhile.
+  bool addLive(Item* item, unsigned flags, nv::message& out);
 
   // Items.
   nv::Allocator& allocator();

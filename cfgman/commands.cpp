@@ -139,25 +139,33 @@ message CfgMan::getAll(std::uint32_t flags, const message& cmd, message out) {
 message CfgMan::getMsg(Item* item, unsigned flags) {
   message out = item->config;
   const auto id = item->id;
-  if ((flags & nv::kConfigOnlyBit) == 0) {
-    out.merge(item->state);
-    const auto watch = token_.watch();
-    const auto isThere = [&] { return !watch.gone() && find(id) == item; };
-    if (const auto fill = fillMsg) {
-      fill(out, this, id, flags);
-      if (!isThere()) return out;
-    }
-    if (const auto fill = fillItemMsg) {
-      fill(this, item, out, flags);
-      if (!isThere()) return out;
-    }
-    if (item->about)
-      for (const auto& text : *item->about) out.append(key::about, text());
-  }
+  if ((flags & nv::kConfigOnlyBit) == 0 && !addLive(item, flags, out)) return out;
   out.insert(key::objectId, id);
   if (ordered)
     if (const auto* const next = order->next(*item)) out.insert(key::nextId, next->id);
   return out;
+}
+
+bool CfgMan::addLive(Item* item, unsigned flags, message& out) {
+  out.merge(item->state);
+  const auto watch = token_.watch();
+  const auto isThere = [this, &watch, item, id = item->id] {
+    return !watch.gone() && find(id) == item;
+  };
+  if (const auto fill = fillMsg) {
+    fill(out, this, item->id, flags);
+    if (!isThere()) return false;
+  }
+  if (const auto fill = fillItemMsg) {
+    fill(this, item, out, flags);
+    if (!isThere()) return false;
+  }
+  for (std::size_t k = 0; item->about && k < item->about->size(); ++k) {
+    const auto text = (*item->about)[k];  // the item may drop it meanwhile
+    out.append(key::about, text());
+    if (!isThere()) return false;
+  }
+  return true;
 }
 
 void CfgMan::directUpdateState(Item* item, message upd, vset<unsigned>* keys) {
