@@ -67,8 +67,6 @@ class ServiceProcess {
   pid_t pid() const { return pid_; }
   /// What all its lives have written to standard output and error.
   std::string said() const;
-  /// Memory in use, in bytes.
-  std::size_t memory() const;
 
  private:
   [[noreturn]] void run(int readyFd) const;
