@@ -57,9 +57,11 @@ class CONFKIT_API Looper {
   /// people find the service.
   std::string listen(std::uint32_t address, const std::string& name);
 
-  /// Registers `handler` under `id`. Not owned; it unregisters itself when it is destroyed. The
-  /// handler under the process's own address answers route [address], the others [address, id].
+  /// Registers `handler` under `id`, in place of one that is there. Not owned; it unregisters
+  /// itself when it is destroyed. The handler under the process's own address answers route
+  /// [address], the others [address, id].
   void addHandler(std::uint32_t id, Handler* handler);
+  /// Its subscriptions end. One that is not registered is left as it is.
   void removeHandler(Handler* handler);
 
   /// Sends a request to its key::route without awaiting an answer.

@@ -32,7 +32,8 @@ inline unsigned errorCode(const message& reply) {
 }
 
 /// "2 ok" for a success with tag 2, "2 fe0104" for an error, "~1 7=text" for a notification of
-/// object 7 to subscription 1, "~1 7 gone" for one that says that it is gone.
+/// object 7 to subscription 1, "~1 7 gone" for one that says that it is gone, "~1 ended" for the
+/// end of the subscription.
 inline std::string line(const std::vector<message>& messages) {
   std::ostringstream out;
   for (const auto& msg : messages) {
@@ -40,6 +41,8 @@ inline std::string line(const std::vector<message>& messages) {
     if (msg.get(key::frameKind) == 2) {
       out << '~' << msg.get(key::tag) << ' ' << msg.get(key::objectId);
       msg.get(key::absent) ? out << " gone" : out << '=' << msg.get(key::name);
+    } else if (msg.get(key::frameKind) == 3) {
+      out << '~' << msg.get(key::tag) << " ended";
     } else {
       out << msg.get(key::tag) << ' ';
       isError(msg) ? out << std::hex << errorCode(msg) << std::dec : out << "ok";

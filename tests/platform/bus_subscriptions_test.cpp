@@ -106,6 +106,31 @@ TEST_F(Bus, ASubscriberThatStopsReadingCostsAMarkAnObjectAndDelaysNobody) {
   EXPECT_FALSE(slow->cut());
 }
 
+TEST_F(Bus, ASlowSubscriberIsToldOfARemovalWhateverTheObjectAnswersLater) {
+  ListHandler texts;
+  serve(texts);
+  auto slow = kit.connect();
+  slow->send(command(1, cmd::subscribe));
+  kit.settle();
+  slow->setReading(false);
+  for (int i = 0; !texts.stalled; ++i) {
+    texts.put(1, std::string(10000, 'x') + std::to_string(i));
+    kit.settle();
+  }
+  for (const std::uint32_t id : {2U, 3U, 4U}) texts.texts[id] = "there";
+  texts.notifyChange(2, true, nullptr, {});
+  texts.notifyChange(3, true, nullptr, {});
+  kit.settle();
+  texts.notifyChange(3, false, nullptr, {});
+  texts.notifyChange(4, false, nullptr, {});
+  kit.settle();
+  slow->setReading(true);
+  for (int i = 0; i < 3; ++i) kit.settle();
+  const auto heard = line(slow->received());
+  const std::string late = "~1 2 gone, ~1 3=there, ~1 4=there";
+  EXPECT_EQ(heard.substr(heard.size() - late.size()), late);
+}
+
 TEST_F(Bus, TheEndOfAConnectionDropsItsSubscriptions) {
   ListHandler texts;
   serve(texts);
@@ -132,9 +157,107 @@ TEST_F(Bus, AHandlerMayGoWithNotificationsAndSubscribersLeft) {
   peer->received();
   texts->put(1, "too late");
   texts.reset();
-  EXPECT_EQ(said(*peer), "");
+  EXPECT_EQ(said(*peer), "~1 ended");
   peer->send(command(2, cmd::getCount));
   EXPECT_EQ(said(*peer), "2 fe0102");
+}
+
+TEST_F(Bus, ASubscriptionEndsWhenAnotherHandlerTakesThePlace) {
+  ListHandler before, after;
+  serve(before);
+  auto peer = kit.connect();
+  peer->send(command(1, cmd::subscribe));
+  kit.settle();
+  peer->received();
+  serve(before);  // again: nothing has changed
+  EXPECT_EQ(said(*peer), "");
+  serve(after);
+  EXPECT_EQ(said(*peer), "~1 ended");
+  EXPECT_EQ(before.subscribers, 0);
+  getLooper()->removeHandler(&before);
+  peer->send(command(2, cmd::subscribe));
+  EXPECT_EQ(said(*peer), "2 ok");
+  after.put(1, "one");
+  EXPECT_EQ(said(*peer), "~2 1=one");
+}
+
+/// Destroys itself in one of its own operations.
+class Mortal : public ListHandler {
+ public:
+  static constexpr const char* kPlaces[] = {"subscribe", "unsubscribe", "getObject",
+                                            "stalled",   "resumed",     "cmdGet"};
+  std::string diesIn;
+  std::function<void()> die;
+
+  void* subscribe(const message& request, bool& plain) override {
+    auto* const cookie = ListHandler::subscribe(request, plain);
+    at("subscribe");
+    return cookie;
+  }
+  void unsubscribe(const message&, void*) override { at("unsubscribe"); }
+  message getObject(std::uint32_t id, std::uint32_t flags) override {
+    auto object = ListHandler::getObject(id, flags);
+    at("getObject");
+    return object;
+  }
+  void subscriberStalled(void*) override { at("stalled"); }
+  void subscriberResumed(void*) override { at("resumed"); }
+  message cmdGet(const message&) override {
+    at("cmdGet");
+    return {};
+  }
+
+ private:
+  void at(const std::string& place) {
+    if (place == diesIn) std::exchange(die, {})();
+  }
+};
+
+TEST_F(Bus, AHandlerMayDestroyItselfInAnyOfItsOperations) {
+  for (const std::string place : Mortal::kPlaces) {
+    SCOPED_TRACE(place);
+    auto texts = std::make_unique<Mortal>();
+    serve(*texts);
+    auto peer = kit.connect(), slow = kit.connect();
+    for (std::uint32_t tag = 1; tag <= 3; ++tag) peer->send(command(tag, cmd::subscribe));
+    for (std::uint32_t tag = 1; tag <= 3; ++tag) slow->send(command(tag, cmd::subscribe));
+    EXPECT_EQ(said(*peer), "1 ok, 2 ok, 3 ok");
+    texts->diesIn = place;
+    texts->die = [&] { texts.reset(); };
+
+    slow->setReading(false);
+    for (std::uint32_t id = 1; id <= 100 && texts; ++id) {
+      texts->put(id, std::string(1000, 'x'));
+      kit.settle();
+    }
+    slow->setReading(true);
+    kit.settle();
+    peer->send(command(4, cmd::unsubscribe, 1));
+    peer->send(command(5, cmd::get));
+    peer->send(command(6, cmd::subscribe));
+    kit.settle();
+    const auto heard = line(peer->received());
+    EXPECT_FALSE(texts);
+    EXPECT_NE(heard.find("~2 ended, ~3 ended"), std::string::npos) << heard;
+    slow->received();
+    peer->send(command(7, cmd::getCount));
+    EXPECT_EQ(said(*peer), "7 fe0102");
+    EXPECT_EQ(said(*slow), "");
+  }
+}
+
+TEST_F(Bus, AHandlerMayDestroyItselfWhenASubscriberHangsUp) {
+  auto texts = std::make_unique<Mortal>();
+  serve(*texts);
+  auto leaving = kit.connect(), peer = kit.connect();
+  leaving->send(command(1, cmd::subscribe));
+  leaving->send(command(2, cmd::subscribe));
+  peer->send(command(1, cmd::subscribe));
+  EXPECT_EQ(said(*peer), "1 ok");
+  texts->diesIn = "unsubscribe";
+  texts->die = [&] { texts.reset(); };
+  leaving->close();
+  EXPECT_EQ(said(*peer), "~1 ended");
 }
 
 }  // namespace

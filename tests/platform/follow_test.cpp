@@ -147,15 +147,16 @@ class FollowedPeer {
  public:
   explicit FollowedPeer(Kit& kit) : kit_(kit) {}
 
-  /// Answers subscribe and one page with these objects.
+  /// Answers subscribe and one page with these objects, on a new connection if there is one.
   void answer(const std::map<std::uint32_t, std::string>& objects) {
     kit_.settle();
-    peer = kit_.acceptedPeer();
+    if (auto next = kit_.acceptedPeer()) peer = std::move(next);
     ASSERT_TRUE(peer);
     for (int i = 0; i < 2; ++i) {
       kit_.settle();
       for (const auto& request : peer->received()) {
         message reply{{key::frameKind, 1}, {key::tag, request.get(key::tag)}};
+        if (request.get(key::command) == cmd::subscribe) subscription = request.get(key::tag);
         if (request.get(key::command) == cmd::getAll) {
           std::vector<flat_message> page;
           for (const auto& [id, text] : objects)
@@ -169,6 +170,7 @@ class FollowedPeer {
   }
 
   std::unique_ptr<BusPeer> peer;
+  std::uint32_t subscription = 0;  // the number of the last request to subscribe
 
  private:
   Kit& kit_;
@@ -193,6 +195,40 @@ TEST_F(Loop, AFollowComesBackAfterALostConnectionAndTellsWhatVanished) {
   stopFollow(handle);
   kit.advance(10000);
   EXPECT_EQ(taken(), "");
+}
+
+TEST_F(Loop, AFollowComesBackWhenThereIsAnotherHandler) {
+  auto texts = std::make_unique<ListHandler>();
+  getLooper()->addHandler(7, texts.get());
+  texts->texts = {{1, "one"}, {2, "two"}};
+  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(7, 0), false);
+  kit.settle();
+  EXPECT_EQ(taken(), "1=one 2=two .");
+  texts.reset();
+  kit.advance(1000);
+  EXPECT_EQ(taken(), "") << "a lost handler says nothing of the objects";
+  ListHandler next;
+  next.texts = {{2, "new"}};
+  getLooper()->addHandler(7, &next);
+  kit.advance(3200);
+  EXPECT_EQ(taken(), "2=new -1 .");
+  EXPECT_EQ(next.subscribers, 1);
+  stopFollow(handle);
+}
+
+TEST_F(Loop, AFollowSubscribesAnewWhenItsSubscriptionIsEndedOverTheBus) {
+  kit.serve(kElsewhere);
+  void* const handle =
+      follow([&](const message& msg) { note(word(msg)); }, requestTo(kElsewhere, 0), false);
+  kit.settle();
+  FollowedPeer far(kit);
+  far.answer({{1, "one"}});
+  EXPECT_EQ(taken(), "1=one .");
+  far.peer->send({{key::frameKind, 3}, {key::tag, far.subscription}});
+  kit.advance(200);
+  far.answer({{2, "two"}});
+  EXPECT_EQ(taken(), "2=two -1 .");
+  stopFollow(handle);
 }
 
 TEST_F(Loop, ATestMayAnswerFollowsAndPostsItself) {

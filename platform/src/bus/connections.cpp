@@ -222,6 +222,8 @@ void Connections::frameArrived(std::uint32_t number, std::span<const unsigned ch
     events_.replyArrived(tag, std::move(*msg));
   else if (kind == Frame::notification)
     events_.notificationArrived(tag, std::move(*msg));
+  else if (kind == Frame::ended)
+    events_.subscriptionEnded(tag);
   else
     cut(number, "a service sent a request");
 }

@@ -25,6 +25,7 @@ class ConnectionEvents {
   virtual void requestArrived(message request) = 0;
   virtual void replyArrived(std::uint32_t tag, message reply) = 0;
   virtual void notificationArrived(std::uint32_t tag, message notification) = 0;
+  virtual void subscriptionEnded(std::uint32_t tag) = 0;
 };
 
 /// Frames are a length (u32, little-endian, of what follows) and a flat message. A client's

@@ -9,7 +9,8 @@
 namespace nv {
 
 /// The value of key::frameKind. A request has none.
-enum class Frame : std::uint32_t { request = 0, reply = 1, notification = 2 };
+/// `ended`: the handler is gone, no notification follows.
+enum class Frame : std::uint32_t { request = 0, reply = 1, notification = 2, ended = 3 };
 
 /// The requester of what a process asks its own handlers.
 inline constexpr std::uint32_t kSelf = 0xbfffffff;

@@ -42,13 +42,16 @@ std::string Looper::listen(std::uint32_t address, const std::string& name) {
 }
 
 void Looper::addHandler(std::uint32_t id, Handler* handler) {
-  impl_->handlers[id] = handler;
+  auto* const before = std::exchange(impl_->handlers[id], handler);
   if (handler->hasNotifies()) impl_->toFlush.insert(handler);
+  if (before && !impl_->isRegistered(before)) before->endSubscriptions();
 }
 
 void Looper::removeHandler(Handler* handler) {
-  std::erase_if(impl_->handlers, [handler](const auto& entry) { return entry.second == handler; });
   impl_->toFlush.erase(handler);
+  const auto removed = std::erase_if(
+      impl_->handlers, [handler](const auto& entry) { return entry.second == handler; });
+  if (removed > 0) handler->endSubscriptions();
 }
 
 void Looper::send(message request) {

@@ -68,6 +68,11 @@ bool Looper::Impl::isLocal(const std::vector<std::uint32_t>& route) const {
   return route.size() == 1 && handlers.contains(route[0]);
 }
 
+bool Looper::Impl::isRegistered(const Handler* handler) const {
+  return std::any_of(handlers.begin(), handlers.end(),
+                     [handler](const auto& entry) { return entry.second == handler; });
+}
+
 std::vector<std::uint32_t> Looper::Impl::routeOf(const Handler& handler) const {
   for (const auto& [id, registered] : handlers) {
     if (registered != &handler) continue;
@@ -93,7 +98,8 @@ void Looper::Impl::dispatch(const message& request) {
 // --- what is said
 
 void Looper::Impl::say(Outgoing outgoing) {
-  if (outgoing.kind == Outgoing::Kind::reply || outgoing.kind == Outgoing::Kind::notification)
+  using Kind = Outgoing::Kind;
+  if (outgoing.kind != Kind::request && outgoing.kind != Kind::undo)
     connections.expect(outgoing.connection, outgoing.msg.bytes().size());
   if (turnDepth_ == 0) settleTurn();  // said outside of any turn, it waits for all that was stored
   const Turn turn(*this);
@@ -122,6 +128,11 @@ void Looper::Impl::notify(std::uint32_t connection, std::uint32_t tag, message m
   say({Outgoing::Kind::notification, connection, tag, std::move(msg)});
 }
 
+void Looper::Impl::endSubscription(std::uint32_t connection, std::uint32_t tag) {
+  settleTurn();
+  say({Outgoing::Kind::ended, connection, tag, {}});
+}
+
 void Looper::Impl::publishUndo(message record) {
   say({Outgoing::Kind::undo, 0, 0, std::move(record)});
 }
@@ -133,15 +144,24 @@ void Looper::Impl::deliverOutgoing(Outgoing&& outgoing) {
   if (outgoing.kind == Kind::undo) return undo.add(std::move(outgoing.msg));
   if (outgoing.kind == Kind::request) return deliverRequest(std::move(outgoing));
 
-  const bool isReply = outgoing.kind == Kind::reply;
-  if (outgoing.connection != kSelf) {
-    connections.expected(outgoing.connection, outgoing.msg.bytes().size());
-    return connections.send(outgoing.connection, isReply ? Frame::reply : Frame::notification,
-                            outgoing.tag, std::move(outgoing.msg));
-  }
-  localWork.push_back([this, isReply, tag = outgoing.tag, msg = std::move(outgoing.msg)] {
-    isReply ? requests.answer(tag, msg) : requests.notify(tag, msg);
-  });
+  if (outgoing.connection == kSelf) return deliverToSelf(std::move(outgoing));
+
+  const auto frame = outgoing.kind == Kind::reply          ? Frame::reply
+                     : outgoing.kind == Kind::notification ? Frame::notification
+                                                           : Frame::ended;
+  connections.expected(outgoing.connection, outgoing.msg.bytes().size());
+  connections.send(outgoing.connection, frame, outgoing.tag, std::move(outgoing.msg));
+}
+
+void Looper::Impl::deliverToSelf(Outgoing&& outgoing) {
+  localWork.push_back(
+      [this, kind = outgoing.kind, tag = outgoing.tag, msg = std::move(outgoing.msg)] {
+        switch (kind) {
+          case Outgoing::Kind::reply: return requests.answer(tag, msg);
+          case Outgoing::Kind::notification: return requests.notify(tag, msg);
+          default: return requests.ended(tag);
+        }
+      });
 }
 
 void Looper::Impl::deliverRequest(Outgoing&& outgoing) {
@@ -274,13 +294,10 @@ void Looper::Impl::flushNotifies() {
         found->second->connectionDrained(connection);
     }
   for (const auto handler : std::exchange(toFlush, {})) {
+    const Turn turn(*this);
     // One that was flushed before may have destroyed this one: only a registered one is alive for
     // sure.
-    const auto alive = std::any_of(handlers.begin(), handlers.end(), [handler](const auto& entry) {
-      return entry.second == handler;
-    });
-    const Turn turn(*this);
-    if (alive) handler->flushNotifies();
+    if (isRegistered(handler)) handler->flushNotifies();
   }
 }
 
@@ -327,6 +344,11 @@ void Looper::Impl::replyArrived(std::uint32_t tag, message reply) {
 void Looper::Impl::notificationArrived(std::uint32_t tag, message notification) {
   const Turn turn(*this);
   requests.notify(tag, notification);
+}
+
+void Looper::Impl::subscriptionEnded(std::uint32_t tag) {
+  const Turn turn(*this);
+  requests.ended(tag);
 }
 
 }  // namespace nv

@@ -44,6 +44,7 @@ struct Looper::Impl : ConnectionEvents {
   /// The handler that a route leads to in this process; null: it leads elsewhere, or nowhere.
   Handler* localHandler(const std::vector<std::uint32_t>& route) const;
   bool isLocal(const std::vector<std::uint32_t>& route) const;
+  bool isRegistered(const Handler* handler) const;
   std::vector<std::uint32_t> routeOf(const Handler& handler) const;
   std::vector<std::uint32_t> handlerIds() const;
   void dispatch(const message& request);
@@ -52,6 +53,8 @@ struct Looper::Impl : ConnectionEvents {
   void request(std::uint32_t tag, message msg);
   void reply(const message& request, message msg);
   void notify(std::uint32_t connection, std::uint32_t tag, message msg);
+  /// No notification of a subscription follows.
+  void endSubscription(std::uint32_t connection, std::uint32_t tag);
   void publishUndo(message record);
   /// What this turn says waits for all changes made so far, by whomever.
   void settleTurn() { settleTurn_ = true; }
@@ -74,6 +77,7 @@ struct Looper::Impl : ConnectionEvents {
   void requestArrived(message request) override;
   void replyArrived(std::uint32_t tag, message reply) override;
   void notificationArrived(std::uint32_t tag, message notification) override;
+  void subscriptionEnded(std::uint32_t tag) override;
 
   Limits limits;
   std::unique_ptr<LoopEngine> loop;
@@ -95,6 +99,7 @@ struct Looper::Impl : ConnectionEvents {
  private:
   void say(Outgoing outgoing);
   void deliverOutgoing(Outgoing&& outgoing);
+  void deliverToSelf(Outgoing&& outgoing);
   void deliverRequest(Outgoing&& outgoing);
   void releaseDurable();
   void storeFailed(const std::string& error);
