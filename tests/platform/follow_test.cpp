@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/observer.h"
 #include "platform/post.h"
 #include "tests/platform/loop_fixture.h"
 
@@ -228,6 +229,38 @@ TEST_F(Loop, AFollowSubscribesAnewWhenItsSubscriptionIsEndedOverTheBus) {
   kit.advance(200);
   far.answer({{2, "two"}});
   EXPECT_EQ(taken(), "2=two -1 .");
+  stopFollow(handle);
+}
+
+TEST_F(Loop, WhatAnObserverAnswersAtOnceArrivesInTheNextPass) {
+  struct Eager : Observer {
+    bool follow(void*, const message&, bool, std::function<void(const message&)> deliver) override {
+      deliver({{key::objectId, 1}, {key::name, "one"}});
+      deliver({});
+      feed = std::move(deliver);
+      return true;
+    }
+    bool post(const message&, std::function<void(const message&)> answer) override {
+      answer({{key::count, 3}});
+      answer({{key::count, 4}});
+      return true;
+    }
+    std::function<void(const message&)> feed;
+  } eager;
+  setObserver(&eager);
+  void* const handle =
+      follow([&](const message& msg) { note(word(msg)); }, requestTo(kElsewhere, 0), true);
+  auto request = requestTo(kElsewhere, cmd::getCount);
+  const Post post(
+      request, [&](const message& reply) { note(std::to_string(reply.get(key::count))); }, 1000);
+  eager.feed({{key::objectId, 2}, {key::name, "two"}});
+  EXPECT_EQ(taken(), "");
+  EXPECT_TRUE(post.pending());
+  kit.settle();
+  EXPECT_EQ(taken(), "1=one . 3 2=two");
+  eager.feed({{key::objectId, 1}, {key::name, "new"}});
+  EXPECT_EQ(taken(), "1=new");
+  setObserver(nullptr);
   stopFollow(handle);
 }
 
