@@ -90,7 +90,8 @@ class CONFKIT_API Handler {
   /// what `getObject` answers then, and that the object is removed when the last call said so.
   void notifyChange(std::uint32_t id, bool removed, void* cookie, const message& extra);
   /// Publishes a command that would revert the change made by `request`, with a text for people.
-  /// Clients read the last ones with cmd::getUndo, from when the change is on disk.
+  /// Clients read this handler's last ones with cmd::getUndo, from when the change is on disk. All
+  /// handlers of the process share the room for them (Limits::undoRecords, Limits::undoBytes).
   void sendUndo(const message& request, const message& undo, const std::string& description);
 
   /// What clients are told of this handler: a word that names it, and its keys.

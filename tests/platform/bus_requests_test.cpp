@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/describe.h"
+#include "platform/undo_log.h"
 #include "tests/platform/bus_fixture.h"
 
 namespace nv::testkit {
@@ -147,6 +148,40 @@ TEST_F(Bus, FramesArriveWhateverTheirPieces) {
     }
     EXPECT_EQ(said(*peer), "1 ok, 2 ok, 3 ok") << piece;
   }
+}
+
+TEST_F(Bus, AHandlerTellsItsOwnUndoRecordsPageByPage) {
+  ListHandler first, second;
+  serve(first);
+  getLooper()->addHandler(9, &second);
+  auto peer = kit.connect();
+  const auto toSecond = [](message request) {
+    request.insert_vector(key::route, kAddress, 9);
+    return request;
+  };
+  for (std::uint32_t id = 1; id <= 6; ++id) {
+    auto change = setText(id, id, "x");
+    peer->send(id % 2 == 0 ? toSecond(change) : change);
+  }
+  kit.settle();
+  peer->received();
+  /// The ids that the handler's records would remove, newest first, '/' between pages of two.
+  const auto undone = [&](const std::function<message(message)>& routed) {
+    std::string ids;
+    for (auto start = kNoId;;) {
+      peer->send(
+          routed(command(1, cmd::getUndo).insert(key::startId, start).insert(key::maxCount, 2)));
+      kit.settle();
+      const auto page = peer->received().at(0);
+      for (const auto& record : page.get(key::objects))
+        ids += std::to_string(message(message(record).get(undo_key::command)).get(key::objectId));
+      if (!page.has(key::startId)) return ids;
+      start = page.get(key::startId);
+      ids += '/';
+    }
+  };
+  EXPECT_EQ(undone([](message request) { return request; }), "53/1");
+  EXPECT_EQ(undone(toSecond), "64/2");
 }
 
 TEST_F(Bus, AHandlerDescribesItself) {

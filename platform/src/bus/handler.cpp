@@ -70,7 +70,7 @@ message Handler::answer(const message& cmd, unsigned code) {
     case cmd::subscribe: return subscribers_->add(cmd);
     case cmd::unsubscribe: return subscribers_->end(cmd);
     case cmd::describe: return describeHandler(*this, objectCount());
-    case cmd::getUndo: return theLoop().undo.page(cmd);
+    case cmd::getUndo: return theLoop().undo.page(cmd, theLoop().routeOf(*this));
     default: return notTaken();
   }
 }
