@@ -67,7 +67,8 @@ class CONFKIT_API Looper {
   /// Sends a request to its key::route without awaiting an answer.
   void send(message request);
 
-  /// Runs passes until `stop`; then waits for the store and returns stop's status.
+  /// Runs passes until `stop`; then waits for the store and returns stop's status. A process
+  /// without a loop engine cannot wait: it gets a line on the standard error stream and status 1.
   int run();
   /// Can be called from a signal handler.
   void stop(int status = 0);

@@ -75,6 +75,47 @@ TEST_F(Loop, APostWithoutAnswerEndsInAnErrorThatSaysWhy) {
   EXPECT_EQ(codes, (std::vector<unsigned>{err::noRoute, err::timedOut, err::noRoute}));
 }
 
+TEST_F(Loop, ABusyServiceIsTriedAgainWhileAnAnswerIsAwaited) {
+  kit.serve(kElsewhere);
+  kit.setBusy(kElsewhere, true);
+  const auto asked = [](std::uint32_t id) {
+    return requestTo(kElsewhere, cmd::getObj).insert(key::objectId, id);
+  };
+  const auto heard = [&](const message& reply) { note(isError(reply) ? getError(reply) : "ok"); };
+  std::vector<message> requests{asked(1), asked(2), asked(3), asked(4)};
+  const Post tooShort(requests[0], heard, 100);
+  const Post patient(requests[1], heard, 5000);
+  Post cancelled(requests[2], heard, 5000);
+  getLooper()->send(asked(5));
+  kit.advance(1000);
+  EXPECT_EQ(taken(), "the service takes no more connections for now");
+  cancelled.cancel();
+  kit.setBusy(kElsewhere, false);
+  const Post behind(requests[3], heard, 5000);
+  kit.advance(100);
+  const auto service = kit.acceptedPeer();
+  ASSERT_TRUE(service);
+  std::string arrived;
+  for (const auto& request : service->received()) {
+    arrived += std::to_string(request.get(key::objectId));
+    service->send({{key::frameKind, 1}, {key::tag, request.get(key::tag)}});
+  }
+  EXPECT_EQ(arrived, "254") << "in the order in which they were made";
+  kit.advance(10000);
+  EXPECT_EQ(taken(), "ok ok");
+}
+
+TEST_F(Loop, ABusyServiceIsNotTriedForEverWhenNobodyAwaitsAnAnswer) {
+  kit.serve(kElsewhere);
+  kit.setBusy(kElsewhere, true);
+  getLooper()->send(requestTo(kElsewhere, cmd::runScript));
+  kit.advance(60000);
+  EXPECT_FALSE(getLooper()->nextTimer());
+  kit.setBusy(kElsewhere, false);
+  kit.advance(60000);
+  EXPECT_FALSE(kit.acceptedPeer());
+}
+
 TEST_F(Loop, ACancelledPostIsSilentAndAnEmptyFunctionIsAllowed) {
   ListHandler texts;
   getLooper()->addHandler(7, &texts);

@@ -70,5 +70,13 @@ TEST_F(Loop, AHookBeforeSleepRunsInEveryPassAndWhatItArmsInTheNext) {
   EXPECT_EQ(fired, 1);
 }
 
+TEST(LoopWithoutAnEngine, SaysThatItCannotRunInsteadOfSpinning) {
+  getLooper()->assemble({});
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(getLooper()->run(), EXIT_FAILURE);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "the loop of this process has nothing to wait with: make a Service, or connectBus\n");
+}
+
 }  // namespace
 }  // namespace nv::testkit

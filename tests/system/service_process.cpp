@@ -111,8 +111,8 @@ void ServiceProcess::run(int readyFd) const {
   setrlimit(RLIMIT_FSIZE, &limit);
 
   auto words = programWords();
-  for (const auto& word : {std::to_string(readyFd), std::string("--bus"), bus_.string(),
-                           std::string("--store"), storeFile_.string()})
+  for (const auto& word : {std::to_string(readyFd), std::to_string(address_), std::string("--bus"),
+                           bus_.string(), std::string("--store"), storeFile_.string()})
     words.push_back(word);
   std::vector<char*> argv;
   for (auto& word : words) argv.push_back(word.data());

@@ -41,17 +41,19 @@ std::string Connections::listen(std::uint32_t address, const std::string& name) 
   return transport_ ? transport_->listen(address, name) : "there is no bus";
 }
 
-std::uint32_t Connections::to(std::uint32_t address) {
+Transport::Connected Connections::to(std::uint32_t address) {
   const auto known = byAddress_.find(address);
-  if (known != byAddress_.end()) return known->second;
-  const auto number = transport_ ? transport_->connect(address) : 0;
-  if (number == 0) return 0;
+  if (known != byAddress_.end()) return {.connection = known->second};
+  if (!transport_) return {.error = "there is no bus"};
+  auto connected = transport_->connect(address);
+  const auto number = connected.connection;
+  if (number == 0) return connected;
   Connection connection{};
   connection.client = false;
   connection.address = address;
   connections_.emplace(number, std::move(connection));
   byAddress_.emplace(address, number);
-  return number;
+  return connected;
 }
 
 bool Connections::claimReply(std::uint32_t connection, std::uint32_t tag) {

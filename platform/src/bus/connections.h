@@ -39,8 +39,8 @@ class Connections : public TransportEvents {
               ConnectionEvents& events);
 
   std::string listen(std::uint32_t address, const std::string& name);
-  /// The connection to a service, made when there is none; 0 when nobody listens there.
-  std::uint32_t to(std::uint32_t address);
+  /// The connection to a service, made when there is none.
+  Transport::Connected to(std::uint32_t address);
 
   /// Marks a request as answered; it stays in flight until the answer is sent. False: it is not
   /// awaited (any more), or the connection is gone.

@@ -26,10 +26,18 @@ std::uint32_t Requests::await(Function done, std::uint32_t timeout) {
   const auto tag = freshTag();
   auto& awaited = awaited_[tag];
   awaited.done = std::move(done);
-  if (timeout != 0)
-    awaited.timeout =
-        Timer(timeout, [this, tag] { answer(tag, errorMsg(err::timedOut, "no answer in time")); });
+  if (timeout != 0) awaited.timeout = Timer(timeout, [this, tag] { timedOut(tag); });
   return tag;
+}
+
+void Requests::timedOut(std::uint32_t tag) {
+  const auto delay = awaited_.at(tag).delay;
+  answer(tag, errorMsg(err::timedOut, delay.empty() ? "no answer in time" : delay));
+}
+
+void Requests::delayed(std::uint32_t tag, std::string why) {
+  if (const auto awaited = awaited_.find(tag); awaited != awaited_.end())
+    awaited->second.delay = std::move(why);
 }
 
 void Requests::listen(std::uint32_t tag, Function notify, std::function<void()> lost) {
@@ -43,8 +51,10 @@ void Requests::forget(std::uint32_t tag) {
 }
 
 void Requests::sentOver(std::uint32_t tag, std::uint32_t connection) {
-  if (const auto awaited = awaited_.find(tag); awaited != awaited_.end())
+  if (const auto awaited = awaited_.find(tag); awaited != awaited_.end()) {
     awaited->second.connection = connection;
+    awaited->second.delay.clear();
+  }
   if (const auto listener = listeners_.find(tag); listener != listeners_.end())
     listener->second->connection = connection;
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 #include <unordered_map>
 
 #include "platform/message.h"
@@ -27,6 +28,9 @@ class Requests {
   void forget(std::uint32_t tag);
   bool awaits(std::uint32_t tag) const { return awaited_.contains(tag); }
 
+  /// The request with `tag` cannot go out yet; when its time is over meanwhile, its answer says
+  /// why.
+  void delayed(std::uint32_t tag, std::string why);
   /// The request with `tag` went out over a connection.
   void sentOver(std::uint32_t tag, std::uint32_t connection);
   /// Hands over an answer; nothing happens when nobody awaits it.
@@ -37,10 +41,13 @@ class Requests {
   void connectionLost(std::uint32_t connection);
 
  private:
+  void timedOut(std::uint32_t tag);
+
   struct Awaited {
     Function done;
     std::uint32_t connection = 0;
-    Timer timeout;
+    Timer timeout = {};
+    std::string delay = {};  // why it has not gone out
   };
   struct Listener {
     Function notify;

@@ -40,6 +40,16 @@ bool addressOf(const fs::path& path, sockaddr_un& address) {
   return true;
 }
 
+/// What errno says of a connect.
+Transport::Connected notConnected(const fs::path& path) {
+  switch (errno) {
+    case ENOENT:
+    case ECONNREFUSED: return {.error = "nobody listens there"};
+    case EAGAIN: return {.busy = true};
+    default: return {.error = because("cannot connect to", path)};
+  }
+}
+
 int unixSocket() { return socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
 }  // namespace
 
@@ -73,34 +83,43 @@ UnixTransport::~UnixTransport() {
              [](uv_handle_t* handle) { delete reinterpret_cast<uv_pipe_t*>(handle); });
     std::error_code ignored;
     fs::remove(ownSocket_, ignored);
-    if (!ownName_.empty()) fs::remove(ownName_, ignored);
+    if (!ownName_.empty() && fs::read_symlink(ownName_, ignored) == ownSocket_.filename())
+      fs::remove(ownName_, ignored);
   }
-  if (lock_ >= 0) ::close(lock_);
+  for (const int lock : locks_) ::close(lock);
 }
 
 std::string UnixTransport::listen(std::uint32_t address, const std::string& name) {
   std::error_code failed;
   fs::create_directories(directory_, failed);
   if (failed) return "cannot make " + directory_.string() + ": " + failed.message();
-  if (auto error = lockAddress(address); !error.empty()) return error;
+  const auto number = std::to_string(address);
+  if (auto error = lock(number + ".lock", "address " + number); !error.empty()) return error;
+  if (!name.empty())
+    if (auto error = lock(name + ".lock", "the name " + name); !error.empty()) return error;
 
-  ownSocket_ = directory_ / (std::to_string(address) + ".sock");
+  ownSocket_ = directory_ / (number + ".sock");
   fs::remove(ownSocket_, failed);
   if (auto error = openListener(ownSocket_); !error.empty()) return error;
-  if (name.empty()) return {};
-  ownName_ = directory_ / name;
-  fs::remove(ownName_, failed);
-  fs::create_symlink(ownSocket_.filename(), ownName_, failed);
-  return failed ? "cannot make " + ownName_.string() + ": " + failed.message() : "";
+  return name.empty() ? "" : makeLink(name);
 }
 
-std::string UnixTransport::lockAddress(std::uint32_t address) {
-  const auto path = directory_ / (std::to_string(address) + ".lock");
-  lock_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (lock_ < 0) return because("cannot open", path);
-  if (flock(lock_, LOCK_EX | LOCK_NB) == 0) return {};
-  return "address " + std::to_string(address) + " on " + directory_.string() +
-         " is taken by another process";
+std::string UnixTransport::lock(const std::string& file, const std::string& what) {
+  const auto path = directory_ / file;
+  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (fd < 0) return because("cannot open", path);
+  locks_.push_back(fd);
+  if (flock(fd, LOCK_EX | LOCK_NB) == 0) return {};
+  return what + " on " + directory_.string() + " is taken by another process";
+}
+
+std::string UnixTransport::makeLink(const std::string& name) {
+  ownName_ = directory_ / name;
+  std::error_code failed;
+  // A dead service may have left it. Anything else that stands there is not ours to remove.
+  if (fs::is_symlink(ownName_, failed)) fs::remove(ownName_, failed);
+  fs::create_symlink(ownSocket_.filename(), ownName_, failed);
+  return failed ? "cannot make " + ownName_.string() + ": " + failed.message() : "";
 }
 
 std::string UnixTransport::openListener(const fs::path& path) {
@@ -136,20 +155,22 @@ void UnixTransport::acceptOne() {
   events_->accepted(add(std::move(socket)), peer);
 }
 
-std::uint32_t UnixTransport::connect(std::uint32_t address) {
+Transport::Connected UnixTransport::connect(std::uint32_t address) {
+  const auto path = directory_ / (std::to_string(address) + ".sock");
   sockaddr_un target;
-  if (!addressOf(directory_ / (std::to_string(address) + ".sock"), target)) return 0;
+  if (!addressOf(path, target)) return {.error = "the path " + path.string() + " is too long"};
   const int fd = unixSocket();
-  if (fd < 0) return 0;
+  if (fd < 0) return {.error = because("cannot make a socket for", path)};
   // A Unix socket connects at once or not at all.
   if (::connect(fd, reinterpret_cast<const sockaddr*>(&target), sizeof target) != 0) {
+    auto failed = notConnected(path);
     ::close(fd);
-    return 0;
+    return failed;
   }
   auto socket = std::make_unique<Socket>();
   uv_pipe_init(loop_.uv(), &socket->pipe, 0);
   uv_pipe_open(&socket->pipe, fd);
-  return add(std::move(socket));
+  return {.connection = add(std::move(socket))};
 }
 
 std::uint32_t UnixTransport::freeNumber() {

@@ -15,9 +15,9 @@
 
 namespace nv {
 
-/// Address 100 is the socket `100.sock` of the directory; `100.lock` is held locked by the process
-/// that has it, so that a socket left by a killed one is told from one in use, and a symbolic link
-/// with the service's name leads to the socket.
+/// Address 100 is the socket `100.sock` of the directory, and a symbolic link with the service's name
+/// leads there. `100.lock` and `<name>.lock` are held locked by the process that has them, so that
+/// what a killed one left behind is told from what is in use.
 class UnixTransport : public Transport {
  public:
   UnixTransport(UvLoop& loop, std::filesystem::path directory, unsigned socketMode);
@@ -25,7 +25,7 @@ class UnixTransport : public Transport {
 
   void start(TransportEvents& events) override { events_ = &events; }
   std::string listen(std::uint32_t address, const std::string& name) override;
-  std::uint32_t connect(std::uint32_t address) override;
+  Connected connect(std::uint32_t address) override;
   void send(std::uint32_t connection, std::span<const unsigned char> bytes) override;
   void flush() override;
   std::size_t queued(std::uint32_t connection) const override;
@@ -35,7 +35,9 @@ class UnixTransport : public Transport {
  private:
   struct Socket;
 
-  std::string lockAddress(std::uint32_t address);
+  /// Takes `file` of the directory; `what` it stands for is said in the line that says why not.
+  std::string lock(const std::string& file, const std::string& what);
+  std::string makeLink(const std::string& name);
   std::string openListener(const std::filesystem::path& path);
   void acceptOne();
   std::uint32_t freeNumber();
@@ -54,7 +56,7 @@ class UnixTransport : public Transport {
   std::filesystem::path directory_;
   unsigned socketMode_;
   TransportEvents* events_ = nullptr;
-  int lock_ = -1;
+  std::vector<int> locks_;
   uv_pipe_t* listener_ = nullptr;
   std::filesystem::path ownSocket_, ownName_;
   std::unordered_map<std::uint32_t, Socket*> sockets_;  // freed by their close callbacks

@@ -1,6 +1,7 @@
 #include "platform/looper.h"
 
 #include <cstdlib>
+#include <iostream>
 #include <utility>
 
 #include <unistd.h>
@@ -60,6 +61,11 @@ void Looper::send(message request) {
 }
 
 int Looper::run() {
+  if (!impl_->loop) {
+    std::cerr << "the loop of this process has nothing to wait with: make a Service, or connectBus"
+              << std::endl;
+    return EXIT_FAILURE;
+  }
   while (!impl_->stopping) runOnce(true);
   runOnce(false);  // what the last turn said and stored
   impl_->drain();

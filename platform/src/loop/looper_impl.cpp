@@ -174,14 +174,27 @@ void Looper::Impl::deliverRequest(Outgoing&& outgoing) {
     localWork.push_back([this, msg = std::move(msg)] { dispatch(msg); });
     return;
   }
-  const auto connection = route.empty() ? 0 : connections.to(route[0]);
-  if (connection != 0) {
-    requests.sentOver(outgoing.tag, connection);
-    return connections.send(connection, Frame::request, outgoing.tag, std::move(msg));
+  const auto service = route.empty() ? 0 : route[0];
+  if (waitingRequests.holds(service) || !sendToService(outgoing))
+    waitingRequests.add(service, std::move(outgoing));
+}
+
+/// Sends a request to another process, or answers it when that cannot be. False: the service takes
+/// no connection for the moment.
+bool Looper::Impl::sendToService(Outgoing& outgoing) {
+  const auto route = outgoing.msg.get(key::route);
+  auto connected = connections.to(route.empty() ? 0 : route[0]);
+  if (connected.connection != 0) {
+    requests.sentOver(outgoing.tag, connected.connection);
+    connections.send(connected.connection, Frame::request, outgoing.tag, std::move(outgoing.msg));
+  } else if (connected.busy) {
+    return false;
+  } else {
+    localWork.push_back([this, tag = outgoing.tag, why = std::move(connected.error)] {
+      requests.answer(tag, errorMsg(err::noRoute, why));
+    });
   }
-  localWork.push_back([this, tag = outgoing.tag] {
-    requests.answer(tag, errorMsg(err::noRoute, "nobody listens there"));
-  });
+  return true;
 }
 
 // --- the phases of a pass

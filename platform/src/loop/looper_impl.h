@@ -17,6 +17,7 @@
 #include "platform/src/bus/connections.h"
 #include "platform/src/bus/requests.h"
 #include "platform/src/bus/undo_log.h"
+#include "platform/src/bus/waiting_requests.h"
 #include "platform/src/loop/outbox.h"
 #include "platform/src/loop/timer_queue.h"
 #include "platform/src/store/commit_queue.h"
@@ -86,6 +87,7 @@ struct Looper::Impl : ConnectionEvents {
   TimerQueue timers;
   Outbox outbox;
   Requests requests;
+  WaitingRequests waitingRequests{requests, [this](Outgoing& it) { return sendToService(it); }};
   UndoLog undo;
   Connections connections;
   std::optional<std::uint32_t> address;         // taken on the bus
@@ -101,6 +103,7 @@ struct Looper::Impl : ConnectionEvents {
   void deliverOutgoing(Outgoing&& outgoing);
   void deliverToSelf(Outgoing&& outgoing);
   void deliverRequest(Outgoing&& outgoing);
+  bool sendToService(Outgoing& outgoing);
   void releaseDurable();
   void storeFailed(const std::string& error);
   bool shouldLinger();
