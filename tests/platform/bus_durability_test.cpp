@@ -79,6 +79,55 @@ TEST_F(Bus, AFailedCommitIsAnErrorToWhoWaitsAndTheEndOfTheProcess) {
   EXPECT_TRUE(stores.get("texts", 7).empty());
 }
 
+TEST_F(Bus, WhenACommitFailsGetsAreStillAnsweredAndOnlyWhatWaitsForItIsLost) {
+  ListHandler texts("texts");
+  serve(texts);
+  texts.texts[1] = "one";
+  auto writer = kit.connect(), reader = kit.connect();
+  kit.engine().hold();
+  writer->send(setText(1, 7, "seven"));
+  EXPECT_EQ(said(*writer), "");
+  // Both come in the pass that hears of the failure.
+  writer->send(setText(2, 8, "eight"));
+  reader->send(command(1, cmd::getObj, 1));
+  reader->send(command(2, cmd::getObj, 1).insert(key::settled, true));
+  kit.engine().failCommit(1, "the disk is on fire");
+  kit.engine().release();
+  EXPECT_EQ(said(*reader), "1 ok, 2 fe0105");
+  EXPECT_EQ(line(writer->received()), "1 fe0105, 2 fe0105");
+  EXPECT_EQ(kit.exitStatus(), Looper::kNotStored);
+  EXPECT_TRUE(stores.records("texts").empty());
+}
+
+TEST_F(Bus, StoppingWaitsForTheCommitUnderWayAndForTheNext) {
+  ListHandler texts("texts");
+  serve(texts);
+  auto writer = kit.connect();
+  kit.engine().hold();
+  writer->send(setText(1, 7, "seven"));
+  kit.settle();
+  writer->send(setText(2, 8, "eight"));
+  EXPECT_EQ(said(*writer), "");
+  getLooper()->stop(3);
+  EXPECT_EQ(getLooper()->run(), 3);
+  EXPECT_EQ(line(writer->received()), "1 ok, 2 ok");
+  EXPECT_EQ(stores.records("texts").size(), 2U);
+}
+
+TEST_F(Bus, StoppingWhileACommitFailsEndsAsAnyFailure) {
+  ListHandler texts("texts");
+  serve(texts);
+  auto writer = kit.connect();
+  kit.engine().hold();
+  kit.engine().failCommit(1, "the disk is on fire");
+  writer->send(setText(1, 7, "seven"));
+  kit.settle();
+  getLooper()->stop();
+  getLooper()->run();
+  EXPECT_EQ(line(writer->received()), "1 fe0105");
+  EXPECT_EQ(kit.exitStatus(), Looper::kNotStored);
+}
+
 TEST_F(Bus, AFullDiskRefusesChangesAndServesReads) {
   ListHandler texts("texts");
   serve(texts);

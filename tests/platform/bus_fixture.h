@@ -53,7 +53,7 @@ inline std::string line(const std::vector<message>& messages) {
 
 class Bus : public ::testing::Test {
  protected:
-  Bus() { kit.listen(kAddress); }
+  explicit Bus(const Limits& limits = {}) : kit(stores, limits) { kit.listen(kAddress); }
 
   void serve(ListHandler& handler) { getLooper()->addHandler(kAddress, &handler); }
 
@@ -63,7 +63,7 @@ class Bus : public ::testing::Test {
   }
 
   MemoryStores stores;
-  Kit kit{stores};
+  Kit kit;
 };
 
 }  // namespace nv::testkit

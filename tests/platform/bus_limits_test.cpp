@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/undo_log.h"
 #include "tests/platform/bus_fixture.h"
 
 namespace nv::testkit {
@@ -121,6 +122,70 @@ TEST_F(Bus, AClientThatDoesNotReadItsRepliesIsNotReadEither) {
   for (int i = 0; i < 1100; ++i) kit.pass();
   EXPECT_EQ(texts.fetches, 1000);
   EXPECT_EQ(peer->received().size(), 1000U);
+}
+
+/// Answers no get before it is told to.
+struct LateHandler : ListHandler {
+  message cmdGetObj(const message& request, std::uint32_t) override {
+    waiting.push_back(request);
+    return {{key::replyMarker, kNoId}};
+  }
+  void answerAll(const message& reply) {
+    for (const auto& request : std::exchange(waiting, {})) replyMessage(request, reply);
+  }
+  std::vector<message> waiting;
+};
+
+class TightBus : public Bus {
+ protected:
+  TightBus() : Bus({.queuedBytes = 2000, .maxQueuedBytes = 20000, .undoBytes = 10000}) {}
+};
+
+TEST_F(TightBus, AClientThatDoesNotReadWhatItHasAskedForIsCut) {
+  LateHandler texts;
+  serve(texts);
+  auto idle = kit.connect(), reading = kit.connect();
+  for (std::uint32_t tag = 1; tag <= 30; ++tag)
+    for (auto* const peer : {idle.get(), reading.get()}) peer->send(command(tag, cmd::getObj, 1));
+  kit.settle();
+  ASSERT_EQ(texts.waiting.size(), 60U);
+  idle->setReading(false);
+  testing::internal::CaptureStdout();
+  for (auto& request : std::exchange(texts.waiting, {})) {
+    texts.replyMessage(request, {{key::name, std::string(1000, 'x')}});
+    kit.settle();
+  }
+  EXPECT_TRUE(idle->cut());
+  EXPECT_NE(testing::internal::GetCapturedStdout().find("it does not read what is sent to it"),
+            std::string::npos);
+  EXPECT_FALSE(reading->cut());
+  EXPECT_EQ(reading->received().size(), 30U);
+}
+
+TEST_F(TightBus, UndoRecordsMakeRoomByTheirBytesButTheLastStays) {
+  ListHandler texts;
+  serve(texts);
+  auto peer = kit.connect();
+  const auto change = [&](std::size_t bytes) {
+    peer->send(setText(1, 1, std::string(bytes, 'x')));
+    kit.settle();
+    peer->received();
+  };
+  const auto records = [&] {
+    peer->send(command(2, cmd::getUndo));
+    kit.settle();
+    return peer->received().at(0).get(key::objects);
+  };
+  for (int i = 0; i < 50; ++i) change(1000);
+  const auto kept = records();
+  std::size_t bytes = 0;
+  for (const auto& record : kept) bytes += record.size();
+  EXPECT_LE(bytes, 10000U);
+  EXPECT_GT(bytes, 8000U);
+  EXPECT_EQ(message(kept[0]).get(undo_key::number), 50U);
+  change(12000);
+  ASSERT_EQ(records().size(), 1U);
+  EXPECT_EQ(message(records()[0]).get(undo_key::number), 51U);
 }
 
 }  // namespace
