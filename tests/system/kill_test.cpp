@@ -172,7 +172,7 @@ TEST(Kill, EveryAcknowledgedChangeIsThereAndNoneIsHalfThere) {
     for (auto& writer : writers)
       clients.emplace_back([&] { writer->write(place.socket(), progress); });
     const int enough = static_cast<int>(random.below(200));
-    EXPECT_TRUE(progress.reaches(enough)) << "the service has ended by itself" << service.said();
+    EXPECT_TRUE(progress.reaches(enough)) << "the service has ended by itself: " << service.said();
     EXPECT_EQ(service.end(SIGKILL), -SIGKILL);
     for (auto& client : clients) client.join();
     allAnswers += progress.answers();

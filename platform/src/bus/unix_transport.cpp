@@ -3,15 +3,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <utility>
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include "platform/src/bus/unix_socket.h"
 
 namespace nv {
 
@@ -21,23 +19,11 @@ namespace {
 constexpr std::size_t kReadBytes = 65536;
 constexpr int kBacklog = SOMAXCONN;
 
-std::string because(const std::string& what, const fs::path& path) {
-  return what + " " + path.string() + ": " + std::strerror(errno);
-}
-
 Peer peerOf(int fd) {
   ucred credentials{};
   socklen_t size = sizeof credentials;
   if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) return {};
   return {credentials.uid, credentials.gid, credentials.pid};
-}
-
-bool addressOf(const fs::path& path, sockaddr_un& address) {
-  address = {};
-  address.sun_family = AF_UNIX;
-  if (path.native().size() >= sizeof address.sun_path) return false;
-  std::memcpy(address.sun_path, path.c_str(), path.native().size());
-  return true;
 }
 
 /// What errno says of a connect.
@@ -49,8 +35,6 @@ Transport::Connected notConnected(const fs::path& path) {
     default: return {.error = because("cannot connect to", path)};
   }
 }
-
-int unixSocket() { return socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
 }  // namespace
 
 /// One connection. `out` gathers until `flush`; what the kernel does not take then is `writing`.
@@ -69,7 +53,7 @@ struct UnixTransport::Socket {
 UnixTransport::UnixTransport(UvLoop& loop, fs::path directory, unsigned socketMode)
     : loop_(loop),
       directory_(std::move(directory)),
-      socketMode_(socketMode),
+      own_(directory_, socketMode),
       readBuffer_(kReadBytes) {
   // Writing to a connection that has ended is an error to us, not a reason to die.
   std::signal(SIGPIPE, SIG_IGN);
@@ -81,67 +65,22 @@ UnixTransport::~UnixTransport() {
   if (listener_) {
     uv_close(reinterpret_cast<uv_handle_t*>(listener_),
              [](uv_handle_t* handle) { delete reinterpret_cast<uv_pipe_t*>(handle); });
-    std::error_code ignored;
-    fs::remove(ownSocket_, ignored);
-    if (!ownName_.empty() && fs::read_symlink(ownName_, ignored) == ownSocket_.filename())
-      fs::remove(ownName_, ignored);
   }
-  for (const int lock : locks_) ::close(lock);
 }
 
 std::string UnixTransport::listen(std::uint32_t address, const std::string& name) {
-  std::error_code failed;
-  fs::create_directories(directory_, failed);
-  if (failed) return "cannot make " + directory_.string() + ": " + failed.message();
-  const auto number = std::to_string(address);
-  if (auto error = lock(number + ".lock", "address " + number); !error.empty()) return error;
-  if (!name.empty())
-    if (auto error = lock(name + ".lock", "the name " + name); !error.empty()) return error;
-
-  ownSocket_ = directory_ / (number + ".sock");
-  fs::remove(ownSocket_, failed);
-  if (auto error = openListener(ownSocket_); !error.empty()) return error;
-  return name.empty() ? "" : makeLink(name);
-}
-
-std::string UnixTransport::lock(const std::string& file, const std::string& what) {
-  const auto path = directory_ / file;
-  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (fd < 0) return because("cannot open", path);
-  locks_.push_back(fd);
-  if (flock(fd, LOCK_EX | LOCK_NB) == 0) return {};
-  return what + " on " + directory_.string() + " is taken by another process";
-}
-
-std::string UnixTransport::makeLink(const std::string& name) {
-  ownName_ = directory_ / name;
-  std::error_code failed;
-  // A dead service may have left it. Anything else that stands there is not ours to remove.
-  if (fs::is_symlink(ownName_, failed)) fs::remove(ownName_, failed);
-  fs::create_symlink(ownSocket_.filename(), ownName_, failed);
-  return failed ? "cannot make " + ownName_.string() + ": " + failed.message() : "";
-}
-
-std::string UnixTransport::openListener(const fs::path& path) {
-  sockaddr_un address;
-  if (!addressOf(path, address)) return "the path " + path.string() + " is too long for a socket";
-  const int fd = unixSocket();
-  if (fd < 0) return because("cannot make", path);
-  // Nobody can connect before `listen`, so the permissions are in time.
-  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      chmod(path.c_str(), socketMode_) != 0) {
-    ::close(fd);
-    return because("cannot listen on", path);
-  }
+  if (auto error = own_.take(address, name); !error.empty()) return error;
   listener_ = new uv_pipe_t;
   uv_pipe_init(loop_.uv(), listener_, 0);
-  uv_pipe_open(listener_, fd);
+  uv_pipe_open(listener_, own_.socket());
   listener_->data = this;
   const auto accept = [](uv_stream_t* listener, int status) {
     if (status == 0) static_cast<UnixTransport*>(listener->data)->acceptOne();
   };
   const int error = uv_listen(reinterpret_cast<uv_stream_t*>(listener_), kBacklog, accept);
-  return error == 0 ? "" : "cannot listen on " + path.string() + ": " + uv_strerror(error);
+  if (error != 0)
+    return "cannot listen on address " + std::to_string(address) + ": " + uv_strerror(error);
+  return own_.publish();
 }
 
 void UnixTransport::acceptOne() {
@@ -158,7 +97,7 @@ void UnixTransport::acceptOne() {
 Transport::Connected UnixTransport::connect(std::uint32_t address) {
   const auto path = directory_ / (std::to_string(address) + ".sock");
   sockaddr_un target;
-  if (!addressOf(path, target)) return {.error = "the path " + path.string() + " is too long"};
+  if (!unixAddress(path, target)) return {.error = "the path " + path.string() + " is too long"};
   const int fd = unixSocket();
   if (fd < 0) return {.error = because("cannot make a socket for", path)};
   // A Unix socket connects at once or not at all.

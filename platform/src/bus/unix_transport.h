@@ -10,14 +10,13 @@
 
 #include <uv.h>
 
+#include "platform/src/bus/bus_address.h"
 #include "platform/src/loop/uv_loop.h"
 #include "platform/transport.h"
 
 namespace nv {
 
-/// Address 100 is the socket `100.sock` of the directory, and a symbolic link with the service's name
-/// leads there. `100.lock` and `<name>.lock` are held locked by the process that has them, so that
-/// what a killed one left behind is told from what is in use.
+/// Listens at an address of the directory, and connects to others there.
 class UnixTransport : public Transport {
  public:
   UnixTransport(UvLoop& loop, std::filesystem::path directory, unsigned socketMode);
@@ -35,10 +34,6 @@ class UnixTransport : public Transport {
  private:
   struct Socket;
 
-  /// Takes `file` of the directory; `what` it stands for is said in the line that says why not.
-  std::string lock(const std::string& file, const std::string& what);
-  std::string makeLink(const std::string& name);
-  std::string openListener(const std::filesystem::path& path);
   void acceptOne();
   std::uint32_t freeNumber();
   std::uint32_t add(std::unique_ptr<Socket> socket);
@@ -54,11 +49,9 @@ class UnixTransport : public Transport {
 
   UvLoop& loop_;
   std::filesystem::path directory_;
-  unsigned socketMode_;
+  BusAddress own_;
   TransportEvents* events_ = nullptr;
-  std::vector<int> locks_;
   uv_pipe_t* listener_ = nullptr;
-  std::filesystem::path ownSocket_, ownName_;
   std::unordered_map<std::uint32_t, Socket*> sockets_;  // freed by their close callbacks
   std::vector<std::uint32_t> unflushed_;
   std::vector<char> readBuffer_;
