@@ -153,6 +153,7 @@ StoreFileOpener::Fill StoreFileOpener::salvaged(std::vector<std::string>& losses
     });
     // A store that was emptied is not there for the first time.
     for (const Salvage::TableRow& row : salvage.tables()) tables.make(row.name, row.sql);
+    for (const std::string& store : salvage.stores()) tables.make(store);
     losses = salvage.losses();
   };
 }
