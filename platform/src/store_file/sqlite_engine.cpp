@@ -36,8 +36,8 @@ StoreEngine::Opened SqliteEngine::open(std::string_view name) {
   const auto table = static_cast<unsigned>(at - names_.begin());
   Opened opened{table, !tables_->has(name), {}};
   if (const int failed = tables_->ids(name, opened.ids); failed != SQLITE_OK)
-    std::cout << "store: records of \"" << name << "\" cannot be listed: "
-              << SqliteDb::error(failed) << std::endl;
+    std::cout << "store: records of \"" << name
+              << "\" cannot be listed: " << SqliteDb::error(failed) << std::endl;
   return opened;
 }
 

@@ -434,7 +434,7 @@ TEST(DamagedStoreFile, StillKnowsStoresThatWereEmptiedWhicheverPageIsDamaged) {
     writeFile(path, file);
     CapturedOutput output;
     const auto engine = nv::openStoreFile(path, nullptr);
-    EXPECT_NE(output.text(), "");
+    EXPECT_TRUE(page > 3 || !output.text().empty()) << "later ones may be out of use";
     for (const std::string& name : emptied) {
       EXPECT_FALSE(engine->open(name).firstTime) << name;
       EXPECT_TRUE(engine->open(name).ids.empty()) << name;
@@ -520,17 +520,38 @@ TEST(DamagedStoreFile, BringsNoRemovedRecordBackWhenItsLogIsWhole) {
   }
 }
 
-TEST(DamagedStoreFile, IsNumberedWhenOneIsThereAlready) {
-  Random random(2);
+TEST(DamagedStoreFile, IsNumberedAndTheNewestFourAreKept) {
   TempDirectory directory;
   CapturedOutput output;
   const fs::path path = directory / "s.db";
-  for (int i = 0; i < 3; ++i) {
+  const auto aside = [&](int number) {
+    return path.string() + ".damaged-" + std::to_string(number);
+  };
+  for (int i = 1; i <= 12; ++i) {
     writeFile(path, Bytes(5000, static_cast<unsigned char>(i)));
+    writeFile(path.string() + "-wal", Bytes(100, static_cast<unsigned char>(i)));
+    ASSERT_TRUE(nv::openStoreFile(path, nullptr));
+    for (int k = 1; k <= i; ++k) {
+      EXPECT_EQ(fs::exists(aside(k)), k > i - 4) << k << " of " << i;
+      EXPECT_EQ(fs::exists(aside(k) + "-wal"), k > i - 4) << k << " of " << i;
+    }
+    EXPECT_EQ(readFile(aside(i)), Bytes(5000, static_cast<unsigned char>(i)));
+  }
+}
+
+TEST(DamagedStoreFile, LeavesFilesAloneThatOnlyLookLikeDamagedOnes) {
+  TempDirectory directory;
+  CapturedOutput output;
+  const fs::path path = directory / "s.db";
+  const std::vector<std::string> others{"s.db.damaged-", "s.db.damaged-1.txt", "s.db.damaged-x",
+                                        "s2.db.damaged-1", "s.db.damaged-99999999999999999999"};
+  for (const std::string& name : others) writeFile(directory / name, {1});
+  for (unsigned char i = 1; i <= 6; ++i) {
+    writeFile(path, Bytes(5000, i));
     ASSERT_TRUE(nv::openStoreFile(path, nullptr));
   }
-  for (unsigned char i = 0; i < 3; ++i)
-    EXPECT_EQ(readFile(directory / ("s.db.damaged-" + std::to_string(i + 1))), Bytes(5000, i));
+  for (const std::string& name : others) EXPECT_EQ(readFile(directory / name), Bytes{1}) << name;
+  EXPECT_EQ(readFile(directory / "s.db.damaged-6"), Bytes(5000, 6));
 }
 
 // A process can be killed between any two steps of putting a new file in the place of a damaged
