@@ -97,6 +97,7 @@ struct Looper::Impl : ConnectionEvents {
   void deliverOutgoing(Outgoing&& outgoing);
   void deliverRequest(Outgoing&& outgoing);
   void releaseDurable();
+  void commitFailed(const std::string& error);
   void storeFailed(const std::string& error);
   bool shouldLinger();
   std::optional<std::chrono::microseconds> timeToSleep() const;

@@ -121,20 +121,20 @@ int RecordTables::ids(std::string_view store, Ids& ids) {
   return result == SQLITE_DONE ? SQLITE_OK : result;
 }
 
-std::optional<message> RecordTables::read(std::string_view store, std::uint32_t id) {
+int RecordTables::read(std::string_view store, std::uint32_t id, message& record) {
+  record = message();
   const auto at = tables_.find(store);
-  if (at == tables_.end()) return message();
+  if (at == tables_.end()) return SQLITE_OK;
   Table& table = at->second;
   Statement& get = prepared(table.get, "SELECT record FROM " + table.name + " WHERE id = ?");
-  std::optional<message> record;
-  const int result = get.bind(1, id).step();
-  if (result == SQLITE_DONE) record.emplace();
+  int result = get.bind(1, id).step();
   if (result == SQLITE_ROW) {
     auto found = decodeRecord(id, get.blob(0));
-    if (found && found->store == store) record = std::move(found->record);
+    result = found && found->store == store ? SQLITE_DONE : SQLITE_CORRUPT;
+    if (result == SQLITE_DONE) record = std::move(found->record);
   }
   get.reset();
-  return record;
+  return result == SQLITE_DONE ? SQLITE_OK : result;
 }
 
 void RecordTables::begin() { failure_ = prepared(begin_, "BEGIN IMMEDIATE").run(); }

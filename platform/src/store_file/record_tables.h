@@ -33,9 +33,9 @@ class RecordTables {
   bool has(std::string_view store) const { return tables_.contains(store); }
   /// Replaces `ids` by those of the store's records, ascending; SQLITE_OK, or why some are missing.
   int ids(std::string_view store, Ids& ids);
-  /// The record, an empty message when there is none; none when it cannot be read as it was
-  /// written.
-  std::optional<message> read(std::string_view store, std::uint32_t id);
+  /// Replaces `record` by that under `id`, by an empty message when there is none; SQLITE_OK, or
+  /// why it cannot be read as it was written.
+  int read(std::string_view store, std::uint32_t id, message& record);
 
   // A transaction: `begin`, any number of `make`, `put` and `remove`, `end`.
   void begin();
