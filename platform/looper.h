@@ -54,6 +54,10 @@ class CONFKIT_API Looper {
   /// `Service` and by the test kit. Handlers, follows and posts of before are forgotten.
   void assemble(Platform platform);
 
+  /// Gives a process that was put together without stores its store engine. Called before the first
+  /// pass.
+  void useStores(std::unique_ptr<StoreEngine> stores);
+
   /// Takes `address` on the bus; empty, or a line that says why not. `name` is a word by which
   /// people find the service.
   std::string listen(std::uint32_t address, const std::string& name);

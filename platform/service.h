@@ -32,7 +32,7 @@ struct ServiceOptions {
   std::map<std::string, std::string*> moreOptions = {};
 };
 
-/// A service process: opens the store file, takes the address on the bus, runs the loop.
+/// A service process: takes the address on the bus, opens the store file, runs the loop.
 ///
 ///     int main(int argc, char** argv) {
 ///       nv::Service service(argc, argv, {.name = "hosts", .address = 100});

@@ -20,6 +20,8 @@ TEST(Life, ASecondInstanceOnTheAddressSaysSoInOneLine) {
   EXPECT_EQ(second.wait(), 1);
   EXPECT_EQ(second.said(),
             "texts: address 100 on " + place.bus().string() + " is taken by another process\n");
+  for (const auto& entry : std::filesystem::directory_iterator(place.folder()))
+    EXPECT_FALSE(entry.path().filename().string().starts_with("other.db")) << entry.path();
   RawClient client(place.socket());
   EXPECT_FALSE(isError(client.ask(addText(1, "the first one still serves"))));
 }
@@ -32,6 +34,8 @@ TEST(Life, ASecondProcessOnTheStoreFileSaysSoInOneLine) {
   EXPECT_EQ(second.wait(), 1);
   EXPECT_EQ(second.said(),
             "texts: store: " + place.storeFile().string() + ": is in use by another process\n");
+  EXPECT_FALSE(std::filesystem::exists(elsewhere.socket()));
+  EXPECT_FALSE(std::filesystem::is_symlink(elsewhere.bus() / "texts"));
   RawClient client(place.socket());
   EXPECT_FALSE(isError(client.ask(addText(1, "the first one still serves"))));
 }

@@ -24,11 +24,14 @@ constexpr unsigned kLingerShare = 10;  // of the last commit's time
 Looper::Impl::Impl(Platform platform)
     : limits(platform.limits),
       loop(std::move(platform.loop)),
-      stores(platform.stores ? std::make_unique<CommitQueue>(std::move(platform.stores)) : nullptr),
       exit(std::move(platform.exit)),
       undo(limits.undoRecords, limits.undoBytes),
       connections(std::move(platform.transport), limits, std::move(platform.rights), *this) {
-  if (!stores) return;
+  if (platform.stores) useStores(std::move(platform.stores));
+}
+
+void Looper::Impl::useStores(std::unique_ptr<StoreEngine> engine) {
+  stores = std::make_unique<CommitQueue>(std::move(engine));
   stores->engine().onOutcome([engine = loop.get()] {
     if (engine) engine->wake();
   });

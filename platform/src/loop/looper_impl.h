@@ -38,6 +38,7 @@ struct Looper::Impl : ConnectionEvents {
     std::uint64_t changesBefore_;
   };
 
+  void useStores(std::unique_ptr<StoreEngine> engine);
   std::uint64_t now() const { return loop ? loop->now() : 0; }
 
   // Where requests go.

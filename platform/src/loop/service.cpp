@@ -62,7 +62,10 @@ std::unique_ptr<StoreEngine> openStores(const ServiceOptions& options) {
   if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path(), ignored);
   std::string error;
   auto engine = openStoreFile(path, &error);
-  if (!engine) refuseToStart(options.name, error);
+  if (!engine) {
+    getLooper()->assemble({});  // gives the address back
+    refuseToStart(options.name, error);
+  }
   return engine;
 }
 
@@ -80,17 +83,17 @@ Service::Service(int argc, char** argv, ServiceOptions options) {
     refuseToStart(options.name, "no such address: " + std::to_string(options.address));
   readCommandLine(argc, argv, options);
 
-  auto stores = openStores(options);
   auto loop = std::make_unique<UvLoop>();
   auto transport = std::make_unique<UnixTransport>(*loop, options.busDirectory, options.socketMode);
   auto* const looper = getLooper();
   looper->assemble({.loop = std::move(loop),
                     .transport = std::move(transport),
-                    .stores = std::move(stores),
                     .limits = options.limits,
                     .rights = std::move(options.rights)});
   if (const auto error = looper->listen(options.address, options.name); !error.empty())
     refuseToStart(options.name, error);
+  // Last, so that a second instance, which is refused by now, leaves no file of its own.
+  looper->useStores(openStores(options));
 }
 
 Service::~Service() {
