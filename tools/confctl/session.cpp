@@ -1,5 +1,8 @@
 #include "tools/confctl/session.h"
 
+#include <algorithm>
+#include <set>
+
 #include "platform/client.h"
 #include "platform/commands.h"
 #include "platform/errors.h"
@@ -10,6 +13,10 @@
 
 namespace confctl {
 namespace {
+
+/// Under these ids a service gathers the rest of a list while it is read: the same one page after
+/// page, and a page may be empty.
+bool isIteration(std::uint32_t startId) { return startId >= 0xfffff001 && startId <= 0xfffffffc; }
 
 /// Drops what the bus put around an answer.
 nv::message unwrapped(nv::message reply) {
@@ -45,14 +52,21 @@ nv::message Session::ask(const Target& target, const nv::message& request) {
 
 void Session::askPages(const Target& target, nv::message request,
                        const std::function<void(const nv::message& page)>& take) {
+  std::set<std::uint32_t> startIds;
   for (;;) {
     const nv::message page = ask(target, request);
     take(page);
     if (!page.has(nv::key::startId)) return;
-    if (page.view(nv::key::objects).empty()) {
-      throw Failure{Exit::failed, "'" + target.text + "' goes on with its list but shows nothing"};
+    const std::uint32_t next = page.get(nv::key::startId);
+    if (!isIteration(next)) {
+      const std::string who = "'" + target.text + "' ";
+      if (page.view(nv::key::objects).empty())
+        throw Failure{Exit::failed, who + "goes on with its list but shows nothing"};
+      if (!startIds.insert(next).second)
+        throw Failure{Exit::failed,
+                      who + "goes on with its list at " + std::to_string(next) + " once more"};
     }
-    request.insert(nv::key::startId, page.get(nv::key::startId));
+    request.insert(nv::key::startId, next);
   }
 }
 

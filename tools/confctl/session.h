@@ -35,6 +35,7 @@ class Session {
   nv::message ask(const Target& target, const nv::message& request);
 
   /// Asks for a list: hands each page to `take`, and asks for the next one until there is none.
+  /// Throws a Failure when the list comes back to where it was, and so has no end.
   void askPages(const Target& target, nv::message request,
                 const std::function<void(const nv::message& page)>& take);
 
