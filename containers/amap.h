@@ -6,7 +6,7 @@
 #include <set>
 #include <string_view>
 
-#include "containers/id_map.h"
+#include "platform/id_map.h"
 #include "containers/object.h"
 #include "platform/allocator.h"
 #include "platform/export.h"

@@ -5,41 +5,26 @@
 
 namespace nv {
 
-namespace {
-
-/// The field `uid` of `current`, which the update does not hold.
-bool mergeRemoval(const message& current, const message& update, message* target, message* undo,
-                  unsigned uid) {
-  if (!update.hasElem(key::removals, uid)) return false;
-  if (undo != nullptr) copy(undo, current, uid);
-  if (target != nullptr) target->erase(uid);
-  return true;
-}
-
-void mergeAddition(const message& update, message* target, message* undo, unsigned uid) {
-  if (target != nullptr) copy(target, update, uid);
-  if (undo != nullptr) undo->append(key::removals, uid);
-}
-
-/// Values are looked up anew for each write: either message written may be one that is read.
-void mergeChange(const message& current, const message& update, message* target, message* undo,
-                 unsigned uid) {
-  if (undo != nullptr) copy(undo, current, uid);
-  if (target != nullptr) copy(target, update, uid);
-}
-
-}  // namespace
-
 bool merge(const message& current, const message& update, message* target, message* undo,
            unsigned uid) {
-  const auto before = current.find(uid);
   const auto after = update.find(uid);
-  if (!after) return before && mergeRemoval(current, update, target, undo, uid);
+  if (!after && !update.hasElem(key::removals, uid)) return false;
+  const auto before = current.find(uid);
   if (before == after) return false;
-  if (before) {
-    mergeChange(current, update, target, undo, uid);
+
+  if (!before) {
+    if (target != nullptr) target->insert(*after);
+    if (undo != nullptr) undo->append(key::removals, uid);
+    return true;
+  }
+  if (undo != nullptr) undo->insert(*before);
+  if (target == nullptr) return true;
+  if (!after) {
+    target->erase(uid);
+  } else if (undo == &update) {
+    copy(target, update, uid);  // the write to `undo` has ended `after`
   } else {
-    mergeAddition(update, target, undo, uid);
+    target->insert(*after);
   }
   return true;
 }

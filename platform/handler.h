@@ -72,6 +72,10 @@ class CONFKIT_API Handler {
   /// Sends what `notifyChange` marked. The loop calls it before it sleeps.
   virtual void flushNotifies();
 
+  /// The get flags with which a subscriber is sent objects; asked once, after `subscribe`. The base
+  /// takes them from the request's key::getFlags, default 5.
+  virtual std::uint32_t subscriberFlags(const message& request, void* cookie);
+
   /// Whether the requester may have `request` carried out; asked before `handleCmd`. The base asks
   /// policies::is_allowed.
   virtual bool isAllowed(const message& request) const;

@@ -19,5 +19,6 @@ standard='<[a-z_0-9]+>'
 check platform/*.h -- "$standard|\"platform/[a-z0-9_]+\.h\""
 check message/*.{h,cpp} -- "$standard|\"(platform|message)/[a-z0-9_]+\.h\""
 check containers/*.{h,cpp} -- "$standard|\"(platform|containers)/[a-z0-9_]+\.h\"|<boost/intrusive/"
+check cfgman/*.{h,cpp} -- "$standard|\"(platform|message|cfgman)/[a-z0-9_]+\.h\"|<boost/intrusive/"
 check testing/*.h -- "$standard|\"(platform|containers|testing)/[a-z0-9_]+\.h\""
 exit $status

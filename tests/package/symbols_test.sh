@@ -3,7 +3,7 @@
 set -euo pipefail
 
 what='(typeinfo|typeinfo name|vtable|VTT|guard variable) for |(non-)?virtual thunk to '
-ours='(nv::|AMap|AHolder|AOmap|Object|OObject|CfgMan|GetallState|StatefulGetall|InvokeScript)'
+ours='(nv::|AMap|AHolder|AOmap|Object|OObject|CfgMan|GetallState|StatefulGetall|InvokeScript|CfgHandler|NotifyGuard|mkSubscrBasic|operator<< *\(.*CfgMan::)'
 below='sqlite3|\buv_|boost::'
 
 symbols=$(nm --dynamic --demangle --defined-only "$1" | cut -d' ' -f3-)
@@ -13,6 +13,7 @@ if [[ -n $foreign ]]; then
   printf 'Symbols that should not show:\n%s\n' "$foreign"
   exit 1
 fi
-for needed in 'nv::message::' 'nv::Handler::' 'nv::getLooper' 'nv::stack(' 'vtable for AMap'; do
+for needed in 'nv::message::' 'nv::Handler::' 'nv::getLooper' 'nv::stack(' 'vtable for AMap' 'vtable for CfgMan::RunTask' \
+  'operator<<(std::ostream&, CfgMan::Item const&)' 'mkSubscrBasic('; do
   grep -qF "$needed" <<<"$symbols" || { echo "Missing: $needed"; exit 1; }
 done

@@ -86,6 +86,9 @@ std::uint32_t Handler::objectCount() { return kNoId; }
 
 void* Handler::subscribe(const message&, bool&) { return nullptr; }
 void Handler::unsubscribe(const message&, void*) {}
+std::uint32_t Handler::subscriberFlags(const message& request, void*) {
+  return request.get(key::getFlags, kDefaultFlags);
+}
 void Handler::subscriberStalled(void*) {}
 void Handler::subscriberResumed(void*) {}
 

@@ -24,9 +24,9 @@ message Handler::Subscribers::add(const message& request) {
   if (!theLoop().connections.addSubscription(connection))
     return errorMsg(err::tooMany, "too many subscriptions");
 
-  const auto flags = request.get(key::getFlags, kDefaultFlags) & ~kStoreBit;
   bool plain = true;
   auto* const cookie = owner_.subscribe(request, plain);
+  const auto flags = owner_.subscriberFlags(request, cookie) & ~kStoreBit;
   const auto serial = ++lastSerial_;
   subscribers_.emplace(serial, Subscriber{request, connection, tag, flags, cookie, plain});
   if (cookie) byCookie_[cookie] = serial;

@@ -64,6 +64,11 @@ class table {
     return {heap() + begin, end - begin};
   }
 
+  /// The value of any entry, that of a word where it stands in the entry.
+  byte_view bytesAt(const unsigned char* at) const {
+    return uid(at) < kFirstValue ? byte_view{at + 4, 4} : valueAt(at);
+  }
+
  private:
   /// The last of `count` entries from `first` on with a UId up to `uid`; the first one when there
   /// is none. The odds given keep the compiler from a branch, which random keys would mispredict.

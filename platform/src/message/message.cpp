@@ -65,17 +65,18 @@ byte_view message::valueOf(std::uint32_t uid) const {
 }
 
 field message::fieldAt(std::uint32_t at) const {
+  const flat::table table(data_);
   const unsigned char* entry = data_ + at;
-  const std::uint32_t uid = flat::uid(entry);
-  if (uid < flat::kFirstValue) return {uid, {entry + 4, 4}};
-  return {uid, flat::table(data_).valueAt(entry)};
+  return {flat::uid(entry), table.bytesAt(entry)};
 }
 
 std::optional<field> message::find(std::uint32_t uid) const {
   if (!isKnownType(uid)) return {};
-  const auto place = flat::table(data_).placeOf(uid & (kTypeMask | kIdMask));
-  if (!place.held) return {};
-  return fieldAt(place.at);
+  const flat::table table(data_);
+  const std::uint32_t plain = uid & (kTypeMask | kIdMask);
+  const unsigned char* entry = table.find(table.partOf(plain), plain);
+  if (entry == nullptr) return {};
+  return field(plain, table.bytesAt(entry));
 }
 
 // The buffer.

@@ -1,5 +1,5 @@
 // The index of a container beside a plain map.
-#include "containers/id_map.h"
+#include "platform/id_map.h"
 
 #include <map>
 #include <vector>

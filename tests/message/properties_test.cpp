@@ -1,0 +1,165 @@
+// What must hold of any messages, over random ones of all fourteen types.
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "message/equal.h"
+#include "message/field_ops.h"
+#include "message/merge.h"
+#include "message/stack.h"
+#include "platform/keys.h"
+#include "tests/support/random.h"
+#include "tests/support/random_message.h"
+
+namespace nv {
+namespace {
+
+using keys = std::set<unsigned>;
+using testkit::random_source;
+
+constexpr unsigned kIds = 3;
+constexpr int kRuns = 400;
+
+/// An update: fields, and a removal list that names some of them as well.
+message someUpdate(random_source& random) {
+  message update = random.someMessage(random.below(20), kIds);
+  for (unsigned n = random.below(20); n != 0; --n) {
+    const unsigned uid = random.uid(kIds);
+    if (!update.hasElem(key::removals, uid)) update.append(key::removals, uid);
+  }
+  return update;
+}
+
+keys someKeys(random_source& random) {
+  keys made;
+  for (unsigned n = random.below(60); n != 0; --n) made.insert(random.uid(kIds));
+  return made;
+}
+
+/// Returns the keys that changed.
+keys apply(message& state, const message& update, const keys& over, message* undo = nullptr) {
+  keys changed;
+  for (const unsigned uid : over) {
+    if (merge(state, update, &state, undo, uid)) changed.insert(uid);
+  }
+  return changed;
+}
+
+/// The message that holds of `m` the one field alone.
+message alone(const message& m, unsigned uid) {
+  message one;
+  copy(&one, m, uid);
+  return one;
+}
+
+template <class Check>
+void forManyRuns(Check check) {
+  Random seeds;
+  SCOPED_TRACE(seeds.seed());
+  for (int run = 0; run < kRuns && !testing::Test::HasFailure(); ++run) {
+    SCOPED_TRACE(run);
+    random_source random(seeds.below(1u << 31));
+    check(random);
+  }
+}
+
+TEST(MergeProperty, AnUpdateLeavesWhatItSaysAndTellsWhatItChanged) {
+  forManyRuns([](random_source& random) {
+    const message before = random.someMessage(20, kIds);
+    const message update = someUpdate(random);
+    const keys over = someKeys(random);
+    message expected = before;
+    for (const unsigned uid : over) {
+      if (has(update, uid) || update.hasElem(key::removals, uid)) copy(&expected, update, uid);
+    }
+    message after = before;
+    const keys changed = apply(after, update, over);
+    ASSERT_EQ(after, expected);
+    for (const unsigned uid : over) {
+      ASSERT_EQ(changed.contains(uid), alone(before, uid) != alone(after, uid)) << uid;
+    }
+  });
+}
+
+TEST(MergeProperty, UndosMergedBackInReverseRestoreEachState) {
+  forManyRuns([](random_source& random) {
+    struct step {
+      message before;
+      message undo;
+      keys over;
+      keys changed;
+    };
+    std::vector<step> steps;
+    message state = random.someMessage(20, kIds);
+    for (unsigned n = 1 + random.below(4); n != 0; --n) {
+      step made{state, {}, someKeys(random), {}};
+      made.changed = apply(state, someUpdate(random), made.over, &made.undo);
+      steps.push_back(std::move(made));
+    }
+    for (; !steps.empty(); steps.pop_back()) {
+      const step& last = steps.back();
+      ASSERT_EQ(apply(state, last.undo, last.over), last.changed);
+      ASSERT_EQ(state, last.before);
+    }
+  });
+}
+
+TEST(StackProperty, AStackedUpdateDoesWhatTheTwoDoInTurn) {
+  forManyRuns([](random_source& random) {
+    const message first = someUpdate(random);
+    const message second = someUpdate(random);
+    const keys over = someKeys(random);
+    message stacked = first;
+    for (const unsigned uid : over) stack(&stacked, second, uid);
+
+    message state = random.someMessage(20, kIds);
+    message inTurn = state;
+    apply(inTurn, first, over);
+    apply(inTurn, second, over);
+    apply(state, stacked, over);
+    ASSERT_EQ(state, inTurn);
+    const auto list = stacked.get(key::removals);
+    ASSERT_EQ(keys(list.begin(), list.end()).size(), list.size()) << "listed twice";
+  });
+}
+
+TEST(RemergeProperty, AnUpdateThenLeadsToTheCompleteMessageWhereverItSaysSomething) {
+  forManyRuns([](random_source& random) {
+    const message first = someUpdate(random);
+    const message complete = someUpdate(random);
+    const keys over = someKeys(random);
+    message update = first;
+    for (const unsigned uid : over) remerge(&update, complete, uid);
+
+    message state = random.someMessage(20, kIds);
+    message expected = state;
+    for (const unsigned uid : over) {
+      const bool said = has(first, uid) || first.hasElem(key::removals, uid);
+      if (said || has(complete, uid)) copy(&expected, complete, uid);
+    }
+    apply(state, update, over);
+    ASSERT_EQ(state, expected);
+    const auto list = update.get(key::removals);
+    ASSERT_EQ(keys(list.begin(), list.end()).size(), list.size()) << "listed twice";
+  });
+}
+
+TEST(EqualProperty, FieldsAreEqualWhenTheMessagesOfThemAloneAre) {
+  int equal = 0;
+  forManyRuns([&](random_source& random) {
+    const message a = random.someMessage(30, kIds);
+    message b = random.someMessage(30, kIds);
+    for (const unsigned uid : someKeys(random)) copy(&b, a, uid);
+    for (unsigned n = 0; n < 40; ++n) {
+      const unsigned uid = random.uid(kIds);
+      const bool same = alone(a, uid) == alone(b, uid);
+      equal += same ? 1 : 0;
+      ASSERT_EQ(isEqual(a, b, uid), same) << uid;
+      ASSERT_EQ(isEqual(b, a, uid), same) << uid;
+    }
+  });
+  EXPECT_GT(equal, kRuns) << "both answers are tried";
+}
+
+}  // namespace
+}  // namespace nv
