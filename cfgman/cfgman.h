@@ -75,6 +75,9 @@ class CONFKIT_API CfgMan {
   /// allocator; ids of items that are there already stay in use but are not counted in it.
   void setAllocator(unsigned min, unsigned max);
 
+  /// By which others learn that the manager is gone.
+  LifeToken<CfgMan>::Watch watch() const { return token_.watch(); }
+
   /// The process-wide runner, run by the event loop.
   static RunTask* getGlobalRunTask();
   static RunTask globalRunTask;

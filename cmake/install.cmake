@@ -25,6 +25,8 @@ install(FILES cfgman/cfg_handler.h cfgman/cfgman.h cfgman/item.h cfgman/item_ord
   cfgman/iterator.h cfgman/link.h cfgman/notify_guard.h cfgman/run_task.h cfgman/subscription.h
   cfgman/token.h cfgman/vset.h
   DESTINATION ${header_dir}/cfgman)
+install(FILES getall/getall_state.h getall/stateful_getall.h DESTINATION ${header_dir}/getall)
+install(FILES script/invoke_script.h DESTINATION ${header_dir}/script)
 install(FILES ${testing_headers} DESTINATION ${header_dir}/testing)
 if(TARGET confctl)
   install(TARGETS confctl)
