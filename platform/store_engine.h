@@ -48,8 +48,8 @@ class CONFKIT_API StoreEngine {
     message record;
     std::string error = {};  ///< not empty: why the record cannot be read
   };
-  /// The committed record. Requires: there is one, so that not to find it is an error. May wait for a
-  /// commit under way.
+  /// The committed record. Requires: there is one, so that not to find it is an error. May wait for
+  /// a commit under way.
   virtual Found read(unsigned table, std::uint32_t id) = 0;
 
   /// Starts to write `batch` as one transaction and returns without waiting for the disk. Requires:
