@@ -62,15 +62,18 @@ class CONFKIT_API Looper {
   /// people find the service.
   std::string listen(std::uint32_t address, const std::string& name);
 
-  /// Registers `handler` under `id`. Not owned; it unregisters itself when it is destroyed. The
-  /// handler under the process's own address answers route [address], the others [address, id].
+  /// Registers `handler` under `id`, in place of one that is there. Not owned; it unregisters
+  /// itself when it is destroyed. The handler under the process's own address answers route
+  /// [address], the others [address, id].
   void addHandler(std::uint32_t id, Handler* handler);
+  /// Its subscriptions end. One that is not registered is left as it is.
   void removeHandler(Handler* handler);
 
   /// Sends a request to its key::route without awaiting an answer.
   void send(message request);
 
-  /// Runs passes until `stop`; then waits for the store and returns stop's status.
+  /// Runs passes until `stop`; then waits for the store and returns stop's status. A process
+  /// without a loop engine cannot wait: it gets a line on the standard error stream and status 1.
   int run();
   /// Can be called from a signal handler.
   void stop(int status = 0);

@@ -123,6 +123,8 @@ std::unique_ptr<BusPeer> Kit::connect(const Peer& peer) {
 
 void Kit::serve(std::uint32_t address, bool listening) { transport_->serve(address, listening); }
 
+void Kit::setBusy(std::uint32_t address, bool busy) { transport_->setBusy(address, busy); }
+
 std::unique_ptr<BusPeer> Kit::acceptedPeer() {
   const auto connection = transport_->takeAccepted();
   if (connection == 0) return nullptr;

@@ -93,6 +93,8 @@ class Kit {
   /// `acceptedPeer`, null when there is none.
   void serve(std::uint32_t address, bool listening = true);
   std::unique_ptr<BusPeer> acceptedPeer();
+  /// Who is busy at `address` takes no connection for the moment.
+  void setBusy(std::uint32_t address, bool busy);
 
  private:
   explicit Kit(std::unique_ptr<MemoryStores> stores);

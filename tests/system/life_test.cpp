@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <fstream>
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -26,6 +27,44 @@ TEST(Life, ASecondInstanceOnTheAddressSaysSoInOneLine) {
     EXPECT_FALSE(entry.path().filename().string().starts_with("other.db")) << entry.path();
   RawClient client(place.socket());
   EXPECT_FALSE(isError(client.ask(addText(1, "the first one still serves"))));
+}
+
+TEST(Life, ASecondServiceOfOneNameSaysSoInOneLineUntilTheFirstIsDead) {
+  Place place;
+  const auto link = place.bus() / "texts";
+  ServiceProcess first(place), second(place, place.folder() / "other.db");
+  ASSERT_TRUE(first.start());
+  second.setAddress(kAddress + 1);
+  EXPECT_FALSE(second.start());
+  EXPECT_EQ(second.wait(), 1);
+  EXPECT_EQ(second.said(),
+            "texts: the name texts on " + place.bus().string() + " is taken by another process\n");
+  EXPECT_EQ(std::filesystem::read_symlink(link), "100.sock");
+  EXPECT_FALSE(std::filesystem::exists(place.bus() / "101.sock"));
+
+  EXPECT_EQ(first.end(SIGKILL), -SIGKILL);
+  ASSERT_TRUE(second.start()) << second.said();
+  EXPECT_EQ(std::filesystem::read_symlink(link), "101.sock");
+  EXPECT_EQ(second.end(SIGTERM), 0);
+  EXPECT_FALSE(std::filesystem::is_symlink(link));
+}
+
+TEST(Life, AServiceRemovesNoFileUnderItsNameButItsOwnLink) {
+  Place place;
+  const auto name = place.bus() / "texts";
+  ServiceProcess service(place);
+  ASSERT_TRUE(service.start());
+  std::filesystem::remove(name);
+  std::filesystem::create_symlink("somewhere else", name);
+  EXPECT_EQ(service.end(SIGTERM), 0);
+  EXPECT_EQ(std::filesystem::read_symlink(name), "somewhere else");
+
+  std::filesystem::remove(name);
+  std::ofstream(name) << "precious";
+  EXPECT_FALSE(service.start());
+  EXPECT_EQ(service.wait(), 1);
+  EXPECT_EQ(service.said(), "texts: cannot make " + name.string() + ": File exists\n");
+  EXPECT_EQ(std::filesystem::file_size(name), 8U);
 }
 
 TEST(Life, ASecondProcessOnTheStoreFileSaysSoInOneLine) {
@@ -89,7 +128,7 @@ struct ServiceRun {
 
 /// The service with these words on its command line; its output as the shell's `redirection` says.
 ServiceRun runService(const std::string& words, const std::string& redirection) {
-  const std::string line = std::string(CONFKIT_EMULATOR) + " '" + CONFKIT_TEST_SERVICE + "' 0 " +
+  const std::string line = std::string(CONFKIT_EMULATOR) + " '" + CONFKIT_TEST_SERVICE + "' 0 100 " +
                            words + ' ' + redirection;
   ServiceRun run;
   FILE* const pipe = popen(line.c_str(), "r");
