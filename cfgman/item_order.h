@@ -22,7 +22,7 @@ struct CfgMan::OrdNode {
 
 /// Two lists of the same nodes: all items that have a place, and the stored ones among them.
 /// Neighbours cost O(1). Owns the nodes.
-class ItemOrder {
+class CONFKIT_API ItemOrder {
  public:
   using Item = CfgMan::Item;
   using OrdNode = CfgMan::OrdNode;
