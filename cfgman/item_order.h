@@ -54,9 +54,9 @@ class CONFKIT_API ItemOrder {
 
   /// Numbers all nodes, 2 apart.
   void number();
-  /// Numbers an item that was inserted at an end of the order. Sets `valid` to false when it stands
-  /// between others or the numbers have run out.
-  void numberNew(Item& item, bool& valid);
+  /// Numbers an item that was inserted at an end of the order; false when it stands between others,
+  /// or the numbers have run out.
+  bool numberNew(Item& item);
 
  private:
   template <OrdNode::Hook OrdNode::*hook>
