@@ -6,11 +6,12 @@
 #include "cfgman/cfgman.h"
 
 /// What a subscriber wants to hear of and how. A service derives from it to filter, and makes it in
-/// `CfgMan::mkSubscr`. Owned by the manager's handler, from `subscribe` to `unsubscribe`.
+/// `CfgMan::mkSubscr`. Owned by the manager's handler from then on, which alone deletes it: when the
+/// subscriber goes, or with itself.
 class CONFKIT_API CfgMan::Subscription {
  public:
   Subscription(const nv::message& req, std::uint32_t getFlags) : flags(getFlags), request(req) {}
-  /// Leaves the handler's list; the handler itself need not be told before.
+  /// Leaves the handler's list.
   virtual ~Subscription();
   Subscription(const Subscription&) = delete;
   Subscription& operator=(const Subscription&) = delete;
@@ -23,7 +24,7 @@ class CONFKIT_API CfgMan::Subscription {
   virtual void stalled();
   virtual void resumed();
 
-  /// Get flags of what the subscriber is sent.
+  /// Get flags of what the subscriber is sent. To be set before the factory returns it.
   std::uint32_t flags;
   /// The request with which it subscribed.
   nv::message request;

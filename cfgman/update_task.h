@@ -14,10 +14,6 @@ struct UpdateTask {
     neighbour,  ///< a change of the order beside the item
   };
 
-  /// Applies the update, or keeps it aside while the store is still being read: a change made
-  /// earlier could take the id of a record, or break the stored chain.
-  void run(CfgMan& manager) &&;
-
   Source source = Source::outside;
   std::uint32_t id = nv::kNoId;
   nv::message cfg = {};

@@ -7,7 +7,6 @@
 
 #include "containers/apply.h"
 #include "containers/error_texts.h"
-#include "containers/page.h"
 #include "containers/request.h"
 #include "platform/commands.h"
 #include "platform/errors.h"
@@ -45,7 +44,7 @@ message AOmap::cmdGetAll(const message& request, std::uint32_t startId, std::uin
   message reply;
   if ((flags & nv::kDefaultCfgBit) != 0) reply.insert(nv::key::defaultCfg, getDefaultCfg());
 
-  nv::Page page(count);
+  auto page = nv::pageFor(count);
   while (page.wantsMore() && obj != &head) {
     message record{{nv::key::objectId, obj->id}};
     obj->getConfig(record, nv::clientFlags(flags));

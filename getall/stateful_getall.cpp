@@ -4,6 +4,7 @@
 
 #include "cfgman/cfg_handler.h"
 #include "cfgman/item.h"
+#include "cfgman/item_walk.h"
 #include "getall/state_index.h"
 #include "platform/commands.h"
 #include "platform/errors.h"
@@ -169,47 +170,36 @@ bool StatefulGetall::fillPage(const message& request, Page& page) {
   const auto flags = request.get(key::getFlags, nv::kDefaultFlags);
   const auto maxCount = request.get(key::maxCount, nv::kNoId);
   auto* const from = manager();
-  auto it = start == nv::kNoId ? from->begin() : CfgMan::Iterator(from, from->find(start));
-  if (start != nv::kNoId && it.item() == nullptr)
+  if (start != nv::kNoId && from->find(start) == nullptr)
     return reply(request, nv::errorMsg(err::noSuchObject, "")), false;
 
+  const auto life = token_.watch();
   std::size_t size = kReplyBytes;
-  while (auto* const item = it.item()) {
-    const auto id = item->id;
-    auto next = it;
-    next.next();
-    const auto nextId = next.item() == nullptr ? nv::kNoId : next.item()->id;
-
-    const auto life = token_.watch();
-    const auto record = listed(it, flags, request);
+  ItemWalk walk(start == nv::kNoId ? from->begin() : CfgMan::Iterator(from, from->find(start)));
+  for (; walk.item() != nullptr; walk.next()) {
+    const auto record = listed(walk, flags, request);
     if (life.gone() || manager() != from) return false;
-    if (record) {
-      const bool isFull = size + record->max_length() > kPageBytes && !page.empty();
-      if (page.size() >= maxCount || isFull) {
-        reply(request, {{key::startId, id}, {key::objects, page}});
-        return false;
-      }
-      size += record->max_length();
-      page.push_back(record->flat());
+    if (!record) continue;
+    const bool isFull = size + record->max_length() > kPageBytes && !page.empty();
+    if (page.size() >= maxCount || isFull) {
+      reply(request, {{key::startId, walk.id()}, {key::objects, page}});
+      return false;
     }
-    // Looked up anew: what the service was asked may have removed it.
-    it = CfgMan::Iterator(from, nextId == nv::kNoId ? nullptr : from->find(nextId));
+    size += record->max_length();
+    page.push_back(record->flat());
   }
   return true;
 }
 
-std::optional<message> StatefulGetall::listed(CfgMan::Iterator it, std::uint32_t flags,
+std::optional<message> StatefulGetall::listed(const ItemWalk& walk, std::uint32_t flags,
                                               const message& request) {
-  auto* const item = it.item();
-  const auto id = item->id;
+  const auto it = walk.position();
   const bool configOnly = (flags & nv::kConfigOnlyBit) != 0;
   const auto life = token_.watch();
-  const auto isThere = [&] {
-    return !life.gone() && manager() == it.manager() && it.manager()->find(id) == item;
-  };
-  const bool isTaken = configOnly ? item->store : isVisible(it, flags, request);
+  const auto isThere = [&] { return !life.gone() && walk.isThere(); };
+  const bool isTaken = configOnly ? it.item()->store : isVisible(it, flags, request);
   if (!isTaken || !isThere()) return {};
-  auto record = it.manager()->getMsg(item, flags);
+  auto record = it.manager()->getMsg(it.item(), flags);
   if (!isThere()) return {};
   if (!configOnly) adjust(it, record);
   return record;

@@ -12,6 +12,8 @@
 #include "platform/export.h"
 #include "platform/message.h"
 
+class ItemWalk;
+
 /// Attached to a configuration manager, it answers that manager's reads: get one, get count, and get
 /// all, which goes through the items page by page and then on through a `GetallState`, by which the
 /// service delivers further records over time.
@@ -88,7 +90,7 @@ class CONFKIT_API StatefulGetall {
   /// Gathers items from the one that `request` names; false when that answers the request.
   bool fillPage(const nv::message& request, Page& page);
   /// The record of an item as get all shows it; none when it does not.
-  std::optional<nv::message> listed(CfgMan::Iterator it, std::uint32_t flags,
+  std::optional<nv::message> listed(const ItemWalk& walk, std::uint32_t flags,
                                     const nv::message& request);
   /// Begins the iteration that goes on behind the items; null when there can be none.
   GetallState::Impl* startState(const nv::message& request);

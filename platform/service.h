@@ -44,9 +44,9 @@ struct ServiceOptions {
 ///
 /// The command line may change two of the options, `--bus DIRECTORY` and `--store FILE`, and the
 /// service's own ones; `--help` prints them and ends the process with status 0. Whatever keeps the
-/// service from starting (a wrong argument, a second instance, another service with the same name, a
-/// store file that another process holds) is one line on the standard error stream, and the process
-/// ends with status 1.
+/// service from starting (a wrong argument, a second instance, another service with the same name,
+/// a store file that another process holds) is one line on the standard error stream, and the
+/// process ends with status 1.
 class CONFKIT_API Service {
  public:
   Service(int argc, char** argv, ServiceOptions options);

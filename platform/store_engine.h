@@ -45,10 +45,11 @@ class CONFKIT_API StoreEngine {
   virtual Opened open(std::string_view name) = 0;
 
   struct Found {
-    message record;          ///< the committed one, empty when there is none
-    std::string error = {};  ///< not empty: why it cannot be read, though there may be one
+    message record;
+    std::string error = {};  ///< not empty: why the record cannot be read
   };
-  /// May wait for a commit under way.
+  /// The committed record. Requires: there is one, so that not to find it is an error. May wait for
+  /// a commit under way.
   virtual Found read(unsigned table, std::uint32_t id) = 0;
 
   /// Starts to write `batch` as one transaction and returns without waiting for the disk. Requires:

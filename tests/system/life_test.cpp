@@ -15,6 +15,12 @@
 namespace nv::testkit {
 namespace {
 
+/// Whether a second instance, whose store file is "other.db", has left none of its files.
+void expectNoOtherStore(const Place& place) {
+  for (const auto& entry : std::filesystem::directory_iterator(place.folder()))
+    EXPECT_FALSE(entry.path().filename().string().starts_with("other.db")) << entry.path();
+}
+
 TEST(Life, ASecondInstanceOnTheAddressSaysSoInOneLine) {
   Place place;
   ServiceProcess first(place), second(place, place.folder() / "other.db");
@@ -23,8 +29,7 @@ TEST(Life, ASecondInstanceOnTheAddressSaysSoInOneLine) {
   EXPECT_EQ(second.wait(), 1);
   EXPECT_EQ(second.said(),
             "texts: address 100 on " + place.bus().string() + " is taken by another process\n");
-  for (const auto& entry : std::filesystem::directory_iterator(place.folder()))
-    EXPECT_FALSE(entry.path().filename().string().starts_with("other.db")) << entry.path();
+  expectNoOtherStore(place);
   RawClient client(place.socket());
   EXPECT_FALSE(isError(client.ask(addText(1, "the first one still serves"))));
 }
@@ -41,6 +46,7 @@ TEST(Life, ASecondServiceOfOneNameSaysSoInOneLineUntilTheFirstIsDead) {
             "texts: the name texts on " + place.bus().string() + " is taken by another process\n");
   EXPECT_EQ(std::filesystem::read_symlink(link), "100.sock");
   EXPECT_FALSE(std::filesystem::exists(place.bus() / "101.sock"));
+  expectNoOtherStore(place);
 
   EXPECT_EQ(first.end(SIGKILL), -SIGKILL);
   ASSERT_TRUE(second.start()) << second.said();
@@ -128,7 +134,7 @@ struct ServiceRun {
 
 /// The service with these words on its command line; its output as the shell's `redirection` says.
 ServiceRun runService(const std::string& words, const std::string& redirection) {
-  const std::string line = std::string(CONFKIT_EMULATOR) + " '" + CONFKIT_TEST_SERVICE + "' 0 " +
+  const std::string line = std::string(CONFKIT_EMULATOR) + " '" + CONFKIT_TEST_SERVICE + "' 0 100 " +
                            words + ' ' + redirection;
   ServiceRun run;
   FILE* const pipe = popen(line.c_str(), "r");

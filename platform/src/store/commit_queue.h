@@ -33,7 +33,7 @@ class CommitQueue {
   StoreEngine::Opened open(std::string_view name);
   void set(unsigned table, std::uint32_t id, const message& record);
   void remove(unsigned table, std::uint32_t id);
-  /// The record as the changes made so far leave it, written or not.
+  /// The record as the changes made so far leave it, written or not. Requires: there is one.
   message get(unsigned table, std::uint32_t id);
 
   // The loop's side.

@@ -122,19 +122,18 @@ int RecordTables::ids(std::string_view store, Ids& ids) {
 }
 
 int RecordTables::read(std::string_view store, std::uint32_t id, message& record) {
-  record = message();
   const auto at = tables_.find(store);
-  if (at == tables_.end()) return SQLITE_OK;
+  if (at == tables_.end()) return SQLITE_CORRUPT;
   Table& table = at->second;
   Statement& get = prepared(table.get, "SELECT record FROM " + table.name + " WHERE id = ?");
   int result = get.bind(1, id).step();
   if (result == SQLITE_ROW) {
     auto found = decodeRecord(id, get.blob(0));
-    result = found && found->store == store ? SQLITE_DONE : SQLITE_CORRUPT;
-    if (result == SQLITE_DONE) record = std::move(found->record);
+    result = found && found->store == store ? SQLITE_OK : SQLITE_CORRUPT;
+    if (result == SQLITE_OK) record = std::move(found->record);
   }
   get.reset();
-  return result == SQLITE_DONE ? SQLITE_OK : result;
+  return result == SQLITE_DONE ? SQLITE_CORRUPT : result;  // the tree has lost it
 }
 
 void RecordTables::begin() { failure_ = prepared(begin_, "BEGIN IMMEDIATE").run(); }

@@ -33,8 +33,8 @@ class RecordTables {
   bool has(std::string_view store) const { return tables_.contains(store); }
   /// Replaces `ids` by those of the store's records, ascending; SQLITE_OK, or why some are missing.
   int ids(std::string_view store, Ids& ids);
-  /// Replaces `record` by that under `id`, by an empty message when there is none; SQLITE_OK, or
-  /// why it cannot be read as it was written.
+  /// Replaces `record` by that under `id`, which is there; SQLITE_OK, or why it cannot be read as
+  /// it was written.
   int read(std::string_view store, std::uint32_t id, message& record);
 
   // A transaction: `begin`, any number of `make`, `put` and `remove`, `end`.
