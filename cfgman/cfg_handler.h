@@ -10,8 +10,8 @@
 #include "platform/handler.h"
 
 /// Brings every command to the manager's `doCmd`, and tells subscribers what each update changed.
-/// Made by `CfgMan::setHandler` and deleted with the manager; deleted earlier, it leaves the manager
-/// without a handler.
+/// Made by `CfgMan::setHandler` and deleted with the manager; deleted earlier, it leaves the
+/// manager without a handler.
 class CONFKIT_API CfgHandler : public nv::Handler, public CfgMan::Link {
  public:
   explicit CfgHandler(CfgMan* manager) : manager_(manager) {}
