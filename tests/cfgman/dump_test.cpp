@@ -1,4 +1,6 @@
 // Managers as text, to the character.
+#include <optional>
+
 #include "tests/support/cfgman_watchers.h"
 
 using namespace test;
@@ -58,7 +60,7 @@ TEST_F(CfgManDump, NamesThePartsOfAManager) {
   cm->addRemote({{key::route, {8}}}, {}, false);
   kit->seen().follows[1].deliver({});
   cm->defcfg = {{key::name, "d"}, {key::cfgFlagA, true}};
-  const Hearer hearer(*cm, kit->seen());
+  std::optional<Hearer> hearer(std::in_place, *cm, kit->seen());
   EXPECT_EQ(dump(1), head(*cm) +
                          "    store: firstTime \n"
                          "    handler: \n"
@@ -85,6 +87,7 @@ TEST_F(CfgManDump, NamesThePartsOfAManager) {
                          "\n    ~US\tid\tcookie\tnlinks\n"
                          "     S\t1\t0\t\n"
                          "};\n\n100");
+  hearer.reset();
   restart();
   EXPECT_EQ(dump(2).substr(0, dump(2).find("    alloc")),
             head(*cm) + "    store: \n    handler: \n");
