@@ -141,8 +141,7 @@ TEST_F(CfgManCommands, HooksExtendAnObjectInTheirOrder) {
   EXPECT_EQ(full.get(key::about),
             (std::vector<std::string>{"fill 2 b", "item, flags 6", "text", "more"}));
   EXPECT_EQ(full.get(key::objectId), 2u);
-  const auto bare =
-      ask(cmd::getObj, {{key::objectId, 2}, {key::getFlags, nv::kConfigOnlyBit | 6}});
+  const auto bare = ask(cmd::getObj, {{key::objectId, 2}, {key::getFlags, nv::kConfigOnlyBit | 6}});
   EXPECT_FALSE(bare.has(key::about));
 
   asked.clear();
@@ -177,8 +176,9 @@ TEST_F(CfgManCommands, AManagerWithoutAHandlerTakesChangesAndSaysNothing) {
 TEST_F(CfgManCommands, DefaultConfigurationIsMergedUnderAdds) {
   cm->defcfg = {{key::name, "x"}, {key::cfgFlagA, true}, {key::objectId, 70}, {key::absent, 1}};
   EXPECT_EQ(add({{key::name, "y"}}), 4u);
-  EXPECT_EQ(cm->find(4)->config,
-            message({{key::objectId, 4}, {key::name, "y"}, {key::cfgFlagA, true}, {key::absent, 0}}));
+  EXPECT_EQ(
+      cm->find(4)->config,
+      message({{key::objectId, 4}, {key::name, "y"}, {key::cfgFlagA, true}, {key::absent, 0}}));
   ask(cmd::setObj, {{key::objectId, 1}, {key::cfgText, "t"}});
   EXPECT_FALSE(cm->find(1)->config.has(key::cfgFlagA));
 }

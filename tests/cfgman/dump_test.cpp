@@ -43,12 +43,11 @@ TEST_F(CfgManDump, ABareManagerIsTwoLines) {
   two.configIds.clear();
   EXPECT_EQ(dump(), head(one) + "};\n" + head(two, " \"port\"\n") + "};\n\n100");
   two.stateIds = {0x08fe0005, 0x38000000};
-  EXPECT_EQ(dump(1).substr(dump(1).find("CfgMan", 1)),
-            head(two, " \"port\"\n") +
-                "    state ids:\n"
-                "        id=16646149_u\n"
-                "        id=\n"
-                "};\n\n100");
+  EXPECT_EQ(dump(1).substr(dump(1).find("CfgMan", 1)), head(two, " \"port\"\n") +
+                                                           "    state ids:\n"
+                                                           "        id=16646149_u\n"
+                                                           "        id=\n"
+                                                           "};\n\n100");
 }
 
 TEST_F(CfgManDump, NamesThePartsOfAManager) {
@@ -100,16 +99,18 @@ TEST_F(CfgManDump, ListsItemsWithTheirNeighbours) {
   add({{key::objectId, 0xa0}});
   add({{key::objectId, 0xb0}, {key::dynamic, true}});
   add({{key::objectId, 0xc0}});
-  for (const auto* name : {"p", "q"})
-    cm->find(0xc0)->links.push_back(new Part(name, kit->seen()));
+  for (const auto* name : {"p", "q"}) cm->find(0xc0)->links.push_back(new Part(name, kit->seen()));
   auto all = dump();
   all = all.substr(all.find("    ~US"));
-  EXPECT_EQ(all, "    ~US\tid\tcookie\tnlinks\tnext\tprev\tsnext\tsprev\n"
-                 "    ~S\t1\t" + address(&cookie) + "\t\tNULL\n"
-                 "     S\ta0\t0\t\tb0\t\tc0\t\n"
-                 "      \tb0\t0\t\tc0\ta0\t\t\n"
-                 "     S\tc0\t0\t2\t\tb0\t\ta0\n"
-                 "};\n\n100");
+  EXPECT_EQ(all,
+            "    ~US\tid\tcookie\tnlinks\tnext\tprev\tsnext\tsprev\n"
+            "    ~S\t1\t" +
+                address(&cookie) +
+                "\t\tNULL\n"
+                "     S\ta0\t0\t\tb0\t\tc0\t\n"
+                "      \tb0\t0\t\tc0\ta0\t\t\n"
+                "     S\tc0\t0\t2\t\tb0\t\ta0\n"
+                "};\n\n100");
   const auto messages = [&](std::uint32_t id) {
     const auto* const item = cm->find(id);
     return "\n" + dumped(item->config) + (item->state.empty() ? "" : "\n" + dumped(item->state));
@@ -146,7 +147,8 @@ TEST_F(CfgManDump, AnItemSaysWhichPartsItHas) {
   EXPECT_EQ(text(*item), "Item{ " + address(item) + " node ord{ item=" + address(item) +
                              " node snode } store #links=1 }");
   item = cm->find(2);
-  EXPECT_EQ(text(*item), "Item{ " + address(item) + " node ord{ item=" + address(item) + " node } }");
+  EXPECT_EQ(text(*item),
+            "Item{ " + address(item) + " node ord{ item=" + address(item) + " node } }");
 }
 
 TEST_F(CfgManDump, AnIteratorSaysWhereItStands) {

@@ -35,8 +35,8 @@ TEST_F(CfgManIds, AreAllocatedFromTheRangeUntilNoneIsLeft) {
 TEST_F(CfgManIds, CanBeGivenUnlessTheyAreTakenOrReserved) {
   const struct {
     std::uint32_t asked, got;
-  } rows[] = {{4, 4},           {0, 0},           {nv::kHeadId, kNone}, {0xfffffffd, 0xfffffffd},
-              {kNone, 1},       {2, 2},           {kNone, 3},           {kNone, 5},
+  } rows[] = {{4, 4},     {0, 0}, {nv::kHeadId, kNone}, {0xfffffffd, 0xfffffffd},
+              {kNone, 1}, {2, 2}, {kNone, 3},           {kNone, 5},
               {50, kNone} /* claimed by somebody */};
   cm->setAllocator(1, 0xfffffffd);
   cm->alloc->allocate(50);
@@ -104,7 +104,8 @@ TEST_F(CfgManIds, APlantedItemIsAbsentUntilItIsFilledAndAfterItsRemoval) {
   EXPECT_EQ(ask(cmd::getObj, {{key::objectId, 1}}),
             message({{key::objectId, 1}, {key::absent, 1}, {key::stateFlag, true}}));
 
-  EXPECT_EQ(ask(cmd::addObj, {{key::objectId, 1}, {key::name, "p"}}), message({{key::objectId, 1}}));
+  EXPECT_EQ(ask(cmd::addObj, {{key::objectId, 1}, {key::name, "p"}}),
+            message({{key::objectId, 1}}));
   EXPECT_EQ(line(), "undo p changed, store 1, reply");
   EXPECT_EQ(kit->seen().undos[0].request.get(key::command), cmd::addObj);
   EXPECT_EQ(kit->seen().undos[0].undo.get(key::command), cmd::removeObj);

@@ -11,8 +11,8 @@ using nv::message;
 
 namespace {
 
-/// A capture that is too long to stand in a function object. Read at the end of a callback, it shows
-/// whether that was destroyed while it ran.
+/// A capture that is too long to stand in a function object. Read at the end of a callback, it
+/// shows whether that was destroyed while it ran.
 struct Long {
   char text[64] = "still here";
   void check() const { EXPECT_STREQ(text, "still here"); }
@@ -70,7 +70,8 @@ TEST_F(CfgManLifetime, TheManagerMayEndInAnyOfItsCallbacks) {
       {"applyItem",
        [](CfgMan& m, End end) { m.applyItem = [end](auto*, auto*, auto&, auto&) { end(); }; },
        command(cmd::setObj, {{key::objectId, 1}, {key::name, "z"}})},
-      {"isExternalId", [](CfgMan& m, End end) { m.isExternalId = [end](auto) { return end(), true; }; },
+      {"isExternalId",
+       [](CfgMan& m, End end) { m.isExternalId = [end](auto) { return end(), true; }; },
        command(cmd::addObj, {{key::objectId, 9}})},
       {"isExternalId of a removal",
        [](CfgMan& m, End end) { m.isExternalId = [end](auto) { return end(), true; }; },

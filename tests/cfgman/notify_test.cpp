@@ -39,8 +39,7 @@ class CfgManNotify : public CfgManTest {
   std::unique_ptr<nv::testkit::BusPeer> subscribeByBus(std::uint32_t flags) {
     kit->listen(5);
     auto peer = kit->connect();
-    peer->send(command(cmd::subscribe,
-                       {{key::route, {5}}, {key::tag, 1}, {key::getFlags, flags}}));
+    peer->send(command(cmd::subscribe, {{key::route, {5}}, {key::tag, 1}, {key::getFlags, flags}}));
     kit->settle();
     EXPECT_FALSE(nv::isError(peer->received().at(0)));
     return peer;
@@ -135,8 +134,8 @@ TEST_F(CfgManNotify, WithoutAFactoryAllArePlain) {
 TEST_F(CfgManNotify, TheBasicFactoryTakesFlagsFromTheRequest) {
   cm->mkSubscr = mkSubscrBasic;
   const message plainRequest{{key::name, "q"}};
-  for (const auto& [request, flags] : {std::pair(plainRequest, 0x00fe001du),
-                                       std::pair(message({{key::getFlags, 7}}), 7u)}) {
+  for (const auto& [request, flags] :
+       {std::pair(plainRequest, 0x00fe001du), std::pair(message({{key::getFlags, 7}}), 7u)}) {
     bool isPlain = true;
     auto* const made = static_cast<CfgMan::Subscription*>(cm->handler->subscribe(request, isPlain));
     ASSERT_NE(made, nullptr);

@@ -12,7 +12,9 @@ class CfgManRemotes : public CfgManTest {
  protected:
   CfgManRemotes() { kit->seen().answersFollows = true; }
 
-  const nv::testkit::Recorder::Follow& follow(std::size_t k = 0) { return kit->seen().follows.at(k); }
+  const nv::testkit::Recorder::Follow& follow(std::size_t k = 0) {
+    return kit->seen().follows.at(k);
+  }
   /// The remote says something, and it takes effect.
   std::string says(const message& msg, std::size_t k = 0) {
     kit->seen().log.clear();
@@ -48,8 +50,7 @@ TEST_F(CfgManRemotes, AreFollowedByRoute) {
 TEST_F(CfgManRemotes, TheirObjectsBecomeItemsThatAreStoredAndUndone) {
   cm->setRemote(7, nv::kNoId, {});
   EXPECT_EQ(says({{key::objectId, 4}, {key::name, "a"}, {key::stateFlag, false}}), "store 4");
-  EXPECT_EQ(cm->find(4)->config,
-            message({{key::objectId, 4}, {key::name, "a"}, {key::absent, 0}}));
+  EXPECT_EQ(cm->find(4)->config, message({{key::objectId, 4}, {key::name, "a"}, {key::absent, 0}}));
   EXPECT_EQ(cm->find(4)->state, message({{key::stateFlag, false}}));
   EXPECT_EQ(says({{key::objectId, 4}, {key::name, "a"}}), "");
   EXPECT_EQ(says({{key::objectId, 4}, {key::name, "b"}}), "store 4");
@@ -80,8 +81,10 @@ TEST_F(CfgManRemotes, AreLoadedOnce) {
 
 TEST_F(CfgManRemotes, EachIsLoadedByItself) {
   std::string loaded;
-  cm->addRemote({{key::route, {7}}}, [&] { loaded += "first "; }, false);
-  cm->addRemote({{key::route, {8}}}, [&] { loaded += "second "; }, false);
+  cm->addRemote(
+      {{key::route, {7}}}, [&] { loaded += "first "; }, false);
+  cm->addRemote(
+      {{key::route, {8}}}, [&] { loaded += "second "; }, false);
   says({}, 1);
   EXPECT_EQ(loaded, "second ");
   EXPECT_FALSE(cm->remotes[0].loaded);

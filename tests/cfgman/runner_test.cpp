@@ -189,8 +189,9 @@ TEST_F(CfgManRunner, CommandsThatComeWhileTheStoreIsReadWaitAndKeepTheirOrder) {
   send(command(cmd::removeObj, {{key::objectId, 1}}));
   kit->seen().clear();
   runAll();
-  EXPECT_EQ(line(), "undo new added, store 3, reply, undo newer changed, store 3, reply, "
-                    "undo one removed, unstore 1, reply");
+  EXPECT_EQ(line(),
+            "undo new added, store 3, reply, undo newer changed, store 3, reply, "
+            "undo one removed, unstore 1, reply");
   EXPECT_EQ(ids(), "2 3");
 }
 

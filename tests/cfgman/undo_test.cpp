@@ -34,7 +34,10 @@ TEST_F(CfgManUndo, HoldsWhatWasAndListsWhatWasNot) {
     unsigned request;
   } rows[] = {
       {command(cmd::addObj, {{key::name, "a"}}),
-       {{key::absent, 1}, {key::removals, name}, {key::command, cmd::removeObj}, {key::objectId, 1}},
+       {{key::absent, 1},
+        {key::removals, name},
+        {key::command, cmd::removeObj},
+        {key::objectId, 1}},
        "a added",
        cmd::addObj},
       {command(cmd::setObj, {{key::objectId, 1}, {key::name, "b"}, {key::cfgText, "t"}}),
@@ -50,13 +53,14 @@ TEST_F(CfgManUndo, HoldsWhatWasAndListsWhatWasNot) {
        "b changed",
        cmd::setObj},
       {command(cmd::moveObj, {{key::objectId, 1}}),
-       {{key::removals, Uids{key::nextId.uid()}},
-        {key::command, cmd::setObj},
-        {key::objectId, 1}},
+       {{key::removals, Uids{key::nextId.uid()}}, {key::command, cmd::setObj}, {key::objectId, 1}},
        "b changed",
        cmd::setObj},
       {command(cmd::setObj, {{key::objectId, 1}, {key::removals, text}}),
-       {{key::cfgText, "t"}, {key::removals, none}, {key::command, cmd::setObj}, {key::objectId, 1}},
+       {{key::cfgText, "t"},
+        {key::removals, none},
+        {key::command, cmd::setObj},
+        {key::objectId, 1}},
        "b changed",
        cmd::setObj},
       {command(cmd::setObj, {{key::objectId, 1}, {key::absent, 2}}),
@@ -69,7 +73,10 @@ TEST_F(CfgManUndo, HoldsWhatWasAndListsWhatWasNot) {
        "b removed",
        cmd::removeObj},
       {command(cmd::setObj, {{key::objectId, 3}, {key::absent, 0}}),
-       {{key::absent, 1}, {key::removals, none}, {key::command, cmd::removeObj}, {key::objectId, 3}},
+       {{key::absent, 1},
+        {key::removals, none},
+        {key::command, cmd::removeObj},
+        {key::objectId, 3}},
        " added",
        cmd::addObj},
   };
@@ -80,7 +87,8 @@ TEST_F(CfgManUndo, HoldsWhatWasAndListsWhatWasNot) {
     EXPECT_EQ(undo().description, row.description);
     auto request = row.command;
     if (!request.has(key::removals)) request.insert(key::removals, {});
-    request.insert(key::command, row.request).insert(key::requester, undo().request.get(key::requester));
+    request.insert(key::command, row.request)
+        .insert(key::requester, undo().request.get(key::requester));
     EXPECT_EQ(undo().request, request);
   }
 }
@@ -113,7 +121,9 @@ TEST_F(CfgManUndo, SentBackItRestoresConfigurationOrderAndStore) {
 }
 
 TEST_F(CfgManUndo, ARecordIsNamedAsTheServiceDescribesIt) {
-  cm->describe = [](const message& cfg) { return "item " + std::to_string(cfg.get(key::objectId)); };
+  cm->describe = [](const message& cfg) {
+    return "item " + std::to_string(cfg.get(key::objectId));
+  };
   add({{key::name, "a"}});
   EXPECT_EQ(undo().description, "item 1 added");
   ask(cmd::removeObj, {{key::objectId, 1}});

@@ -62,8 +62,7 @@ TEST_F(CfgManUpdates, TakeEffectInOrder) {
   ask(cmd::setObj, {{key::objectId, 1}, {key::stateFlag, false}});
   EXPECT_EQ(line(), "undo a changed, notify 1, hear 1 fe0008, reply");
   ask(cmd::removeObj, {{key::objectId, 1}});
-  EXPECT_EQ(line(),
-            "apply 1 8fe0013, undo a removed, notify 1, hear 1 8fe0013, unstore 1, reply");
+  EXPECT_EQ(line(), "apply 1 8fe0013, undo a removed, notify 1, hear 1 8fe0013, unstore 1, reply");
   EXPECT_EQ(cm->find(1), nullptr);
 }
 
@@ -76,7 +75,8 @@ TEST_F(CfgManUpdates, ObserversSeeBothSidesAndTheNewOneInTheItem) {
   EXPECT_EQ(hearer.inItem, hearer.newCfg);
   EXPECT_TRUE(hearer.oldState.get(key::stateFlag));
   EXPECT_FALSE(hearer.newState.get(key::stateFlag));
-  EXPECT_EQ(line(), "apply 1 fe0008 20fe0010, undo b changed, hear 1 fe0008 20fe0010, store 1, reply");
+  EXPECT_EQ(line(),
+            "apply 1 fe0008 20fe0010, undo b changed, hear 1 fe0008 20fe0010, store 1, reply");
   ask(cmd::addObj);
   EXPECT_EQ(hearer.oldCfg, message({{key::absent, 1}}));
   EXPECT_EQ(hearer.oldState, message({{key::stateFlag, true}}));
@@ -253,8 +253,9 @@ TEST_F(CfgManUpdates, ItemLinksLiveAsLongAsTheirConfiguration) {
   EXPECT_EQ(ask(cmd::getObj, {{key::objectId, 1}}).get(key::about),
             std::vector<std::string>{"about 4"});
   ask(cmd::removeObj, {{key::objectId, 1}});
-  EXPECT_EQ(line(), "apply 1 8fe0013, release 4, release 4b, undo d removed, unstore 1, release 5, "
-                    "release 5b, reply");
+  EXPECT_EQ(line(),
+            "apply 1 8fe0013, release 4, release 4b, undo d removed, unstore 1, release 5, "
+            "release 5b, reply");
   turn = 2;
   ask(cmd::addObj);
   EXPECT_EQ(line(), "apply 1 8fe0013, release 3, release 3b, reply");
