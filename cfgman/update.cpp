@@ -182,11 +182,18 @@ void Update::callHook() {
 
 template <class Call>
 void Update::withNewConfig(Call call) {
-  item_->config.swap(cfg_);
+  swapConfig();
   const AtEnd swapBack([this] {
-    if (isItemThere()) item_->config.swap(cfg_);
+    if (isItemThere()) swapConfig();
   });
   call();
+}
+
+void Update::swapConfig() {
+  const bool renames = item_->config.view(key::name) != cfg_.view(key::name);
+  if (renames) manager_.names_->remove(*item_);
+  item_->config.swap(cfg_);
+  if (renames) manager_.names_->add(*item_);
 }
 
 void Update::rollBack() {

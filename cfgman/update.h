@@ -47,6 +47,8 @@ class Update {
   /// Calls with the new configuration in the item and the old one in `cfg_`.
   template <class Call>
   void withNewConfig(Call call);
+  /// Exchanges the item's configuration and `cfg_`.
+  void swapConfig();
 
   bool isRemoval() const { return cfg_.get(nv::key::absent) != 0; }
   /// Whether the manager and the item outlived the service code that was called.

@@ -166,6 +166,7 @@ void CfgManModel::run(Task task) {
   run.reply.insert(key::objectId, run.task.id);
   if (nv::isError(run.reply)) return rollBack(run);
   publishUndo(run);
+  tellObservers(run);
   placeAndStore(run);
   removeIfGone(run);
   answer(run.task.request, run.reply);
@@ -292,6 +293,14 @@ void CfgManModel::publishUndo(Run& run) {
   if (!existed) return say(0xfe0005, 0xfe0006, run.created ? " added" : " changed");
   if (!exists) return say(0xfe0006, 0xfe0005, " removed");
   say(0xfe0003, 0xfe0003, " changed");
+}
+
+void CfgManModel::tellObservers(Run& run) {
+  auto& item = *run.item;
+  const auto old = std::exchange(item.config, run.cfg);
+  observed.push_back(
+      {run.task.id, old, run.cfg, run.state, item.state, run.changed, defaultName()});
+  item.config = old;
 }
 
 void CfgManModel::placeAndStore(Run& run) {

@@ -44,6 +44,15 @@ struct CfgService {
   static std::string describe(const nv::message& cfg);
 };
 
+/// What an observer sees in an update: all that it is handed, and the default name at that time.
+struct Observed {
+  std::uint32_t id;
+  nv::message oldCfg, newCfg, oldState, newState;
+  vset<unsigned> keys;
+  std::string defaultName;
+  bool operator==(const Observed&) const = default;
+};
+
 /// Records by id.
 using Records = std::map<std::uint32_t, nv::message>;
 
@@ -77,6 +86,7 @@ class CfgManModel {
   Records records;
   /// Replies, undo records and store operations, in order.
   nv::testkit::Recorder told;
+  std::vector<Observed> observed;
 
   /// A changing command as it reaches the handler.
   void command(const nv::message& cmd);
@@ -106,6 +116,7 @@ class CfgManModel {
   void callApply(Run& run);
   void rollBack(Run& run);
   void publishUndo(Run& run);
+  void tellObservers(Run& run);
   void placeAndStore(Run& run);
   void place(Run& run);
   void removeIfGone(Run& run);
