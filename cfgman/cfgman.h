@@ -49,7 +49,7 @@ struct UpdateTask;
 class CONFKIT_API CfgMan {
  public:
   struct Item;
-  struct ItemLink;
+  class ItemLink;
   struct OrdNode;
   struct RemoteRec;
   class Iterator;

@@ -56,6 +56,7 @@ void CfgService::judge(const message& cfg, message& reply) {
 }
 
 void CfgService::correct(message& cfg, vset<unsigned>& keys) {
+  if (cfg.get(field::number) == 6) cfg.insert(key::absent, 1);
   if (cfg.get(field::number) != 7) return;
   cfg.insert(field::number, 8);
   keys.insert(field::number.uid());

@@ -39,7 +39,7 @@ struct CfgService {
   bool isExternal(std::uint32_t id) const { return hasExternalIds && id >= 20 && id < 24; }
   /// Refuses number 13. An accepted one is told in the reply.
   static void judge(const nv::message& cfg, nv::message& reply);
-  /// What `apply` may do besides: it takes number 7 for 8.
+  /// What `apply` may do besides: it takes number 7 for 8, and lets go what has number 6.
   static void correct(nv::message& cfg, vset<unsigned>& keys);
   static std::string describe(const nv::message& cfg);
 };
