@@ -10,8 +10,8 @@
 #include "platform/handler.h"
 
 /// Brings every command to the manager's `doCmd`, and tells subscribers what each update changed.
-/// Made by `CfgMan::setHandler` and deleted with the manager; deleted earlier, it leaves the manager
-/// without a handler.
+/// Made by `CfgMan::setHandler` and deleted with the manager; deleted earlier, it leaves the
+/// manager without a handler.
 class CONFKIT_API CfgHandler : public nv::Handler, public CfgMan::Link {
  public:
   explicit CfgHandler(CfgMan* manager) : manager_(manager) {}
@@ -52,7 +52,6 @@ class CONFKIT_API CfgHandler : public nv::Handler, public CfgMan::Link {
   CfgMan* manager_;  // owns this
   std::uint32_t plainSubscribers_ = 0;
   std::map<Serial, CfgMan::Subscription*> subscriptions_;
-  Serial lastSerial_ = 0;
   bool isFlushing_ = false;
   LifeToken<CfgHandler> token_{this};
 };
@@ -60,7 +59,8 @@ class CONFKIT_API CfgHandler : public nv::Handler, public CfgMan::Link {
 template <class Visit>
 void CfgHandler::forEachSubscription(Visit visit) {
   const auto watch = token_.watch();
-  const auto last = lastSerial_;
+  if (subscriptions_.empty()) return;
+  const auto last = subscriptions_.rbegin()->first;
   for (auto at = subscriptions_.begin(); at != subscriptions_.end() && at->first <= last;) {
     const auto serial = at->first;
     visit(*at->second, serial);

@@ -74,7 +74,8 @@ void dumpAllocator(std::ostream& os, const CfgMan& manager) {
 }
 
 void dumpParts(std::ostream& os, const CfgMan& manager) {
-  if (manager.store) os << "    store: " << (manager.store->firstTime() ? "firstTime " : "") << '\n';
+  if (manager.store)
+    os << "    store: " << (manager.store->firstTime() ? "firstTime " : "") << '\n';
   if (manager.handler) os << "    handler: \n";
   for (const auto& remote : manager.remotes)
     os << "    remote: " << (remote.loaded ? " loaded" : "") << '\n';

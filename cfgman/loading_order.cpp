@@ -43,7 +43,7 @@ Unchaining::Unchaining(const nv::Store& store) {
   }
   std::sort(steps_.begin(), steps_.end());
   done_.resize(steps_.size());
-  order_.reserve(left_.used());
+  order_.reserve(static_cast<std::size_t>(left_.used()));
 }
 
 std::vector<std::uint32_t> Unchaining::run() && {

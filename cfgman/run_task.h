@@ -18,7 +18,7 @@ class CONFKIT_API CfgMan::RunTask {
   using Task = std::function<void()>;
 
   /// Queues `task`: with `deferred` while `running` is set, otherwise with `pending`. One that is
-  /// overridden to call `task` at once nests updates, which managers bear.
+  /// overridden to call `task` at once is allowed: a manager carries out one update at a time.
   virtual void post(Task task);
 
   /// Calls the first pending task, then all deferred ones, those that they add included. Returns

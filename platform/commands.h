@@ -26,7 +26,7 @@ inline constexpr unsigned subscribe = 0xfe0010;
 inline constexpr unsigned unsubscribe = 0xfe0011;
 /// What the handler is: its name and the dictionary of its keys.
 inline constexpr unsigned describe = 0xfe0012;
-/// The last undo records of the service, newest first.
+/// The last undo records of the handler, newest first.
 inline constexpr unsigned getUndo = 0xfe0016;
 
 /// Whether a command with this code asks for a change of configuration.

@@ -24,7 +24,8 @@ inline constexpr unsigned noIterationId = 0xfe000c;
 
 /// The requester's rights do not allow the command.
 inline constexpr unsigned notAllowed = 0xfe0101;
-/// Nobody listens at the address, or no handler is registered under the route.
+/// Nobody listens at the address, or it cannot be connected to, or no handler is registered under
+/// the route. The text says which.
 inline constexpr unsigned noRoute = 0xfe0102;
 /// No answer within the time given.
 inline constexpr unsigned timedOut = 0xfe0103;

@@ -22,13 +22,14 @@ struct KeyInfo {
 /// only.
 ///
 /// A command is dispatched to the operation of its code; what the operation returns is the reply. A
-/// handler is registered with `Looper::addHandler` and unregisters itself when it is destroyed; its
-/// subscribers are then dropped without further calls.
+/// handler is registered with `Looper::addHandler` and unregisters itself when it is destroyed: its
+/// subscribers are then told that their subscriptions have ended, and dropped without further
+/// calls. It may be destroyed from within any of its own operations that the bus calls.
 ///
 /// Notifications: `notifyChange` marks an object; before the loop sleeps `flushNotifies` fetches
 /// each marked object once per get flags (`getObject`) and sends it, so any number of changes to
 /// one object in one pass cost one message. To a subscriber that reads slowly nothing is sent: it
-/// keeps one mark per changed object until it has caught up.
+/// keeps one mark per changed object, with whether it was removed, until it has caught up.
 class CONFKIT_API Handler {
  public:
   Handler();
@@ -86,11 +87,15 @@ class CONFKIT_API Handler {
   void replyMessage(const message& request, message reply);
   /// Marks object `id` as changed for one subscriber (`cookie`), or for all plain ones (null).
   /// `removed`: the notification says so whatever `getObject` answers. The fields of `extra` are
-  /// added to the notification. To a subscriber that reads slowly both may be lost: it gets what
-  /// `getObject` answers later.
+  /// added to the notification.
+  ///
+  /// Of several calls for one object in one pass the last one's `removed` counts, and the fields of
+  /// all. A subscriber that reads slowly loses the fields of `extra`: once it has caught up it gets
+  /// what `getObject` answers then, and that the object is removed when the last call said so.
   void notifyChange(std::uint32_t id, bool removed, void* cookie, const message& extra);
   /// Publishes a command that would revert the change made by `request`, with a text for people.
-  /// Clients read the last ones with cmd::getUndo, from when the change is on disk.
+  /// Clients read this handler's last ones with cmd::getUndo, from when the change is on disk. All
+  /// handlers of the process share the room for them (Limits::undoRecords, Limits::undoBytes).
   void sendUndo(const message& request, const message& undo, const std::string& description);
 
   /// What clients are told of this handler: a word that names it, and its keys.
@@ -102,6 +107,9 @@ class CONFKIT_API Handler {
     std::vector<KeyInfo> keys;
   };
   const Description& description() const { return description_; }
+  /// Tells the subscribers that their subscriptions have ended and forgets them, with a call of
+  /// `unsubscribe` for each.
+  void endSubscriptions();
   /// Forgets the subscribers of a connection, with a call of `unsubscribe` for each.
   void dropSubscribers(std::uint32_t connection);
   /// Whether `flushNotifies` has something to send.
@@ -113,7 +121,7 @@ class CONFKIT_API Handler {
   class Subscribers;
   message answer(const message& cmd, unsigned code);
 
-  std::unique_ptr<Subscribers> subscribers_;
+  std::shared_ptr<Subscribers> subscribers_;  // also held by what is under way in it
   Description description_;
 };
 

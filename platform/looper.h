@@ -40,7 +40,8 @@ struct Platform {
 /// requests) is held back as a whole when the turn changed the store, until that change is on disk;
 /// notifications wait for all changes made so far. When a change cannot be written, the replies
 /// that wait for it become err::notStored replies and the process ends with status `kNotStored`, so
-/// that it starts again from what is on disk.
+/// that it starts again from what is on disk. It ends so too, at once, when a record cannot be
+/// read: to a service it would look as if it were absent.
 class CONFKIT_API Looper {
  public:
   /// Exit status of a process whose store failed.
@@ -53,19 +54,26 @@ class CONFKIT_API Looper {
   /// `Service` and by the test kit. Handlers, follows and posts of before are forgotten.
   void assemble(Platform platform);
 
+  /// Gives a process that was put together without stores its store engine. Called before the first
+  /// pass.
+  void useStores(std::unique_ptr<StoreEngine> stores);
+
   /// Takes `address` on the bus; empty, or a line that says why not. `name` is a word by which
   /// people find the service.
   std::string listen(std::uint32_t address, const std::string& name);
 
-  /// Registers `handler` under `id`. Not owned; it unregisters itself when it is destroyed. The
-  /// handler under the process's own address answers route [address], the others [address, id].
+  /// Registers `handler` under `id`, in place of one that is there. Not owned; it unregisters
+  /// itself when it is destroyed. The handler under the process's own address answers route
+  /// [address], the others [address, id].
   void addHandler(std::uint32_t id, Handler* handler);
+  /// Its subscriptions end. One that is not registered is left as it is.
   void removeHandler(Handler* handler);
 
   /// Sends a request to its key::route without awaiting an answer.
   void send(message request);
 
-  /// Runs passes until `stop`; then waits for the store and returns stop's status.
+  /// Runs passes until `stop`; then waits for the store and returns stop's status. A process
+  /// without a loop engine cannot wait: it gets a line on the standard error stream and status 1.
   int run();
   /// Can be called from a signal handler.
   void stop(int status = 0);

@@ -29,12 +29,14 @@ class CONFKIT_API Observer {
   virtual void sent(const message& msg);
 
   /// A follow begins. When the observer returns true it feeds `deliver` itself (as often as it
-  /// likes, until followStopped) and nothing goes to the bus.
+  /// likes, until followStopped) and nothing goes to the bus. What it delivers from within this
+  /// call arrives in the next pass of the loop, what it delivers later arrives at once.
   virtual bool follow(void* handle, const message& target, bool wait,
                       std::function<void(const message&)> deliver);
   virtual void followStopped(void* handle);
-  /// A request is posted. When the observer returns true it answers with `answer`, at once or
-  /// later; calls after the first, and after the Post is gone, do nothing.
+  /// A request is posted. When the observer returns true it answers with `answer`. An answer from
+  /// within this call arrives in the next pass of the loop, a later one at once; calls after the
+  /// first, and after the Post is gone, do nothing.
   virtual bool post(const message& request, std::function<void(const message&)> answer);
 };
 

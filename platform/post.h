@@ -11,8 +11,9 @@ namespace nv {
 
 /// Sends a request to the route in its key::route and hands the answer to a function, exactly once:
 /// the reply, or an error reply made by the platform (err::timedOut after the time given,
-/// err::noRoute when nobody is there or the connection ends first). Never from within the
-/// constructor.
+/// err::noRoute when nobody is there, when this user may not connect, or when the connection ends
+/// first). Never from within the constructor. A service that takes no more connections for the
+/// moment is tried again until the time is over.
 ///
 /// Destruction, and assigning another Post, cancels: the function is not called any more. The
 /// function may destroy the Post: it is moved out before it is called. An empty function is

@@ -41,8 +41,14 @@ class CONFKIT_API Transport {
   virtual void start(TransportEvents& events) = 0;
   /// Takes the address and lets others connect to it; empty, or a line that says why not.
   virtual std::string listen(std::uint32_t address, const std::string& name) = 0;
-  /// A new connection to whoever listens at `address`; 0 when nobody does.
-  virtual std::uint32_t connect(std::uint32_t address) = 0;
+  /// What came of a `connect`.
+  struct Connected {
+    std::uint32_t connection = 0;  ///< 0: none
+    std::string error = {};        ///< a line that says why not, unless busy
+    bool busy = false;             ///< who listens there may take the next try
+  };
+  /// A new connection to whoever listens at `address`.
+  virtual Connected connect(std::uint32_t address) = 0;
   /// Queues bytes; they leave with the next `flush`, or as the other end takes them.
   virtual void send(std::uint32_t connection, std::span<const unsigned char> bytes) = 0;
   virtual void flush() = 0;

@@ -1,4 +1,4 @@
-/// Keys of the answer to cmd::getUndo: the last undo records of a service, newest first, in
+/// Keys of the answer to cmd::getUndo: the last undo records of a handler, newest first, in
 /// key::objects.
 #pragma once
 

@@ -6,12 +6,13 @@ namespace nv::testkit {
 
 std::string InProcessTransport::listen(std::uint32_t, const std::string&) { return {}; }
 
-std::uint32_t InProcessTransport::connect(std::uint32_t address) {
-  if (!served_.contains(address)) return 0;
+Transport::Connected InProcessTransport::connect(std::uint32_t address) {
+  if (!served_.contains(address)) return {.error = "nobody listens there"};
+  if (busy_.contains(address)) return {.busy = true};
   const auto connection = nextConnection_++;
   lines_[connection].announced = true;
   accepted_.push_back(connection);
-  return connection;
+  return {.connection = connection};
 }
 
 void InProcessTransport::send(std::uint32_t connection, std::span<const unsigned char> bytes) {
@@ -55,6 +56,13 @@ void InProcessTransport::serve(std::uint32_t address, bool listening) {
     served_.insert(address);
   else
     served_.erase(address);
+}
+
+void InProcessTransport::setBusy(std::uint32_t address, bool busy) {
+  if (busy)
+    busy_.insert(address);
+  else
+    busy_.erase(address);
 }
 
 std::uint32_t InProcessTransport::takeAccepted() {

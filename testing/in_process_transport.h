@@ -18,7 +18,7 @@ class InProcessTransport : public Transport {
  public:
   void start(TransportEvents& events) override { events_ = &events; }
   std::string listen(std::uint32_t address, const std::string& name) override;
-  std::uint32_t connect(std::uint32_t address) override;
+  Connected connect(std::uint32_t address) override;
   void send(std::uint32_t connection, std::span<const unsigned char> bytes) override;
   void flush() override;
   std::size_t queued(std::uint32_t connection) const override;
@@ -29,6 +29,8 @@ class InProcessTransport : public Transport {
   std::uint32_t connectFrom(const Peer& peer);
   /// Somebody listens at `address`; who connects there is in `takeAccepted`.
   void serve(std::uint32_t address, bool listening = true);
+  /// Who is busy takes no connection for the moment.
+  void setBusy(std::uint32_t address, bool busy);
   /// The oldest connection of the process to a served address, 0 when there is none.
   std::uint32_t takeAccepted();
   void write(std::uint32_t connection, const std::vector<unsigned char>& bytes);
@@ -61,7 +63,7 @@ class InProcessTransport : public Transport {
 
   TransportEvents* events_ = nullptr;
   std::map<std::uint32_t, Line> lines_;
-  std::set<std::uint32_t> served_;
+  std::set<std::uint32_t> served_, busy_;
   std::deque<std::uint32_t> accepted_;
   std::uint32_t nextConnection_ = kFirstConnection;
 };

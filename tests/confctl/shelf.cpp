@@ -1,5 +1,6 @@
 /// A service for the client's tests: books on a shelf, handler 3 with the shelf's one
-/// configuration, and handler 4 that never answers.
+/// configuration, handler 4 that never answers, handler 5 whose list begins again and again, and
+/// handler 6 whose list is gathered while it is read.
 #include "containers/amap.h"
 #include "platform/keys.h"
 #include "platform/looper.h"
@@ -71,6 +72,33 @@ class Silent : public nv::Handler {
   void handleCmd(const nv::message&, unsigned) override {}
 };
 
+class Round : public nv::Handler {
+ public:
+  nv::message cmdGetAll(const nv::message&, std::uint32_t startId, std::uint32_t) override {
+    const std::uint32_t id = startId == 2 ? 2 : 1;
+    nv::message page{{nv::key::startId, 3 - id}};
+    page.append(nv::key::objects, nv::message{{nv::key::objectId, id}}.flat());
+    return page;
+  }
+};
+
+class Gathered : public nv::Handler {
+ public:
+  nv::message cmdGetAll(const nv::message&, std::uint32_t startId, std::uint32_t) override {
+    constexpr std::uint32_t kIteration = 0xfffff001;
+    nv::message page;
+    page.insert(nv::key::objects, std::vector<nv::flat_message>());
+    if (startId != kIteration) asked_ = 0;
+    if (asked_ % 2 == 0)
+      page.append(nv::key::objects, nv::message{{nv::key::objectId, asked_}}.flat());
+    if (++asked_ < 6) page.insert(nv::key::startId, kIteration);
+    return page;
+  }
+
+ private:
+  std::uint32_t asked_ = 0;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -78,9 +106,13 @@ int main(int argc, char** argv) {
   Shelf shelf;
   Place place;
   Silent silent;
+  Round round;
+  Gathered gathered;
   shelf.init();
   nv::getLooper()->addHandler(100, &shelf);
   nv::getLooper()->addHandler(3, &place);
   nv::getLooper()->addHandler(4, &silent);
+  nv::getLooper()->addHandler(5, &round);
+  nv::getLooper()->addHandler(6, &gathered);
   return service.run();
 }

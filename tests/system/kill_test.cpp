@@ -1,11 +1,12 @@
 /// Whatever the moment at which a service is killed: what it has acknowledged is there, and nothing
 /// by halves.
 
-#include <atomic>
+#include <condition_variable>
 #include <csignal>
 #include <deque>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -31,13 +32,47 @@ constexpr unsigned kInFlight = 4;
 
 using Texts = std::map<std::uint32_t, std::string>;
 
+/// How far the writers have come, for who waits for them.
+class Progress {
+ public:
+  void answered() {
+    change([this] { ++answers_; });
+  }
+  void ended() {
+    change([this] { ended_ = true; });
+  }
+  int answers() {
+    const std::lock_guard lock(mutex_);
+    return answers_;
+  }
+  /// Waits for so many answers; false when a writer ends before.
+  bool reaches(int answers) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return ended_ || answers_ >= answers; });
+    return answers_ >= answers;
+  }
+
+ private:
+  template <class Function>
+  void change(Function function) {
+    const std::lock_guard lock(mutex_);
+    function();
+    changed_.notify_one();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int answers_ = 0;
+  bool ended_ = false;
+};
+
 /// A client that changes texts of its own, several requests ahead of the answers.
 class Writer {
  public:
   Writer(unsigned number, unsigned seed) : firstId_(1 + number * kTextsOfAWriter), random_(seed) {}
 
-  /// Until the connection ends; counts the answers.
-  void write(const std::filesystem::path& socket, std::atomic<int>& answers) {
+  /// Until the connection ends; tells of each answer and of the end.
+  void write(const std::filesystem::path& socket, Progress& progress) {
     RawClient client(socket);
     for (bool alive = client.connected(); alive;) {
       while (alive && unanswered_.size() < kInFlight) alive = client.send(change());
@@ -49,9 +84,9 @@ class Writer {
       EXPECT_EQ(reply->get(key::tag), unanswered_.front().tag);
       apply(unanswered_.front(), acknowledged_);
       unanswered_.pop_front();
-      ++answers;
-      answers.notify_one();
+      progress.answered();
     }
+    progress.ended();
   }
 
   /// After a restart: what is there is what was acknowledged, and of what was not answered any more
@@ -132,15 +167,15 @@ TEST(Kill, EveryAcknowledgedChangeIsThereAndNoneIsHalfThere) {
   int allAnswers = 0;
   for (int round = 0; round < kKills && !HasFailure(); ++round) {
     ASSERT_TRUE(service.start()) << service.said();
-    std::atomic<int> answers = 0;
+    Progress progress;
     std::vector<std::thread> clients;
     for (auto& writer : writers)
-      clients.emplace_back([&] { writer->write(place.socket(), answers); });
+      clients.emplace_back([&] { writer->write(place.socket(), progress); });
     const int enough = static_cast<int>(random.below(200));
-    for (int seen = 0; seen < enough; seen = answers) answers.wait(seen);
+    EXPECT_TRUE(progress.reaches(enough)) << "the service has ended by itself: " << service.said();
     EXPECT_EQ(service.end(SIGKILL), -SIGKILL);
     for (auto& client : clients) client.join();
-    allAnswers += answers;
+    allAnswers += progress.answers();
 
     ASSERT_TRUE(service.start()) << service.said();
     const auto found = readAll(place);

@@ -1,8 +1,11 @@
 /// How a service process begins and ends.
 
 #include <csignal>
+#include <cstdio>
+#include <fstream>
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include "platform/commands.h"
 #include "tests/support/raw_client.h"
@@ -12,6 +15,12 @@
 namespace nv::testkit {
 namespace {
 
+/// Whether a second instance, whose store file is "other.db", has left none of its files.
+void expectNoOtherStore(const Place& place) {
+  for (const auto& entry : std::filesystem::directory_iterator(place.folder()))
+    EXPECT_FALSE(entry.path().filename().string().starts_with("other.db")) << entry.path();
+}
+
 TEST(Life, ASecondInstanceOnTheAddressSaysSoInOneLine) {
   Place place;
   ServiceProcess first(place), second(place, place.folder() / "other.db");
@@ -20,8 +29,48 @@ TEST(Life, ASecondInstanceOnTheAddressSaysSoInOneLine) {
   EXPECT_EQ(second.wait(), 1);
   EXPECT_EQ(second.said(),
             "texts: address 100 on " + place.bus().string() + " is taken by another process\n");
+  expectNoOtherStore(place);
   RawClient client(place.socket());
   EXPECT_FALSE(isError(client.ask(addText(1, "the first one still serves"))));
+}
+
+TEST(Life, ASecondServiceOfOneNameSaysSoInOneLineUntilTheFirstIsDead) {
+  Place place;
+  const auto link = place.bus() / "texts";
+  ServiceProcess first(place), second(place, place.folder() / "other.db");
+  ASSERT_TRUE(first.start());
+  second.setAddress(kAddress + 1);
+  EXPECT_FALSE(second.start());
+  EXPECT_EQ(second.wait(), 1);
+  EXPECT_EQ(second.said(),
+            "texts: the name texts on " + place.bus().string() + " is taken by another process\n");
+  EXPECT_EQ(std::filesystem::read_symlink(link), "100.sock");
+  EXPECT_FALSE(std::filesystem::exists(place.bus() / "101.sock"));
+  expectNoOtherStore(place);
+
+  EXPECT_EQ(first.end(SIGKILL), -SIGKILL);
+  ASSERT_TRUE(second.start()) << second.said();
+  EXPECT_EQ(std::filesystem::read_symlink(link), "101.sock");
+  EXPECT_EQ(second.end(SIGTERM), 0);
+  EXPECT_FALSE(std::filesystem::is_symlink(link));
+}
+
+TEST(Life, AServiceRemovesNoFileUnderItsNameButItsOwnLink) {
+  Place place;
+  const auto name = place.bus() / "texts";
+  ServiceProcess service(place);
+  ASSERT_TRUE(service.start());
+  std::filesystem::remove(name);
+  std::filesystem::create_symlink("somewhere else", name);
+  EXPECT_EQ(service.end(SIGTERM), 0);
+  EXPECT_EQ(std::filesystem::read_symlink(name), "somewhere else");
+
+  std::filesystem::remove(name);
+  std::ofstream(name) << "precious";
+  EXPECT_FALSE(service.start());
+  EXPECT_EQ(service.wait(), 1);
+  EXPECT_EQ(service.said(), "texts: cannot make " + name.string() + ": File exists\n");
+  EXPECT_EQ(std::filesystem::file_size(name), 8U);
 }
 
 TEST(Life, ASecondProcessOnTheStoreFileSaysSoInOneLine) {
@@ -32,6 +81,8 @@ TEST(Life, ASecondProcessOnTheStoreFileSaysSoInOneLine) {
   EXPECT_EQ(second.wait(), 1);
   EXPECT_EQ(second.said(),
             "texts: store: " + place.storeFile().string() + ": is in use by another process\n");
+  EXPECT_FALSE(std::filesystem::exists(elsewhere.socket()));
+  EXPECT_FALSE(std::filesystem::is_symlink(elsewhere.bus() / "texts"));
   RawClient client(place.socket());
   EXPECT_FALSE(isError(client.ask(addText(1, "the first one still serves"))));
 }
@@ -74,6 +125,41 @@ TEST(Life, SigtermEndsAServiceWhenAllThatItAcceptedIsStored) {
   ASSERT_TRUE(service.start());
   client.connect(place.socket());
   EXPECT_EQ(client.ask(command(cmd::getCount)).get(key::count), acknowledged);
+}
+
+struct ServiceRun {
+  std::string output;
+  int status;
+};
+
+/// The service with these words on its command line; its output as the shell's `redirection` says.
+ServiceRun runService(const std::string& words, const std::string& redirection) {
+  const std::string line = std::string(CONFKIT_EMULATOR) + " '" + CONFKIT_TEST_SERVICE +
+                           "' 0 100 " + words + ' ' + redirection;
+  ServiceRun run;
+  FILE* const pipe = popen(line.c_str(), "r");
+  for (int c; (c = fgetc(pipe)) != EOF;) run.output += static_cast<char>(c);
+  run.status = WEXITSTATUS(pclose(pipe));
+  return run;
+}
+
+TEST(Life, AskedForHelpAServiceSaysHowToStartItAndEndsWell) {
+  for (const char* words : {"--help", "-h", "--bus /nowhere --help"}) {
+    const ServiceRun run = runService(words, "2>/dev/null");
+    EXPECT_EQ(run.status, 0) << words;
+    EXPECT_TRUE(run.output.starts_with("usage: ")) << run.output;
+    EXPECT_NE(run.output.find("(/var/lib/confkit/texts.db)\n"), std::string::npos) << run.output;
+  }
+}
+
+TEST(Life, AWrongArgumentIsNamedInOneLineOnTheErrorStream) {
+  for (const char* word : {"--stoer", "--store", "help"}) {
+    const ServiceRun run = runService(word, "2>&1 >/dev/null");
+    EXPECT_EQ(run.status, 1) << word;
+    EXPECT_TRUE(run.output.starts_with("texts: argument '" + std::string(word) + "': usage: "))
+        << run.output;
+    EXPECT_EQ(linesWith(run.output, ""), 1);
+  }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The service of the system tests: <this> READY_FD [--bus DIRECTORY] [--store FILE]
+// The service of the system tests: <this> READY_FD ADDRESS [--bus DIRECTORY] [--store FILE]
 // Writes a byte to READY_FD when it can be connected to.
 
 #include <cstdlib>
@@ -21,13 +21,14 @@ std::uint32_t rightsOf(const nv::Peer& peer) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) return EXIT_FAILURE;
+  if (argc < 3) return EXIT_FAILURE;
+  const auto address = static_cast<std::uint32_t>(std::atoi(argv[2]));
   nv::Service service(
-      argc - 1, argv + 1,
-      {.name = "texts", .address = nv::testkit::kAddress, .socketMode = 0666, .rights = rightsOf});
+      argc - 2, argv + 2,
+      {.name = "texts", .address = address, .socketMode = 0666, .rights = rightsOf});
   nv::testkit::TwinMap texts;
   texts.init();
-  nv::getLooper()->addHandler(nv::testkit::kAddress, &texts);
+  nv::getLooper()->addHandler(address, &texts);
   const int ready = std::atoi(argv[1]);
   if (write(ready, "!", 1) != 1) return EXIT_FAILURE;
   close(ready);

@@ -109,12 +109,10 @@ void ServiceProcess::run(int readyFd) const {
   std::signal(SIGXFSZ, SIG_IGN);
   const rlimit limit{fileLimit_.value_or(RLIM_INFINITY), RLIM_INFINITY};
   setrlimit(RLIMIT_FSIZE, &limit);
-  // Freed memory that is kept for diagnosis would look like growth.
-  setenv("ASAN_OPTIONS", "quarantine_size_mb=1", 0);
 
   auto words = programWords();
-  for (const auto& word : {std::to_string(readyFd), std::string("--bus"), bus_.string(),
-                           std::string("--store"), storeFile_.string()})
+  for (const auto& word : {std::to_string(readyFd), std::to_string(address_), std::string("--bus"),
+                           bus_.string(), std::string("--store"), storeFile_.string()})
     words.push_back(word);
   std::vector<char*> argv;
   for (auto& word : words) argv.push_back(word.data());
@@ -135,11 +133,5 @@ int ServiceProcess::wait() {
 }
 
 std::string ServiceProcess::said() const { return textOf(output_); }
-
-std::size_t ServiceProcess::memory() const {
-  const auto text = textOf("/proc/" + std::to_string(pid_) + "/status");
-  const auto at = text.find("VmRSS:");
-  return at == std::string::npos ? 0 : std::stoul(text.substr(at + 6)) * 1024;
-}
 
 }  // namespace nv::testkit

@@ -56,6 +56,8 @@ class ServiceProcess {
 
   /// In which no file may grow beyond this many bytes; none: as long as there is space.
   void limitFiles(std::optional<rlim_t> bytes);
+  /// From the next start on, instead of kAddress.
+  void setAddress(std::uint32_t address) { address_ = address; }
   /// Starts it and waits until it can be connected to; false when it ended instead.
   bool start();
   /// Sends a signal and waits for the end, see `wait`.
@@ -67,13 +69,12 @@ class ServiceProcess {
   pid_t pid() const { return pid_; }
   /// What all its lives have written to standard output and error.
   std::string said() const;
-  /// Memory in use, in bytes.
-  std::size_t memory() const;
 
  private:
   [[noreturn]] void run(int readyFd) const;
 
   std::filesystem::path bus_, storeFile_, output_;
+  std::uint32_t address_ = kAddress;
   std::optional<rlim_t> fileLimit_;
   pid_t pid_ = 0;
 };

@@ -28,7 +28,8 @@ class Trust : public ::testing::Test {
  protected:
   void SetUp() override {
     if (geteuid() != 0)
-      GTEST_SKIP() << "NOT TESTED: only root can connect as somebody else. Run the tests as root.";
+      GTEST_SKIP() << "NOT TESTED: WHAT OTHER USERS CAN FORGE. Only root can connect as somebody "
+                      "else: run the tests as root.";
     ASSERT_TRUE(service.start()) << service.said();
     ASSERT_TRUE(root.connect(place.socket()));
     connectAs(kClerk, clerk, place);

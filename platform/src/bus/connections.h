@@ -25,6 +25,7 @@ class ConnectionEvents {
   virtual void requestArrived(message request) = 0;
   virtual void replyArrived(std::uint32_t tag, message reply) = 0;
   virtual void notificationArrived(std::uint32_t tag, message notification) = 0;
+  virtual void subscriptionEnded(std::uint32_t tag) = 0;
 };
 
 /// Frames are a length (u32, little-endian, of what follows) and a flat message. A client's
@@ -38,8 +39,8 @@ class Connections : public TransportEvents {
               ConnectionEvents& events);
 
   std::string listen(std::uint32_t address, const std::string& name);
-  /// The connection to a service, made when there is none; 0 when nobody listens there.
-  std::uint32_t to(std::uint32_t address);
+  /// The connection to a service, made when there is none.
+  Transport::Connected to(std::uint32_t address);
 
   /// Marks a request as answered; it stays in flight until the answer is sent. False: it is not
   /// awaited (any more), or the connection is gone.

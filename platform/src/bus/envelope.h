@@ -1,6 +1,7 @@
 /// What the bus itself writes into messages and takes out of them.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/keys.h"
@@ -9,7 +10,11 @@
 namespace nv {
 
 /// The value of key::frameKind. A request has none.
-enum class Frame : std::uint32_t { request = 0, reply = 1, notification = 2 };
+/// `ended`: the handler is gone, no notification follows.
+enum class Frame : std::uint32_t { request = 0, reply = 1, notification = 2, ended = 3 };
+
+/// Before each frame: its length, little-endian.
+inline constexpr std::size_t kFrameHeaderBytes = 4;
 
 /// The requester of what a process asks its own handlers.
 inline constexpr std::uint32_t kSelf = 0xbfffffff;

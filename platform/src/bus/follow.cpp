@@ -6,6 +6,7 @@
 
 #include "platform/observer.h"
 #include "platform/src/bus/following.h"
+#include "platform/src/bus/observer_call.h"
 
 namespace nv {
 
@@ -28,12 +29,11 @@ void* follow(std::function<void(const message&)> callback, const message& target
   const auto following = std::make_shared<Following>(std::move(callback), target);
   void* const handle = following.get();
   follows().emplace(handle, following);
-  auto deliver = [weak = std::weak_ptr(following)](const message& msg) {
+  const ObserverCall call([weak = std::weak_ptr(following)](const message& msg) {
     if (const auto alive = weak.lock()) alive->deliver(msg);
-  };
+  });
   auto* const watcher = observer();
-  if (!watcher || !watcher->follow(handle, target, waitInitial, std::move(deliver)))
-    following->start();
+  if (!watcher || !watcher->follow(handle, target, waitInitial, call.answer())) following->start();
   return handle;
 }
 

@@ -75,7 +75,7 @@ void Following::subscribe() {
   auto& loop = theLoop();
   asked_ = true;
   tag_ = loop.requests.await(later(&Following::subscribed), kAnswerTime);
-  loop.requests.listen(tag_, later(&Following::changed), later(&Following::connectionLost));
+  loop.requests.listen(tag_, later(&Following::changed), later(&Following::ended));
   loop.request(tag_, requestFor(cmd::subscribe));
 }
 
@@ -156,7 +156,7 @@ void Following::changed(const message& notification) {
   passOn(notification, id == kNoId ? kSingleObject : id);
 }
 
-void Following::connectionLost() {
+void Following::ended() {
   asked_ = false;  // the other end knows
   tryAgainLater();
 }

@@ -1,5 +1,5 @@
-/// One follow: subscribes, reads the whole set, then passes changes on; again after each lost
-/// connection.
+/// One follow: subscribes, reads the whole set, then passes changes on; again each time that the
+/// other end was gone.
 #pragma once
 
 #include <cstdint>
@@ -42,7 +42,7 @@ class Following : public std::enable_shared_from_this<Following> {
   void changed(const message& notification);
   void unsubscribe();
   void tryAgainLater();
-  void connectionLost();
+  void ended();
   message requestFor(unsigned command) const;
   template <class Method, class... Args>
   auto later(Method method, Args... args);

@@ -32,16 +32,25 @@ message describeHandler(const Handler& handler, std::uint32_t count) {
   reply.insert(describe_key::handlers, theLoop().handlerIds());
   return reply;
 }
+void sendReply(const message& request, message reply) {
+  if (!reply.has(key::route) && request.has(key::requester))
+    reply.insert(key::route, request.get(key::requester));
+  if (auto* const watcher = observer()) watcher->reply(request, reply);
+  theLoop().reply(request, std::move(reply));
+}
 }  // namespace
 
-Handler::Handler() : subscribers_(std::make_unique<Subscribers>(*this)) {}
+Handler::Handler() : subscribers_(std::make_shared<Subscribers>(*this)) {}
 
-Handler::~Handler() { getLooper()->removeHandler(this); }
+Handler::~Handler() {
+  subscribers_->ownerGoes();
+  getLooper()->removeHandler(this);
+}
 
 void Handler::handleCmd(const message& cmd, unsigned code) {
   if (code == cmd::routeGone) return dropSubscribers(requesterOf(cmd));
-  auto result = answer(cmd, code);
-  if (result.get(key::replyMarker) != kNoId) replyMessage(cmd, std::move(result));
+  auto result = answer(cmd, code);  // may have destroyed this handler
+  if (result.get(key::replyMarker) != kNoId) sendReply(cmd, std::move(result));
 }
 
 message Handler::answer(const message& cmd, unsigned code) {
@@ -61,7 +70,7 @@ message Handler::answer(const message& cmd, unsigned code) {
     case cmd::subscribe: return subscribers_->add(cmd);
     case cmd::unsubscribe: return subscribers_->end(cmd);
     case cmd::describe: return describeHandler(*this, objectCount());
-    case cmd::getUndo: return theLoop().undo.page(cmd);
+    case cmd::getUndo: return theLoop().undo.page(cmd, theLoop().routeOf(*this));
     default: return notTaken();
   }
 }
@@ -97,10 +106,7 @@ void Handler::flushNotifies() { subscribers_->flush(); }
 bool Handler::isAllowed(const message& request) const { return policies::is_allowed(request); }
 
 void Handler::replyMessage(const message& request, message reply) {
-  if (!reply.has(key::route) && request.has(key::requester))
-    reply.insert(key::route, request.get(key::requester));
-  if (auto* const watcher = observer()) watcher->reply(request, reply);
-  theLoop().reply(request, std::move(reply));
+  sendReply(request, std::move(reply));
 }
 
 void Handler::notifyChange(std::uint32_t id, bool removed, void* cookie, const message& extra) {
@@ -118,6 +124,8 @@ void Handler::sendUndo(const message& request, const message& undo,
 void Handler::describe(std::string name, std::vector<KeyInfo> keys) {
   description_ = {std::move(name), std::move(keys)};
 }
+
+void Handler::endSubscriptions() { subscribers_->endAll(); }
 
 void Handler::dropSubscribers(std::uint32_t connection) {
   subscribers_->dropConnection(connection);

@@ -3,15 +3,17 @@
 #include <utility>
 
 #include "platform/observer.h"
+#include "platform/src/bus/observer_call.h"
 #include "platform/src/loop/looper_impl.h"
 
 namespace nv {
 
 Post::Post(message& request, std::function<void(const message&)> done, std::uint32_t timeout)
     : tag_(theLoop().requests.await(std::move(done), timeout)) {
-  auto answer = [tag = tag_](const message& reply) { theLoop().requests.answer(tag, reply); };
+  const ObserverCall call(
+      [tag = tag_](const message& reply) { theLoop().requests.answer(tag, reply); });
   auto* const watcher = observer();
-  if (watcher && watcher->post(request, std::move(answer))) return;
+  if (watcher && watcher->post(request, call.answer())) return;
   theLoop().request(tag_, request);
 }
 

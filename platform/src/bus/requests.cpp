@@ -26,16 +26,22 @@ std::uint32_t Requests::await(Function done, std::uint32_t timeout) {
   const auto tag = freshTag();
   auto& awaited = awaited_[tag];
   awaited.done = std::move(done);
-  if (timeout != 0)
-    awaited.timeout =
-        Timer(timeout, [this, tag] { answer(tag, errorMsg(err::timedOut, "no answer in time")); });
+  if (timeout != 0) awaited.timeout = Timer(timeout, [this, tag] { timedOut(tag); });
   return tag;
 }
 
+void Requests::timedOut(std::uint32_t tag) {
+  const auto delay = awaited_.at(tag).delay;
+  answer(tag, errorMsg(err::timedOut, delay.empty() ? "no answer in time" : delay));
+}
+
+void Requests::delayed(std::uint32_t tag, std::string why) {
+  if (const auto awaited = awaited_.find(tag); awaited != awaited_.end())
+    awaited->second.delay = std::move(why);
+}
+
 void Requests::listen(std::uint32_t tag, Function notify, std::function<void()> lost) {
-  auto& listener = listeners_[tag];
-  listener.notify = std::move(notify);
-  listener.lost = std::move(lost);
+  listeners_[tag] = std::make_shared<Listener>(Listener{std::move(notify), std::move(lost)});
 }
 
 void Requests::forget(std::uint32_t tag) {
@@ -45,10 +51,12 @@ void Requests::forget(std::uint32_t tag) {
 }
 
 void Requests::sentOver(std::uint32_t tag, std::uint32_t connection) {
-  if (const auto awaited = awaited_.find(tag); awaited != awaited_.end())
+  if (const auto awaited = awaited_.find(tag); awaited != awaited_.end()) {
     awaited->second.connection = connection;
+    awaited->second.delay.clear();
+  }
   if (const auto listener = listeners_.find(tag); listener != listeners_.end())
-    listener->second.connection = connection;
+    listener->second->connection = connection;
 }
 
 void Requests::answer(std::uint32_t tag, const message& reply) {
@@ -57,10 +65,14 @@ void Requests::answer(std::uint32_t tag, const message& reply) {
 }
 
 void Requests::notify(std::uint32_t tag, const message& notification) {
-  const auto listener = listeners_.find(tag);
-  if (listener == listeners_.end()) return;
-  const auto notify = listener->second.notify;  // may forget its own tag
-  notify(notification);
+  const auto found = listeners_.find(tag);
+  if (found == listeners_.end()) return;
+  const auto listener = found->second;
+  listener->notify(notification);
+}
+
+void Requests::ended(std::uint32_t tag) {
+  if (const auto listener = listeners_.extract(tag)) listener.mapped()->lost();
 }
 
 void Requests::connectionLost(std::uint32_t connection) {
@@ -68,11 +80,10 @@ void Requests::connectionLost(std::uint32_t connection) {
   for (const auto& [tag, awaited] : awaited_)
     if (awaited.connection == connection) unanswered.push_back(tag);
   for (const auto& [tag, listener] : listeners_)
-    if (listener.connection == connection) deaf.push_back(tag);
+    if (listener->connection == connection) deaf.push_back(tag);
 
   for (const auto tag : unanswered) answer(tag, errorMsg(err::noRoute, "the connection ended"));
-  for (const auto tag : deaf)
-    if (const auto listener = listeners_.extract(tag)) listener.mapped().lost();
+  for (const auto tag : deaf) ended(tag);
 }
 
 }  // namespace nv

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <string>
 #include <unordered_map>
 
 #include "platform/message.h"
@@ -20,25 +22,32 @@ class Requests {
   std::uint32_t freshTag() const;
   /// Awaits one answer. `timeout` in milliseconds; 0: as long as it takes.
   std::uint32_t await(Function done, std::uint32_t timeout);
-  /// Also hears the notifications that carry `tag`, and of the loss of the connection they come by,
-  /// until `forget`.
+  /// Also hears the notifications that carry `tag`, until `forget` or until the subscription ends
+  /// (`ended`, or the connection is lost), of which `lost` tells.
   void listen(std::uint32_t tag, Function notify, std::function<void()> lost);
   void forget(std::uint32_t tag);
   bool awaits(std::uint32_t tag) const { return awaited_.contains(tag); }
 
+  /// The request with `tag` cannot go out yet; when its time is over meanwhile, its answer says
+  /// why.
+  void delayed(std::uint32_t tag, std::string why);
   /// The request with `tag` went out over a connection.
   void sentOver(std::uint32_t tag, std::uint32_t connection);
   /// Hands over an answer; nothing happens when nobody awaits it.
   void answer(std::uint32_t tag, const message& reply);
   void notify(std::uint32_t tag, const message& notification);
+  void ended(std::uint32_t tag);
   /// Answers what was sent over a connection with err::noRoute and tells its listeners.
   void connectionLost(std::uint32_t connection);
 
  private:
+  void timedOut(std::uint32_t tag);
+
   struct Awaited {
     Function done;
     std::uint32_t connection = 0;
-    Timer timeout;
+    Timer timeout = {};
+    std::string delay = {};  // why it has not gone out
   };
   struct Listener {
     Function notify;
@@ -46,7 +55,8 @@ class Requests {
     std::uint32_t connection = 0;
   };
   std::unordered_map<std::uint32_t, Awaited> awaited_;
-  std::unordered_map<std::uint32_t, Listener> listeners_;
+  // Shared with the call that is under way, in which a listener may be forgotten.
+  std::unordered_map<std::uint32_t, std::shared_ptr<Listener>> listeners_;
 };
 
 }  // namespace nv

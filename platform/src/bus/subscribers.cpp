@@ -10,11 +10,6 @@
 
 namespace nv {
 
-Handler::Subscribers::~Subscribers() {
-  for (const auto& [serial, subscriber] : subscribers_)
-    theLoop().connections.removeSubscription(subscriber.connection);
-}
-
 message Handler::Subscribers::add(const message& request) {
   const auto connection = requesterOf(request);
   const auto tag = request.get(key::tag);
@@ -24,9 +19,14 @@ message Handler::Subscribers::add(const message& request) {
   if (!theLoop().connections.addSubscription(connection))
     return errorMsg(err::tooMany, "too many subscriptions");
 
+  const auto self = shared_from_this();
   bool plain = true;
-  auto* const cookie = owner_.subscribe(request, plain);
-  const auto flags = owner_.subscriberFlags(request, cookie) & ~kStoreBit;
+  auto* const cookie = owner_->subscribe(request, plain);
+  const auto flags = owner_ ? owner_->subscriberFlags(request, cookie) & ~kStoreBit : 0;
+  if (!owner_) {
+    theLoop().connections.removeSubscription(connection);
+    return errorMsg(err::noRoute, "the handler is gone");
+  }
   const auto serial = ++lastSerial_;
   subscribers_.emplace(serial, Subscriber{request, connection, tag, flags, cookie, plain});
   if (cookie) byCookie_[cookie] = serial;
@@ -45,10 +45,25 @@ message Handler::Subscribers::end(const message& request) {
 }
 
 void Handler::Subscribers::dropConnection(std::uint32_t connection) {
+  const auto self = shared_from_this();
   std::vector<Serial> gone;
   for (const auto& [serial, subscriber] : subscribers_)
     if (subscriber.connection == connection) gone.push_back(serial);
   for (const auto serial : gone) forget(serial);
+}
+
+void Handler::Subscribers::endAll() {
+  const auto self = shared_from_this();
+  marks_.clear();
+  markAt_.clear();
+  byCookie_.clear();
+  const auto all = std::exchange(subscribers_, {});
+  for (const auto& [serial, subscriber] : all) {
+    theLoop().connections.removeSubscription(subscriber.connection);
+    theLoop().endSubscription(subscriber.connection, subscriber.tag);
+  }
+  for (const auto& [serial, subscriber] : all)
+    if (owner_) owner_->unsubscribe(subscriber.request, subscriber.cookie);
 }
 
 void Handler::Subscribers::forget(Serial serial) {
@@ -59,7 +74,7 @@ void Handler::Subscribers::forget(Serial serial) {
   if (const auto found = byCookie_.find(subscriber.cookie);
       found != byCookie_.end() && found->second == serial)
     byCookie_.erase(found);
-  owner_.unsubscribe(subscriber.request, subscriber.cookie);
+  if (owner_) owner_->unsubscribe(subscriber.request, subscriber.cookie);
 }
 
 void Handler::Subscribers::mark(std::uint32_t id, bool removed, void* cookie,
@@ -82,10 +97,11 @@ void Handler::Subscribers::mark(std::uint32_t id, bool removed, void* cookie,
 }
 
 void Handler::Subscribers::flush() {
+  const auto self = shared_from_this();
   const auto marks = std::exchange(marks_, {});
   markAt_.clear();
   Views views;
-  for (std::size_t i = 0; i < marks.size(); ++i) {
+  for (std::size_t i = 0; i < marks.size() && owner_; ++i) {
     // Marks of one object for several subscribers stand together and share what is fetched.
     if (i > 0 && !marks[i].sameObject(marks[i - 1])) views.clear();
     fetch(marks[i], views);
@@ -104,6 +120,10 @@ void Handler::Subscribers::tell(const Mark& mark, const Views& views) {
     if (subscriber.stalled || theLoop().connections.congested(subscriber.connection)) {
       if (!subscriber.stalled) stalled.push_back(serial);
       subscriber.late.allocate(mark.id);
+      if (mark.removed)
+        subscriber.lateRemoved.allocate(mark.id);
+      else
+        subscriber.lateRemoved.free(mark.id);
       return;
     }
     theLoop().notify(subscriber.connection, subscriber.tag, view->second);
@@ -134,7 +154,8 @@ void Handler::Subscribers::fetch(const Mark& mark, Views& views) {
 }
 
 message Handler::Subscribers::view(const Mark& mark, std::uint32_t flags) {
-  auto msg = owner_.getObject(mark.id, flags);
+  if (!owner_) return {};
+  auto msg = owner_->getObject(mark.id, flags);
   msg.merge(mark.extra);
   if (!msg.has(key::objectId)) msg.insert(key::objectId, mark.id);
   if (mark.removed) msg.insert(key::absent, 1);
@@ -145,10 +166,19 @@ void Handler::Subscribers::stall(Serial serial) {
   const auto found = subscribers_.find(serial);
   if (found == subscribers_.end()) return;
   found->second.stalled = true;
-  owner_.subscriberStalled(found->second.cookie);
+  if (owner_) owner_->subscriberStalled(found->second.cookie);
+}
+
+Handler::Subscribers::Mark Handler::Subscribers::takeLate(Serial serial, Subscriber& subscriber) {
+  const auto id = *subscriber.late.begin();
+  const bool removed = subscriber.lateRemoved.isAllocated(id);
+  subscriber.late.free(id);
+  subscriber.lateRemoved.free(id);
+  return {id, removed, serial, {}};
 }
 
 void Handler::Subscribers::flushLate(std::uint32_t connection) {
+  const auto self = shared_from_this();
   std::vector<Serial> waiting;
   for (const auto& [serial, subscriber] : subscribers_)
     if (subscriber.connection == connection && subscriber.stalled) waiting.push_back(serial);
@@ -160,12 +190,10 @@ void Handler::Subscribers::flushLate(std::uint32_t connection) {
       if (theLoop().connections.congested(connection)) return;
       if (subscriber.late.used() == 0) {
         subscriber.stalled = false;
-        owner_.subscriberResumed(subscriber.cookie);
+        if (owner_) owner_->subscriberResumed(subscriber.cookie);
         break;
       }
-      const Mark mark{*subscriber.late.begin(), false, serial, {}};
-      subscriber.late.free(mark.id);
-      auto msg = view(mark, subscriber.flags);
+      auto msg = view(takeLate(serial, subscriber), subscriber.flags);
       if (const auto still = subscribers_.find(serial); still != subscribers_.end())
         theLoop().notify(still->second.connection, still->second.tag, std::move(msg));
     }

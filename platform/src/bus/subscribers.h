@@ -3,8 +3,8 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "platform/allocator.h"
@@ -12,7 +12,8 @@
 
 namespace nv {
 
-/// A subscriber and its marks: the objects that it was not told of because it reads too slowly.
+/// A subscriber and its marks: the objects that it was not told of because it reads too slowly, and
+/// those of them that were announced as removed when they last changed.
 struct Subscriber {
   message request;
   std::uint32_t connection;
@@ -21,20 +22,26 @@ struct Subscriber {
   void* cookie;
   bool plain;
   Allocator late{0, 0xffffffff};
+  Allocator lateRemoved{0, 0xffffffff};
   bool stalled = false;
 };
 
 /// Keeps subscribers by a serial number that is never used again, since cookies are: a record may
 /// be made where an earlier one was. Service code runs only where the handler's virtual operations
-/// are called, and may add and remove subscribers there.
-class Handler::Subscribers {
+/// are called, and may add and remove subscribers there, and destroy the handler: what is under way
+/// keeps this object alive, and finds no owner and no subscribers any more.
+class Handler::Subscribers : public std::enable_shared_from_this<Subscribers> {
  public:
-  explicit Subscribers(Handler& owner) : owner_(owner) {}
-  ~Subscribers();
+  explicit Subscribers(Handler& owner) : owner_(&owner) {}
+
+  /// The handler is being destroyed: its operations are not called any more.
+  void ownerGoes() { owner_ = nullptr; }
 
   message add(const message& request);
   message end(const message& request);
   void dropConnection(std::uint32_t connection);
+  /// Tells all subscribers that nothing follows, and forgets them.
+  void endAll();
 
   void mark(std::uint32_t id, bool removed, void* cookie, const message& extra);
   bool hasMarks() const { return !marks_.empty(); }
@@ -72,9 +79,11 @@ class Handler::Subscribers {
   void fetch(const Mark& mark, Views& views);
   message view(const Mark& mark, std::uint32_t flags);
   void stall(Serial serial);
+  /// The next object that a subscriber was not told of; takes the mark. Requires: there is one.
+  static Mark takeLate(Serial serial, Subscriber& subscriber);
   void forget(Serial serial);
 
-  Handler& owner_;
+  Handler* owner_;  // null when it is gone
   Serial lastSerial_ = 0;
   std::map<Serial, Subscriber> subscribers_;  // in the order in which they came
   std::unordered_map<void*, Serial> byCookie_;

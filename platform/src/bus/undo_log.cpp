@@ -37,14 +37,14 @@ void UndoLog::add(message record) {
   }
 }
 
-message UndoLog::page(const message& request) const {
+message UndoLog::page(const message& request, const std::vector<std::uint32_t>& route) const {
   const auto start = request.get(key::startId, kNoId);
   const auto most = request.get(key::maxCount, kNoId);
   message reply;
   std::size_t bytes = 0;
   std::vector<flat_message> page;
   for (const auto& record : records_) {
-    if (record.get(undo_key::number) > start) continue;
+    if (record.get(undo_key::number) > start || record.get(undo_key::route) != route) continue;
     auto entry = record.flat();
     bytes += entry.size();
     if (page.size() == most || (!page.empty() && bytes > kPageBytes)) {

@@ -19,9 +19,10 @@ class UndoLog {
   static message record(const std::vector<std::uint32_t>& route, const message& request,
                         const message& undo, const std::string& description);
   void add(message record);
-  /// The answer to cmd::getUndo: records newest first, from number key::startId downwards, at most
-  /// key::maxCount of them; key::startId of the reply says where to go on.
-  message page(const message& request) const;
+  /// The answer to cmd::getUndo by the handler at `route`: its own records newest first, from
+  /// number key::startId downwards, at most key::maxCount of them; key::startId of the reply says
+  /// where to go on.
+  message page(const message& request, const std::vector<std::uint32_t>& route) const;
 
  private:
   std::size_t capacity_, maxBytes_;

@@ -3,15 +3,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <utility>
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include "platform/src/bus/unix_socket.h"
 
 namespace nv {
 
@@ -21,10 +19,6 @@ namespace {
 constexpr std::size_t kReadBytes = 65536;
 constexpr int kBacklog = SOMAXCONN;
 
-std::string because(const std::string& what, const fs::path& path) {
-  return what + " " + path.string() + ": " + std::strerror(errno);
-}
-
 Peer peerOf(int fd) {
   ucred credentials{};
   socklen_t size = sizeof credentials;
@@ -32,15 +26,15 @@ Peer peerOf(int fd) {
   return {credentials.uid, credentials.gid, credentials.pid};
 }
 
-bool addressOf(const fs::path& path, sockaddr_un& address) {
-  address = {};
-  address.sun_family = AF_UNIX;
-  if (path.native().size() >= sizeof address.sun_path) return false;
-  std::memcpy(address.sun_path, path.c_str(), path.native().size());
-  return true;
+/// What errno says of a connect.
+Transport::Connected notConnected(const fs::path& path) {
+  switch (errno) {
+    case ENOENT:
+    case ECONNREFUSED: return {.error = "nobody listens there"};
+    case EAGAIN: return {.busy = true};
+    default: return {.error = because("cannot connect to", path)};
+  }
 }
-
-int unixSocket() { return socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
 }  // namespace
 
 /// One connection. `out` gathers until `flush`; what the kernel does not take then is `writing`.
@@ -59,7 +53,7 @@ struct UnixTransport::Socket {
 UnixTransport::UnixTransport(UvLoop& loop, fs::path directory, unsigned socketMode)
     : loop_(loop),
       directory_(std::move(directory)),
-      socketMode_(socketMode),
+      own_(directory_, socketMode),
       readBuffer_(kReadBytes) {
   // Writing to a connection that has ended is an error to us, not a reason to die.
   std::signal(SIGPIPE, SIG_IGN);
@@ -71,58 +65,22 @@ UnixTransport::~UnixTransport() {
   if (listener_) {
     uv_close(reinterpret_cast<uv_handle_t*>(listener_),
              [](uv_handle_t* handle) { delete reinterpret_cast<uv_pipe_t*>(handle); });
-    std::error_code ignored;
-    fs::remove(ownSocket_, ignored);
-    if (!ownName_.empty()) fs::remove(ownName_, ignored);
   }
-  if (lock_ >= 0) ::close(lock_);
 }
 
 std::string UnixTransport::listen(std::uint32_t address, const std::string& name) {
-  std::error_code failed;
-  fs::create_directories(directory_, failed);
-  if (failed) return "cannot make " + directory_.string() + ": " + failed.message();
-  if (auto error = lockAddress(address); !error.empty()) return error;
-
-  ownSocket_ = directory_ / (std::to_string(address) + ".sock");
-  fs::remove(ownSocket_, failed);
-  if (auto error = openListener(ownSocket_); !error.empty()) return error;
-  if (name.empty()) return {};
-  ownName_ = directory_ / name;
-  fs::remove(ownName_, failed);
-  fs::create_symlink(ownSocket_.filename(), ownName_, failed);
-  return failed ? "cannot make " + ownName_.string() + ": " + failed.message() : "";
-}
-
-std::string UnixTransport::lockAddress(std::uint32_t address) {
-  const auto path = directory_ / (std::to_string(address) + ".lock");
-  lock_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (lock_ < 0) return because("cannot open", path);
-  if (flock(lock_, LOCK_EX | LOCK_NB) == 0) return {};
-  return "address " + std::to_string(address) + " on " + directory_.string() +
-         " is taken by another process";
-}
-
-std::string UnixTransport::openListener(const fs::path& path) {
-  sockaddr_un address;
-  if (!addressOf(path, address)) return "the path " + path.string() + " is too long for a socket";
-  const int fd = unixSocket();
-  if (fd < 0) return because("cannot make", path);
-  // Nobody can connect before `listen`, so the permissions are in time.
-  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      chmod(path.c_str(), socketMode_) != 0) {
-    ::close(fd);
-    return because("cannot listen on", path);
-  }
+  if (auto error = own_.take(address, name); !error.empty()) return error;
   listener_ = new uv_pipe_t;
   uv_pipe_init(loop_.uv(), listener_, 0);
-  uv_pipe_open(listener_, fd);
+  uv_pipe_open(listener_, own_.socket());
   listener_->data = this;
   const auto accept = [](uv_stream_t* listener, int status) {
     if (status == 0) static_cast<UnixTransport*>(listener->data)->acceptOne();
   };
   const int error = uv_listen(reinterpret_cast<uv_stream_t*>(listener_), kBacklog, accept);
-  return error == 0 ? "" : "cannot listen on " + path.string() + ": " + uv_strerror(error);
+  if (error != 0)
+    return "cannot listen on address " + std::to_string(address) + ": " + uv_strerror(error);
+  return own_.publish();
 }
 
 void UnixTransport::acceptOne() {
@@ -136,20 +94,22 @@ void UnixTransport::acceptOne() {
   events_->accepted(add(std::move(socket)), peer);
 }
 
-std::uint32_t UnixTransport::connect(std::uint32_t address) {
+Transport::Connected UnixTransport::connect(std::uint32_t address) {
+  const auto path = directory_ / (std::to_string(address) + ".sock");
   sockaddr_un target;
-  if (!addressOf(directory_ / (std::to_string(address) + ".sock"), target)) return 0;
+  if (!unixAddress(path, target)) return {.error = "the path " + path.string() + " is too long"};
   const int fd = unixSocket();
-  if (fd < 0) return 0;
+  if (fd < 0) return {.error = because("cannot make a socket for", path)};
   // A Unix socket connects at once or not at all.
   if (::connect(fd, reinterpret_cast<const sockaddr*>(&target), sizeof target) != 0) {
+    auto failed = notConnected(path);
     ::close(fd);
-    return 0;
+    return failed;
   }
   auto socket = std::make_unique<Socket>();
   uv_pipe_init(loop_.uv(), &socket->pipe, 0);
   uv_pipe_open(&socket->pipe, fd);
-  return add(std::move(socket));
+  return {.connection = add(std::move(socket))};
 }
 
 std::uint32_t UnixTransport::freeNumber() {

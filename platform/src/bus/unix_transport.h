@@ -10,14 +10,13 @@
 
 #include <uv.h>
 
+#include "platform/src/bus/bus_address.h"
 #include "platform/src/loop/uv_loop.h"
 #include "platform/transport.h"
 
 namespace nv {
 
-/// Address 100 is the socket `100.sock` of the directory; `100.lock` is held locked by the process
-/// that has it, so that a socket left by a killed one is told from one in use, and a symbolic link
-/// with the service's name leads to the socket.
+/// Listens at an address of the directory, and connects to others there.
 class UnixTransport : public Transport {
  public:
   UnixTransport(UvLoop& loop, std::filesystem::path directory, unsigned socketMode);
@@ -25,7 +24,7 @@ class UnixTransport : public Transport {
 
   void start(TransportEvents& events) override { events_ = &events; }
   std::string listen(std::uint32_t address, const std::string& name) override;
-  std::uint32_t connect(std::uint32_t address) override;
+  Connected connect(std::uint32_t address) override;
   void send(std::uint32_t connection, std::span<const unsigned char> bytes) override;
   void flush() override;
   std::size_t queued(std::uint32_t connection) const override;
@@ -35,8 +34,6 @@ class UnixTransport : public Transport {
  private:
   struct Socket;
 
-  std::string lockAddress(std::uint32_t address);
-  std::string openListener(const std::filesystem::path& path);
   void acceptOne();
   std::uint32_t freeNumber();
   std::uint32_t add(std::unique_ptr<Socket> socket);
@@ -52,11 +49,9 @@ class UnixTransport : public Transport {
 
   UvLoop& loop_;
   std::filesystem::path directory_;
-  unsigned socketMode_;
+  BusAddress own_;
   TransportEvents* events_ = nullptr;
-  int lock_ = -1;
   uv_pipe_t* listener_ = nullptr;
-  std::filesystem::path ownSocket_, ownName_;
   std::unordered_map<std::uint32_t, Socket*> sockets_;  // freed by their close callbacks
   std::vector<std::uint32_t> unflushed_;
   std::vector<char> readBuffer_;

@@ -1,6 +1,7 @@
 #include "platform/looper.h"
 
 #include <cstdlib>
+#include <iostream>
 #include <utility>
 
 #include <unistd.h>
@@ -35,6 +36,11 @@ void Looper::assemble(Platform platform) {
   setCommitQueue(impl_->stores.get());
 }
 
+void Looper::useStores(std::unique_ptr<StoreEngine> stores) {
+  impl_->useStores(std::move(stores));
+  setCommitQueue(impl_->stores.get());
+}
+
 std::string Looper::listen(std::uint32_t address, const std::string& name) {
   auto error = impl_->connections.listen(address, name);
   if (error.empty()) impl_->address = address;
@@ -42,13 +48,16 @@ std::string Looper::listen(std::uint32_t address, const std::string& name) {
 }
 
 void Looper::addHandler(std::uint32_t id, Handler* handler) {
-  impl_->handlers[id] = handler;
+  auto* const before = std::exchange(impl_->handlers[id], handler);
   if (handler->hasNotifies()) impl_->toFlush.insert(handler);
+  if (before && !impl_->isRegistered(before)) before->endSubscriptions();
 }
 
 void Looper::removeHandler(Handler* handler) {
-  std::erase_if(impl_->handlers, [handler](const auto& entry) { return entry.second == handler; });
   impl_->toFlush.erase(handler);
+  const auto removed = std::erase_if(
+      impl_->handlers, [handler](const auto& entry) { return entry.second == handler; });
+  if (removed > 0) handler->endSubscriptions();
 }
 
 void Looper::send(message request) {
@@ -57,6 +66,11 @@ void Looper::send(message request) {
 }
 
 int Looper::run() {
+  if (!impl_->loop) {
+    std::cerr << "the loop of this process has nothing to wait with: make a Service, or connectBus"
+              << std::endl;
+    return EXIT_FAILURE;
+  }
   while (!impl_->stopping) runOnce(true);
   runOnce(false);  // what the last turn said and stored
   impl_->drain();

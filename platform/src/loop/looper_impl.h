@@ -17,6 +17,7 @@
 #include "platform/src/bus/connections.h"
 #include "platform/src/bus/requests.h"
 #include "platform/src/bus/undo_log.h"
+#include "platform/src/bus/waiting_requests.h"
 #include "platform/src/loop/outbox.h"
 #include "platform/src/loop/timer_queue.h"
 #include "platform/src/store/commit_queue.h"
@@ -38,12 +39,14 @@ struct Looper::Impl : ConnectionEvents {
     std::uint64_t changesBefore_;
   };
 
+  void useStores(std::unique_ptr<StoreEngine> engine);
   std::uint64_t now() const { return loop ? loop->now() : 0; }
 
   // Where requests go.
   /// The handler that a route leads to in this process; null: it leads elsewhere, or nowhere.
   Handler* localHandler(const std::vector<std::uint32_t>& route) const;
   bool isLocal(const std::vector<std::uint32_t>& route) const;
+  bool isRegistered(const Handler* handler) const;
   std::vector<std::uint32_t> routeOf(const Handler& handler) const;
   std::vector<std::uint32_t> handlerIds() const;
   void dispatch(const message& request);
@@ -52,6 +55,8 @@ struct Looper::Impl : ConnectionEvents {
   void request(std::uint32_t tag, message msg);
   void reply(const message& request, message msg);
   void notify(std::uint32_t connection, std::uint32_t tag, message msg);
+  /// No notification of a subscription follows.
+  void endSubscription(std::uint32_t connection, std::uint32_t tag);
   void publishUndo(message record);
   /// What this turn says waits for all changes made so far, by whomever.
   void settleTurn() { settleTurn_ = true; }
@@ -74,6 +79,7 @@ struct Looper::Impl : ConnectionEvents {
   void requestArrived(message request) override;
   void replyArrived(std::uint32_t tag, message reply) override;
   void notificationArrived(std::uint32_t tag, message notification) override;
+  void subscriptionEnded(std::uint32_t tag) override;
 
   Limits limits;
   std::unique_ptr<LoopEngine> loop;
@@ -82,6 +88,7 @@ struct Looper::Impl : ConnectionEvents {
   TimerQueue timers;
   Outbox outbox;
   Requests requests;
+  WaitingRequests waitingRequests{requests, [this](Outgoing& it) { return sendToService(it); }};
   UndoLog undo;
   Connections connections;
   std::optional<std::uint32_t> address;         // taken on the bus
@@ -95,8 +102,11 @@ struct Looper::Impl : ConnectionEvents {
  private:
   void say(Outgoing outgoing);
   void deliverOutgoing(Outgoing&& outgoing);
+  void deliverToSelf(Outgoing&& outgoing);
   void deliverRequest(Outgoing&& outgoing);
+  bool sendToService(Outgoing& outgoing);
   void releaseDurable();
+  void commitFailed(const std::string& error);
   void storeFailed(const std::string& error);
   bool shouldLinger();
   std::optional<std::chrono::microseconds> timeToSleep() const;

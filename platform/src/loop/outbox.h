@@ -13,9 +13,9 @@ namespace nv {
 
 /// One message on its way out.
 struct Outgoing {
-  enum class Kind { request, reply, notification, undo };
+  enum class Kind { request, reply, notification, ended, undo };
   Kind kind;
-  std::uint32_t connection;  ///< of a reply or notification
+  std::uint32_t connection;  ///< of what goes to a client
   std::uint32_t tag;         ///< 0: nobody waits for it
   message msg;
 };

@@ -1,0 +1,192 @@
+/// What a peer cannot do: break the rules of the bus, or take more than its share.
+
+#include <gtest/gtest.h>
+
+#include "platform/undo_log.h"
+#include "tests/platform/bus_fixture.h"
+
+namespace nv::testkit {
+namespace {
+
+message nested(unsigned depth) {
+  message inner;
+  for (unsigned i = 0; i < depth; ++i) {
+    message outer;
+    outer.insert(message_id(1), inner.flat());
+    inner = outer;
+  }
+  return inner;
+}
+
+TEST_F(Bus, WhoBreaksTheRulesIsCutAndTheOthersGoOn) {
+  ListHandler texts;
+  serve(texts);
+  auto reply = command(1, cmd::getCount);
+  reply.insert(key::frameKind, 1);
+  struct {
+    const char* what;
+    std::function<void(BusPeer&)> offend;
+  } const offences[] = {
+      {"a frame over the limit",
+       [](BusPeer& peer) {
+         peer.sendBytes({0, 0, 0, 0x7f, 1});
+       }},
+      {"the longest length",
+       [](BusPeer& peer) {
+         peer.sendBytes({0xff, 0xff, 0xff, 0xff});
+       }},
+      {"bytes that are no message",
+       [](BusPeer& peer) {
+         peer.sendBytes({4, 0, 0, 0, 1, 2, 3, 4});
+       }},
+      {"too deep", [](BusPeer& peer) { peer.send(nested(40)); }},
+      {"a change that is not counted", [](BusPeer& peer) { peer.send(setText(0, 1, "x")); }},
+      {"a reply", [&](BusPeer& peer) { peer.send(reply); }},
+      {"one tag twice in flight",
+       [&](BusPeer& peer) {
+         kit.engine().hold();
+         ListHandler stored("twice");
+         getLooper()->addHandler(5, &stored);
+         auto msg = setText(9, 1, "x");
+         msg.insert_vector(key::route, kAddress, 5);
+         peer.send(msg);
+         peer.send(msg);
+         kit.settle();
+         kit.engine().release();
+         kit.settle();
+       }},
+  };
+  auto other = kit.connect();
+  for (const auto& offence : offences) {
+    auto peer = kit.connect();
+    offence.offend(*peer);
+    peer->send(command(1, cmd::getCount));
+    kit.settle();
+    EXPECT_TRUE(peer->cut()) << offence.what;
+    other->send(command(2, cmd::getCount));
+    EXPECT_EQ(said(*other), "2 ok") << offence.what;
+  }
+}
+
+TEST_F(Bus, LimitsCostTheOneWhoReachesThem) {
+  ListHandler texts("limits");
+  serve(texts);
+  auto peer = kit.connect();
+  kit.engine().hold();
+  const auto limits = Limits();
+  for (std::uint32_t tag = 1; tag <= limits.requestsInFlight + 1; ++tag)
+    peer->send(setText(tag, tag, "x"));
+  EXPECT_EQ(said(*peer), "257 fe0104");
+  kit.engine().release();
+  kit.settle();
+  EXPECT_EQ(peer->received().size(), limits.requestsInFlight);
+  peer->send(command(1, cmd::getCount));
+  EXPECT_EQ(said(*peer), "1 ok");
+
+  for (std::uint32_t tag = 1; tag <= limits.subscriptions; ++tag)
+    peer->send(command(tag, cmd::subscribe));
+  kit.settle();
+  peer->received();
+  peer->send(command(999, cmd::subscribe));
+  EXPECT_EQ(said(*peer), "999 fe0104");
+  peer->send(command(1000, cmd::unsubscribe, 1));
+  peer->send(command(1001, cmd::subscribe));
+  EXPECT_EQ(said(*peer), "1000 ok, 1001 ok");
+
+  std::vector<std::unique_ptr<BusPeer>> crowd;
+  for (std::size_t i = 0; i <= limits.connectionsPerUser; ++i)
+    crowd.push_back(kit.connect({500, 500, 1}));
+  kit.settle();
+  EXPECT_TRUE(crowd.back()->cut());
+  EXPECT_FALSE(crowd.front()->cut());
+  crowd.front()->close();
+  kit.settle();
+  auto late = kit.connect({500, 500, 1});
+  kit.settle();
+  EXPECT_FALSE(late->cut());
+}
+
+TEST_F(Bus, AClientThatDoesNotReadItsRepliesIsNotReadEither) {
+  ListHandler texts;
+  serve(texts);
+  texts.texts[1] = std::string(50000, 'x');
+  auto peer = kit.connect();
+  peer->setReading(false);
+  for (std::uint32_t tag = 1; tag <= 1000; ++tag) {
+    peer->send(command(tag, cmd::getObj, 1));
+    kit.pass();
+  }
+  EXPECT_LT(texts.fetches, 10);
+  EXPECT_FALSE(peer->cut());
+  peer->setReading(true);
+  for (int i = 0; i < 1100; ++i) kit.pass();
+  EXPECT_EQ(texts.fetches, 1000);
+  EXPECT_EQ(peer->received().size(), 1000U);
+}
+
+/// Answers no get before it is told to.
+struct LateHandler : ListHandler {
+  message cmdGetObj(const message& request, std::uint32_t) override {
+    waiting.push_back(request);
+    return {{key::replyMarker, kNoId}};
+  }
+  void answerAll(const message& reply) {
+    for (const auto& request : std::exchange(waiting, {})) replyMessage(request, reply);
+  }
+  std::vector<message> waiting;
+};
+
+class TightBus : public Bus {
+ protected:
+  TightBus() : Bus({.queuedBytes = 2000, .maxQueuedBytes = 20000, .undoBytes = 10000}) {}
+};
+
+TEST_F(TightBus, AClientThatDoesNotReadWhatItHasAskedForIsCut) {
+  LateHandler texts;
+  serve(texts);
+  auto idle = kit.connect(), reading = kit.connect();
+  for (std::uint32_t tag = 1; tag <= 30; ++tag)
+    for (auto* const peer : {idle.get(), reading.get()}) peer->send(command(tag, cmd::getObj, 1));
+  kit.settle();
+  ASSERT_EQ(texts.waiting.size(), 60U);
+  idle->setReading(false);
+  testing::internal::CaptureStdout();
+  for (auto& request : std::exchange(texts.waiting, {})) {
+    texts.replyMessage(request, {{key::name, std::string(1000, 'x')}});
+    kit.settle();
+  }
+  EXPECT_TRUE(idle->cut());
+  EXPECT_NE(testing::internal::GetCapturedStdout().find("it does not read what is sent to it"),
+            std::string::npos);
+  EXPECT_FALSE(reading->cut());
+  EXPECT_EQ(reading->received().size(), 30U);
+}
+
+TEST_F(TightBus, UndoRecordsMakeRoomByTheirBytesButTheLastStays) {
+  ListHandler texts;
+  serve(texts);
+  auto peer = kit.connect();
+  const auto change = [&](std::size_t bytes) {
+    peer->send(setText(1, 1, std::string(bytes, 'x')));
+    kit.settle();
+    peer->received();
+  };
+  const auto records = [&] {
+    peer->send(command(2, cmd::getUndo));
+    kit.settle();
+    return peer->received().at(0).get(key::objects);
+  };
+  for (int i = 0; i < 50; ++i) change(1000);
+  const auto kept = records();
+  std::size_t bytes = 0;
+  for (const auto& record : kept) bytes += record.size();
+  EXPECT_LE(bytes, 10000U);
+  EXPECT_GT(bytes, 8000U);
+  EXPECT_EQ(message(kept[0]).get(undo_key::number), 50U);
+  change(12000);
+  ASSERT_EQ(records().size(), 1U);
+  EXPECT_EQ(message(records()[0]).get(undo_key::number), 51U);
+}
+
+}  // namespace
+}  // namespace nv::testkit

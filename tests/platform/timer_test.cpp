@@ -1,0 +1,82 @@
+/// Timers and hooks: what is called when.
+
+#include "platform/timer.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/runner.h"
+#include "tests/platform/loop_fixture.h"
+
+namespace nv::testkit {
+namespace {
+
+TEST_F(Loop, TimersFireAtTheirOwnTimeInOrder) {
+  const Timer late(30, [&] { note("30"); });
+  const Timer early(10, [&] { note("10"); });
+  const Timer sameTime(10, [&] { note("10b"); });
+  kit.advance(9);
+  EXPECT_EQ(taken(), "");
+  kit.advance(1);
+  EXPECT_EQ(taken(), "10 10b");
+  EXPECT_FALSE(early.running());
+  EXPECT_TRUE(late.running());
+  kit.advance(100);
+  EXPECT_EQ(taken(), "30");
+}
+
+TEST_F(Loop, AZeroTimerThatArmsItselfRunsOnceAPass) {
+  Timer timer;
+  int runs = 0;
+  std::function<void()> again = [&] {
+    ++runs;
+    timer = Timer(0, again);
+  };
+  timer = Timer(0, again);
+  for (int pass = 1; pass <= 5; ++pass) {
+    kit.pass();
+    EXPECT_EQ(runs, pass);
+  }
+}
+
+TEST_F(Loop, ATimerStopsWhenItGoesOrIsReplaced) {
+  {
+    const Timer gone(1, [&] { note("gone"); });
+  }
+  Timer replaced(1, [&] { note("replaced"); });
+  replaced = Timer(2, [&] { note("new"); });
+  Timer moved(1, [&] { note("moved"); });
+  const Timer holder(std::move(moved));
+  auto own = std::make_unique<Timer>();
+  *own = Timer(3, [&] {
+    own.reset();  // from within its own function
+    note("own");
+  });
+  kit.advance(5);
+  EXPECT_EQ(taken(), "moved new own");
+}
+
+TEST_F(Loop, AHookBeforeSleepRunsInEveryPassAndWhatItArmsInTheNext) {
+  static int passes = 0;  // the hook is kept for ever
+  static Timer timer;
+  static int fired = 0;
+  getRunner().addBeforeSleep([] {
+    if (++passes == 1) timer = Timer(0, [] { ++fired; });
+  });
+  kit.pass();
+  EXPECT_EQ(passes, 1);
+  EXPECT_EQ(fired, 0);
+  kit.pass();
+  EXPECT_EQ(passes, 2);
+  EXPECT_EQ(fired, 1);
+}
+
+TEST(LoopWithoutAnEngine, SaysThatItCannotRunInsteadOfSpinning) {
+  getLooper()->assemble({});
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(getLooper()->run(), EXIT_FAILURE);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "the loop of this process has nothing to wait with: make a Service, or connectBus\n");
+}
+
+}  // namespace
+}  // namespace nv::testkit
