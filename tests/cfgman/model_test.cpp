@@ -216,7 +216,17 @@ class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInter
       EXPECT_EQ(seen.storeOps[k].record, told.storeOps[k].record);
   }
   void compareObserved() {
-    EXPECT_TRUE(watcher.observed == model.observed);
+    ASSERT_EQ(watcher.observed.size(), model.observed.size());
+    for (std::size_t k = 0; k < model.observed.size(); ++k) {
+      const auto &seen = watcher.observed[k], &expected = model.observed[k];
+      EXPECT_EQ(seen.id, expected.id);
+      EXPECT_EQ(seen.oldCfg, expected.oldCfg);
+      EXPECT_EQ(seen.newCfg, expected.newCfg);
+      EXPECT_EQ(seen.oldState, expected.oldState);
+      EXPECT_EQ(seen.newState, expected.newState);
+      EXPECT_TRUE(seen.keys == expected.keys);
+      EXPECT_EQ(seen.defaultName, expected.defaultName);
+    }
     watcher.observed.clear();
     model.observed.clear();
   }

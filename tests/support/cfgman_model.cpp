@@ -134,7 +134,9 @@ void CfgManModel::command(const message& cmd) {
   }
   if (code == cmd::removeObj) m.insert(key::absent, 1);
   if (code == cmd::moveObj && !cmd.has(key::nextId)) m.insert(key::nextId, kNoId);
-  schedule({cmd.get(key::objectId, code == cmd::set ? 0 : kNoId), m, m, {}, cmd});
+  auto state = m;
+  if (state.get(key::replaceState)) nv::cleanSys(state);
+  schedule({cmd.get(key::objectId, code == cmd::set ? 0 : kNoId), m, state, {}, cmd});
 }
 
 void CfgManModel::runAll() {
@@ -308,8 +310,11 @@ void CfgManModel::placeAndStore(Run& run) {
   if (!run.configChanged) return;
   if (service.ordered) place(run);
   run.item->config = run.cfg;
-  if (!run.item->store || updateOrigin == 3) return;
-  if (!isAbsent(run.cfg)) return set(run.task.id, run.cfg);
+  if (updateOrigin == 3) return;
+  // An item that was stored and is dynamic since a restart takes its old record along.
+  const bool hasRecord = run.item->store || records.contains(run.task.id);
+  if (!isAbsent(run.cfg) && run.item->store) set(run.task.id, run.cfg);
+  if (!isAbsent(run.cfg) || !hasRecord) return;
   told.storeRemove(kStore, run.task.id);
   records.erase(run.task.id);
 }

@@ -50,7 +50,6 @@ struct Observed {
   nv::message oldCfg, newCfg, oldState, newState;
   vset<unsigned> keys;
   std::string defaultName;
-  bool operator==(const Observed&) const = default;
 };
 
 /// Records by id.
