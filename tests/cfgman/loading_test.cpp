@@ -169,7 +169,8 @@ TEST_F(CfgManLoading, BringsEachRecordOfADamagedStoreBackOnce) {
   }
 }
 
-// Changes that put items before stored ones, or at the end, leave a chain that says the whole order.
+// Changes that put items before stored ones, or at the end, leave a chain that says the whole
+// order.
 TEST_F(CfgManLoading, BringsBackTheOrderThatRandomChangesMade) {
   Random random;
   SCOPED_TRACE(random.seed());
