@@ -106,6 +106,8 @@ void Vlans::fillBuiltIns() {
 void Vlans::apply(Item* item, message& cfg, const vset<unsigned>& keys, message& reply) {
   if (cfg.get(key::absent) != 0) return;
   addMissing(cfg);
+  // Undoing a move from the end takes the id of the next one away. Only a value moves an object.
+  if (keys.has(key::nextId.uid()) && !cfg.has(key::nextId)) cfg.insert(key::nextId, nv::kNoId);
   const auto why = refusal(*item, cfg, keys);
   if (why.empty()) return;
   reply = nv::failedMsg(why);

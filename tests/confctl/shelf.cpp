@@ -1,5 +1,8 @@
 /// A service for the client's tests: books on a shelf, handler 3 with the shelf's one
-/// configuration, and handler 4 that never answers.
+/// configuration, handler 4 that never answers, and handler 5 with the readers who wait for a book.
+#include "cfgman/cfg_handler.h"
+#include "cfgman/cfgman.h"
+#include "cfgman/run_task.h"
 #include "containers/amap.h"
 #include "platform/keys.h"
 #include "platform/looper.h"
@@ -11,6 +14,7 @@ constexpr nv::string_id kTitle(1);
 constexpr nv::u32_id kPages(2);
 constexpr nv::string_array_id kTags(3);
 constexpr nv::string_id kPlace(1);
+constexpr nv::string_id kBook(1);
 
 struct Book : Object {
   nv::message config;
@@ -71,6 +75,16 @@ class Silent : public nv::Handler {
   void handleCmd(const nv::message&, unsigned) override {}
 };
 
+/// In the order in which they get the book.
+void queueUp(CfgMan& readers) {
+  readers.namePrefix = "reader";
+  readers.configIds.insert(kBook.uid());
+  readers.setStore("readers", true);
+  while (readers.runTask->run()) continue;
+  readers.setHandler(5);
+  readers.handler->describe("readers", {{kBook.uid(), "book", "what it waits for"}});
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -82,5 +96,7 @@ int main(int argc, char** argv) {
   nv::getLooper()->addHandler(100, &shelf);
   nv::getLooper()->addHandler(3, &place);
   nv::getLooper()->addHandler(4, &silent);
+  CfgMan readers;
+  queueUp(readers);
   return service.run();
 }

@@ -47,7 +47,9 @@ class Printer {
   virtual void listed(const nv::message& object) = 0;
   virtual void defaults(const nv::message& config) = 0;
   virtual void count(std::uint32_t count) = 0;
-  /// A change was made: "added", "changed", "removed", "undone".
+  /// A text of many lines.
+  virtual void dump(std::string_view text) = 0;
+  /// A change was made: "added", "changed", "removed", "moved", "undone".
   virtual void done(std::string_view deed, const nv::message& reply) = 0;
   virtual void undoRecord(const UndoRecord& record) = 0;
   /// Something happened to an object that is watched. `removed` objects hold their id alone.
@@ -58,6 +60,11 @@ class Printer {
   virtual void failure(const Failure& failure) = 0;
 
  protected:
+  /// The object without the fields that say nothing of it: that it is there, that none follows it,
+  /// and the flag of the configuration manager, which every one of its objects has. Fields in the
+  /// service's dictionary are never left out.
+  nv::message shown(nv::message object) const;
+
   std::ostream& out_;
   Dictionary names_;
 };
