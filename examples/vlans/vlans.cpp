@@ -68,7 +68,9 @@ void Vlans::open(unsigned id) {
   plantBuiltIns();
   manager_.setStore("vlans", true);
   if (manager_.store->firstTime()) fillBuiltIns();
-  while (manager_.runTask->run()) continue;  // nobody can ask before everything is there
+  runTasks();  // nobody can ask before everything is there
+  noteNeighbours();
+  runTasks();
 
   if (box_.withKernel) startKernel();
   pollDevices();
@@ -78,6 +80,19 @@ void Vlans::open(unsigned id) {
   });
   manager_.setHandler(id);
   manager_.handler->describe("vlans", dictionary());
+}
+
+void Vlans::runTasks() {
+  while (manager_.runTask->run()) continue;
+}
+
+/// What was read from the store does not know in its state yet which VLAN follows; to lose that one
+/// would be no change, of which nobody would be told.
+void Vlans::noteNeighbours() {
+  for (auto at = manager_.begin(); auto* const item = *at;) {
+    const auto* const next = *++at;
+    if (next) manager_.scheduleUpdate(item->id, {}, {{key::nextId, next->id}}, {}, {});
+  }
 }
 
 std::size_t Vlans::count() {

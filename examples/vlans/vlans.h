@@ -60,6 +60,8 @@ class Vlans final : private CfgMan::Link {
 
   void plantBuiltIns();
   void fillBuiltIns();
+  void noteNeighbours();
+  void runTasks();
 
   // What the manager asks.
   void apply(Item* item, nv::message& cfg, const vset<unsigned>& keys, nv::message& reply);
