@@ -34,7 +34,8 @@ struct Box {
 /// a link; brings those that are not disabled to a file for ifupdown, and to the kernel.
 ///
 /// There are two built-in VLANs, "lan" and "wan" under the ids 1 and 2. A user may change them and
-/// remove them; their ids stay theirs.
+/// remove them; their ids stay theirs, and one that is added again is what it was before in all
+/// that the add does not say.
 ///
 /// File and kernel are brought up to date before the loop sleeps, when something changed: any
 /// number of changes in one pass are one file, there before anybody is told of them. Both wait for
