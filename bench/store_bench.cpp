@@ -109,7 +109,7 @@ void allRecords(benchmark::State& state) {
     const auto engine = nv::openStoreFile(file, nullptr);
     const auto table = engine->open("hosts");
     for (const std::uint32_t id : table.ids)
-      benchmark::DoNotOptimize(engine->read(table.table, id).count());
+      benchmark::DoNotOptimize(engine->read(table.table, id).record.count());
   }
   state.SetItemsProcessed(state.iterations() * kRecords);
 }

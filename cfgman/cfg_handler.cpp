@@ -3,10 +3,15 @@
 #include <algorithm>
 #include <ostream>
 
+#include "cfgman/at_end.h"
 #include "cfgman/item.h"
 
 namespace key = nv::key;
 using nv::message;
+
+namespace {
+std::uint64_t lastSerial = 0;  // of all handlers: a serial number is never given twice
+}  // namespace
 
 CfgHandler::~CfgHandler() {
   token_.end();
@@ -39,23 +44,29 @@ std::uint32_t CfgHandler::objectCount() {
 void CfgHandler::flushNotifies() {
   const auto hook = manager_->flushHook;
   if (!hook || isFlushing_) return Handler::flushNotifies();
-  const auto watch = token_.watch();
   isFlushing_ = true;
+  const AtEnd flushed([this, life = token_.watch()] {
+    if (!life.gone()) isFlushing_ = false;
+  });
   hook();
-  if (!watch.gone()) isFlushing_ = false;
 }
 
 // Subscribers.
 
 void* CfgHandler::subscribe(const message& req, bool& flag) {
   const auto make = manager_->mkSubscr;
+  const auto life = token_.watch();
   auto* const made = make ? make(req, flag) : nullptr;
+  if (life.gone()) {
+    delete made;
+    return nullptr;
+  }
   if (made == nullptr) {
     ++plainSubscribers_;
     return nullptr;
   }
   made->handler_ = this;
-  made->serial_ = ++lastSerial_;
+  made->serial_ = ++lastSerial;
   subscriptions_.emplace(made->serial_, made);
   flag = false;
   return made;
@@ -76,8 +87,8 @@ void CfgHandler::subscriberResumed(void* cookie) {
   if (cookie != nullptr) static_cast<CfgMan::Subscription*>(cookie)->resumed();
 }
 
-std::uint32_t CfgHandler::subscriberFlags(const message& req, void* cookie) {
-  if (cookie == nullptr) return Handler::subscriberFlags(req, cookie);
+std::uint32_t CfgHandler::subscriberFlags(const message&, void* cookie) {
+  if (cookie == nullptr) return nv::kDefaultFlags;
   return static_cast<CfgMan::Subscription*>(cookie)->flags;
 }
 

@@ -55,7 +55,6 @@ class CONFKIT_API CfgHandler : public nv::Handler, public CfgMan::Link {
   CfgMan* manager_;  // owns this
   std::uint32_t plainSubscribers_ = 0;
   std::map<Serial, CfgMan::Subscription*> subscriptions_;
-  Serial lastSerial_ = 0;
   bool isFlushing_ = false;
   LifeToken<CfgHandler> token_{this};
 };
@@ -63,7 +62,8 @@ class CONFKIT_API CfgHandler : public nv::Handler, public CfgMan::Link {
 template <class Visit>
 void CfgHandler::forEachSubscription(Visit visit) {
   const auto watch = token_.watch();
-  const auto last = lastSerial_;
+  if (subscriptions_.empty()) return;
+  const auto last = subscriptions_.rbegin()->first;
   for (auto at = subscriptions_.begin(); at != subscriptions_.end() && at->first <= last;) {
     const auto serial = at->first;
     visit(*at->second, serial);

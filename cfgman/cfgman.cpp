@@ -36,12 +36,16 @@ CfgMan::~CfgMan() {
   for (auto& remote : remotes) nv::stopFollow(std::exchange(remote.handle, nullptr));
   delete std::exchange(store, nullptr);
   delete std::exchange(alloc, nullptr);
-  order.reset();
-  for (const auto [id, item] : items)
+  // What the items release must not find the half of their manager that is left.
+  for (const auto [id, item] : std::exchange(items, {})) {
+    order->drop(*item);
+    item->inTree = false;
     if (item->cookie == nullptr) delete item;
+  }
 }
 
 void CfgMan::setHandler(unsigned id) {
+  if (handler != nullptr) return;
   handler = new CfgHandler(this);
   links.push_back(handler);
   nv::getLooper()->addHandler(id, handler);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <iosfwd>
 #include <memory>
@@ -24,8 +25,8 @@ class NameIndex;
 struct UpdateTask;
 
 /// Keeps items, each with a configuration and a state message; answers the commands of its handler;
-/// applies each change as a task of its own; keeps the user's order, ids, names and the store; tells
-/// subscribers; mirrors other handlers.
+/// applies each change as a task of its own; keeps the user's order, ids, names and the store;
+/// tells subscribers; mirrors other handlers.
 ///
 ///     CfgMan vlans;
 ///     vlans.namePrefix = "vlan";
@@ -37,13 +38,16 @@ struct UpdateTask;
 ///     vlans.setHandler(5);
 ///     vlans.setStore("vlans", true);
 ///
-/// A change takes effect in this order: own keys merged, id and item made, name given, state merged,
-/// `apply`, undo record, observers (which mark the object for subscribers), place in the order, store,
-/// reply. When `apply` refuses, the item, its state and the store are as they were.
+/// A change takes effect in this order: own keys merged, id and item made, name given, state
+/// merged, `apply`, undo record, observers (which mark the object for subscribers), place in the
+/// order, store, reply. When `apply` refuses, the item, its state and the store are as they were;
+/// only the texts in `Item::about` are gone. Updates follow one another: one whose turn comes while
+/// another is under way (a hook that runs the runner, a runner that calls at once) is carried out
+/// right after that.
 ///
-/// Only keys in `configIds` and `stateIds` are kept; a service adds its own before the first change.
-/// A callback may be empty unless it says otherwise, and may call the manager, post updates and
-/// replace itself. It may even delete the manager; what is queued then does nothing.
+/// Only keys in `configIds` and `stateIds` are kept; a service adds its own before the first
+/// change. A callback may be empty unless it says otherwise, and may call the manager, post updates
+/// and replace itself. It may even delete the manager; what is queued then does nothing.
 ///
 /// Owns its items (but those with a cookie), store, allocator and handler. Event-loop thread only.
 class CONFKIT_API CfgMan {
@@ -66,14 +70,19 @@ class CONFKIT_API CfgMan {
   CfgMan(const CfgMan&) = delete;
   CfgMan& operator=(const CfgMan&) = delete;
 
-  /// Makes the bus handler and registers it under `id`. Called once.
+  /// Makes the bus handler and registers it under `id`. A second call does nothing.
   void setHandler(unsigned id);
   /// Opens the store `name` and posts the task that reads it; the items appear one task at a time.
   /// `ordered`: the items have a user's order. A second call does nothing.
+  /// Until all are there, updates that could get into their way wait.
   void setStore(const std::string& name, bool ordered);
   /// Ids are given out from [min, max], from 1 to 0xfffffffd without a call. Replaces an earlier
   /// allocator; ids of items that are there already stay in use but are not counted in it.
   void setAllocator(unsigned min, unsigned max);
+
+  /// By which others learn that the manager is gone.
+  using Watch = LifeToken<CfgMan>::Watch;
+  Watch watch() const { return token_.watch(); }
 
   /// The process-wide runner, run by the event loop.
   static RunTask* getGlobalRunTask();
@@ -106,7 +115,8 @@ class CONFKIT_API CfgMan {
   /// `fillItemMsg` and the item's `about` texts add, its id and, when ordered, the id of the next.
   /// With kConfigOnlyBit in `flags` only configuration, id and next id.
   nv::message getMsg(Item* item, unsigned flags);
-  /// The name that a new nameless object would get: `namePrefix` and a number one above the highest.
+  /// The name that a new nameless object would get: `namePrefix` and a number one above the
+  /// highest.
   std::string generateDefaultName();
   /// Numbers the items along the order, 2 apart, if they are not numbered rightly already.
   void updatePositions();
@@ -118,8 +128,9 @@ class CONFKIT_API CfgMan {
 
   /// Answers reads at once through `doGet` and queues changes; other codes go to nv::Handler.
   /// Replies to changes: key::objectId and what `apply` put into the reply; err::noSuchObject for a
-  /// change of an object that is not there; err::idInUse when the id is taken or none is free; the
-  /// error of `apply` with key::objectId.
+  /// change of an object that is not there; err::idInUse when the id is claimed though no object
+  /// has it (see `setAllocator`), and when none is free; the error of `apply` with key::objectId.
+  /// An add of an object that is there changes it.
   void defDoCmd(const nv::message& cmd);
   /// Answers get, get one, get all and get count, for clients (`cmd` is theirs) and for
   /// notifications (`cmd` is empty). Of an object that is not there: err::noSuchItem, for the start
@@ -150,7 +161,8 @@ class CONFKIT_API CfgMan {
   std::function<void(CfgMan*, Item*, nv::message& out, std::uint32_t flags)> fillItemMsg;
   /// Makes a changed configuration take effect, or refuses it with an error in `reply`. `cfg` is
   /// the new one and may be changed, the item still holds the old one; `keys` are the UIds that
-  /// changed. Called when a configuration key changed, a name was given, or the update brought keys.
+  /// changed. Changes to `cfg` are kept only when configuration keys are among them. Called when a
+  /// configuration key changed, a name was given, or the update brought keys.
   std::function<void(CfgMan*, Item*, nv::message& cfg, vset<unsigned>& keys, nv::message& reply)>
       apply;
   /// The same for those who want the new configuration in the item. Not called when `apply` is set.
@@ -159,7 +171,7 @@ class CONFKIT_API CfgMan {
   std::function<void(nv::Handler*, const nv::message& cmd)> doCmd;
   /// Ids for which this is true are neither taken from nor given back to the allocator.
   std::function<bool(std::uint32_t id)> isExternalId;
-  /// The name of a new object that has none; takes the place of `namePrefix`.
+  /// The name of an object that has none, be it new or not; takes the place of `namePrefix`.
   std::function<std::string()> makeName;
   /// Takes the place of nv::Handler::flushNotifies for the handler. May call it.
   std::function<void()> flushHook;
@@ -202,12 +214,9 @@ class CONFKIT_API CfgMan {
 
  private:
   friend class CfgHandler;
-  friend class NotifyGuard;
   friend class Placement;
   friend class Update;
   friend struct UpdateTask;
-
-  using Watch = LifeToken<CfgMan>::Watch;
 
   void answerRead(const nv::message& cmd, unsigned code);
   nv::message getAll(std::uint32_t flags, const nv::message& cmd, nv::message out);
@@ -222,8 +231,18 @@ class CONFKIT_API CfgMan {
   /// Takes `item` out of the order and the tree, gives its id back and frees it.
   void dropItem(Item* item);
 
-  // Work for later.
+  // Updates.
   void post(UpdateTask task);
+  /// The turn of a task: carries it out, or keeps it while the store is being read.
+  void take(UpdateTask task);
+  /// Carries out an update; from within another one, right after that.
+  void update(UpdateTask task);
+  bool mustWait(const UpdateTask& task) const;
+  /// Posts the turn of the first update that waits.
+  void postWaiting();
+  void updateWaiting();
+
+  // The store.
   void setStoreImpl(const std::string& name);
   void loadRecord(std::uint32_t id);
   void storeRead();
@@ -238,10 +257,9 @@ class CONFKIT_API CfgMan {
   std::unique_ptr<NameIndex> names_;
   bool storeUnread_ = false;
   std::size_t recordsLeft_ = 0;
-  /// Updates that came while the store was being read, in order.
-  std::vector<UpdateTask> waiting_;
-  /// Counts what ends the validity of Item pointers and of their neighbours.
-  std::uint64_t treeChanges_ = 0;
+  std::deque<UpdateTask> waiting_;  // for the store, in the order in which they came
+  bool isUpdating_ = false;
+  std::deque<UpdateTask> nested_;  // whose turn came during another one
   std::uint64_t lastRemote_ = 0;
   LifeToken<CfgMan> token_{this};
 };

@@ -1,16 +1,19 @@
 // Commands of a manager, and the message of one object.
+#include "platform/commands.h"
+
+#include <algorithm>
 #include <utility>
-#include <vector>
 
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
 #include "cfgman/item.h"
 #include "cfgman/item_order.h"
+#include "cfgman/item_walk.h"
 #include "cfgman/iterator.h"
 #include "message/equal.h"
 #include "message/merge.h"
-#include "platform/commands.h"
 #include "platform/errors.h"
+#include "platform/page.h"
 
 namespace cmd = nv::cmd;
 namespace err = nv::err;
@@ -30,12 +33,13 @@ std::uint32_t idIn(const message& cmd, unsigned code) {
 
 /// The update that a changing command asks for.
 message updateOf(const message& cmd, unsigned code, const message& defcfg) {
+  if (code == cmd::addObj && !defcfg.empty()) {
+    message update = defcfg;
+    update.merge(cmd);
+    return std::move(update.insert(key::absent, 0));
+  }
   message update = cmd;
   if (code == cmd::addObj) {
-    if (!defcfg.empty()) {
-      update = defcfg;
-      update.merge(cmd);
-    }
     update.insert(key::absent, 0);
   } else if (code == cmd::removeObj) {
     update.insert(key::absent, 1);
@@ -63,6 +67,8 @@ void CfgMan::defDoCmd(const message& cmd) {
     case cmd::set: {
       auto update = updateOf(cmd, code, defcfg);
       auto state = update;
+      // As a whole state it must not bring the request's envelope into what is answered later.
+      if (state.get(key::replaceState)) nv::cleanSys(state);
       return scheduleUpdate(idIn(cmd, code), std::move(update), std::move(state), {}, cmd);
     }
     case cmd::getObj:
@@ -75,10 +81,10 @@ void CfgMan::defDoCmd(const message& cmd) {
 }
 
 void CfgMan::answerRead(const message& cmd, unsigned code) {
-  const auto watch = token_.watch();
+  const auto life = watch();
   const auto get = doGet;
   auto answer = get(this, idIn(cmd, code), cmd.get(key::getFlags, nv::kDefaultFlags), cmd);
-  if (watch.gone() || handler == nullptr) return;
+  if (life.gone() || handler == nullptr) return;
   if (answer.get(key::replyMarker) != nv::kNoId) handler->replyMessage(cmd, std::move(answer));
 }
 
@@ -100,39 +106,31 @@ message CfgMan::defDoGet(CfgMan* cm, std::uint32_t id, std::uint32_t flags, cons
   if (code == cmd::getAll) return cm->getAll(flags, cmd, std::move(out));
 
   auto* const item = id == nv::kNoId ? cm->begin().item() : cm->find(id);
-  if (item != nullptr) return out.merge(cm->getMsg(item, flags)), out;
-  return id == nv::kNoId ? out : missing(id, cmd, code);
+  if (item == nullptr) return id == nv::kNoId ? std::move(out) : missing(id, cmd, code);
+  if (out.empty()) return cm->getMsg(item, flags);
+  out.merge(cm->getMsg(item, flags));
+  return out;
 }
 
 message CfgMan::getAll(std::uint32_t flags, const message& cmd, message out) {
   const auto start = cmd.get(key::startId, nv::kNoId);
-  const auto maxCount = cmd.get(key::maxCount, nv::kNoId);
-  Iterator it = start == nv::kNoId ? begin() : Iterator(this, find(start));
-  if (start != nv::kNoId && it.item() == nullptr) return missing(start, cmd, cmd::getAll);
+  if (start != nv::kNoId && find(start) == nullptr) return missing(start, cmd, cmd::getAll);
 
-  const auto watch = token_.watch();
-  std::vector<message> page;
-  std::size_t size = out.max_length();
-  while (auto* const item = it.item()) {
-    const auto id = item->id;
-    const auto seen = treeChanges_;
-    it.next();
-    const auto nextId = it.item() == nullptr ? nv::kNoId : it.item()->id;
-    if (!item->exists() || ((flags & nv::kConfigOnlyBit) != 0 && !item->store)) continue;
-
-    auto object = getMsg(item, flags);
-    if (watch.gone()) return out;
-    if (page.size() >= maxCount ||
-        (!page.empty() && size + object.max_length() > kPageBytes)) {
-      out.insert(key::startId, id);
+  const auto room = kPageBytes - std::min<std::size_t>(out.max_length(), kPageBytes);
+  nv::Page page(cmd.get(key::maxCount, nv::kNoId), room);
+  const auto life = watch();
+  ItemWalk walk(start == nv::kNoId ? begin() : Iterator(this, find(start)));
+  for (; walk.item() != nullptr; walk.next()) {
+    const auto& item = *walk.item();
+    if (!item.exists() || ((flags & nv::kConfigOnlyBit) != 0 && !item.store)) continue;
+    const auto object = getMsg(walk.item(), flags);
+    if (life.gone()) return out;
+    if (!page.take(object)) {
+      out.insert(key::startId, walk.id());
       break;
     }
-    size += object.max_length();
-    page.push_back(std::move(object));
-    // What was asked for the object may have removed the next one.
-    if (seen != treeChanges_) it = Iterator(this, find(nextId));
   }
-  out.insert(key::objects, page);
+  page.writeTo(out);
   return out;
 }
 
@@ -141,8 +139,8 @@ message CfgMan::getMsg(Item* item, unsigned flags) {
   const auto id = item->id;
   if ((flags & nv::kConfigOnlyBit) == 0) {
     out.merge(item->state);
-    const auto watch = token_.watch();
-    const auto isThere = [&] { return !watch.gone() && find(id) == item; };
+    const auto life = watch();
+    const auto isThere = [&] { return !life.gone() && find(id) == item; };
     if (const auto fill = fillMsg) {
       fill(out, this, id, flags);
       if (!isThere()) return out;
@@ -151,8 +149,11 @@ message CfgMan::getMsg(Item* item, unsigned flags) {
       fill(this, item, out, flags);
       if (!isThere()) return out;
     }
-    if (item->about)
-      for (const auto& text : *item->about) out.append(key::about, text());
+    for (std::size_t k = 0; item->about && k < item->about->size(); ++k) {
+      const auto text = (*item->about)[k];
+      out.append(key::about, text());
+      if (!isThere()) return out;
+    }
   }
   out.insert(key::objectId, id);
   if (ordered)

@@ -13,8 +13,7 @@
 
 /// Something that an item keeps while it has its present configuration, made by `apply`. Released
 /// after the next accepted `apply`, and with the item.
-class CONFKIT_API CfgMan::ItemLink {
- public:
+struct CONFKIT_API CfgMan::ItemLink {
   virtual ~ItemLink();
   /// The item is done with this one. It may post updates but not run them. The base deletes it.
   virtual void release();
@@ -30,7 +29,6 @@ struct CONFKIT_API CfgMan::Item {
   Item& operator=(const Item&) = delete;
 
   bool exists() const { return config.get(nv::key::absent) == 0; }
-  void releaseLinks();
 
   std::uint32_t id = nv::kNoId;
   bool inTree = false;

@@ -86,7 +86,7 @@ void ItemOrder::number() {
   }
 }
 
-void ItemOrder::numberNew(Item& item, bool& valid) {
+bool ItemOrder::numberNew(Item& item) {
   auto& position = item.ord->position;
   const auto* const before = previous(item);
   const auto* const behind = next(item);
@@ -97,6 +97,7 @@ void ItemOrder::numberNew(Item& item, bool& valid) {
   } else if (before == nullptr && behind->ord->position > kLowestPosition) {
     position = behind->ord->position - kPositionStep;
   } else {
-    valid = false;
+    return false;
   }
+  return true;
 }

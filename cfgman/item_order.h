@@ -22,7 +22,7 @@ struct CfgMan::OrdNode {
 
 /// Two lists of the same nodes: all items that have a place, and the stored ones among them.
 /// Neighbours cost O(1). Owns the nodes.
-class ItemOrder {
+class CONFKIT_API ItemOrder {
  public:
   using Item = CfgMan::Item;
   using OrdNode = CfgMan::OrdNode;
@@ -54,15 +54,15 @@ class ItemOrder {
 
   /// Numbers all nodes, 2 apart.
   void number();
-  /// Numbers an item that was inserted at an end of the order. Sets `valid` to false when it stands
-  /// between others or the numbers have run out.
-  void numberNew(Item& item, bool& valid);
+  /// Numbers an item that was inserted at an end of the order; false when it stands between others,
+  /// or the numbers have run out.
+  bool numberNew(Item& item);
 
  private:
   template <OrdNode::Hook OrdNode::*hook>
-  using List = boost::intrusive::list<
-      OrdNode, boost::intrusive::member_hook<OrdNode, OrdNode::Hook, hook>,
-      boost::intrusive::constant_time_size<false>>;
+  using List =
+      boost::intrusive::list<OrdNode, boost::intrusive::member_hook<OrdNode, OrdNode::Hook, hook>,
+                             boost::intrusive::constant_time_size<false>>;
 
   List<&OrdNode::node> all_;
   List<&OrdNode::snode> stored_;

@@ -36,11 +36,12 @@ nv::Allocator& CfgMan::allocator() {
   return *alloc;
 }
 
-// An allocator that was replaced does not know the ids of earlier items.
+// An allocator that was replaced does not know the ids of earlier items; its range may reach into
+// the reserved ids.
 std::uint32_t CfgMan::claimId() {
   while (allocator().unused() != 0) {
     const auto id = alloc->allocate();
-    if (!items.contains(id)) return id;
+    if (id <= kHighestId && !items.contains(id)) return id;
   }
   return nv::kNoId;
 }
@@ -55,20 +56,18 @@ CfgMan::Item* CfgMan::makeItem(std::uint32_t id, bool stored) {
   item->id = id;
   item->store = stored;
   item->inTree = items.emplace(id, item).second;
-  ++treeChanges_;
   return item;
 }
 
 void CfgMan::dropItem(Item* item) {
   const auto id = item->id;
-  const auto watch = token_.watch();
+  const auto life = watch();
   const bool isForeign = isExternal(id);
-  if (watch.gone() || find(id) != item) return;
+  if (life.gone()) return;
   if (!isForeign && alloc != nullptr) alloc->free(id);
   names_->remove(*item);
   order->drop(*item);
   items.take(id);
-  ++treeChanges_;
   delete item;
 }
 

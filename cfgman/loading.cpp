@@ -2,6 +2,7 @@
 #include <utility>
 #include <vector>
 
+#include "cfgman/at_end.h"
 #include "cfgman/cfgman.h"
 #include "cfgman/loading_order.h"
 #include "cfgman/run_task.h"
@@ -15,38 +16,41 @@ void CfgMan::setStore(const std::string& name, bool isOrdered) {
   ordered = isOrdered;
   store = new nv::Store(name);
   storeUnread_ = true;
-  runTask->post([watch = token_.watch(), name] {
-    if (auto* const manager = watch.get()) manager->setStoreImpl(name);
+  runTask->post([life = watch(), name] {
+    if (auto* const manager = life.get()) manager->setStoreImpl(name);
   });
 }
 
-/// One task a record, so that a large store does not stop the loop.
+/// One task a record: a large store does not keep the loop from its other work for long.
 void CfgMan::setStoreImpl(const std::string&) {
   const auto& ids = store->ids();
-  const auto found = ordered ? loadingOrder(*store)
-                             : std::vector<std::uint32_t>(ids.begin(), ids.end());
+  const auto found =
+      ordered ? loadingOrder(*store) : std::vector<std::uint32_t>(ids.begin(), ids.end());
   storeUnread_ = false;
   recordsLeft_ = found.size();
   if (found.empty()) return storeRead();
 
-  const auto watch = token_.watch();
-  auto* const runner = runTask;
-  for (const auto id : found)
-    runner->post([watch, id] {
-      if (auto* const manager = watch.get()) manager->loadRecord(id);
+  const auto life = watch();
+  for (const auto id : found) {
+    if (life.gone()) return;
+    runTask->post([life, id] {
+      if (auto* const manager = life.get()) manager->loadRecord(id);
     });
+  }
 }
 
 void CfgMan::loadRecord(std::uint32_t id) {
-  const auto watch = token_.watch();
+  const AtEnd counted([this, life = watch()] {
+    if (!life.gone() && --recordsLeft_ == 0) storeRead();
+  });
   auto record = store->get(id);
   record.insert(key::absent, 0);
-  UpdateTask{UpdateTask::Source::record,        id, std::move(record), {}, {},
-             {{key::command, nv::cmd::addObj}}}
-      .run(*this);
-  if (!watch.gone() && --recordsLeft_ == 0) storeRead();
+  UpdateTask task{UpdateTask::Source::record, id, std::move(record), {}, {}, {}};
+  task.request.insert(key::command, nv::cmd::addObj);
+  take(std::move(task));
 }
 
 void CfgMan::storeRead() {
-  for (auto& task : std::exchange(waiting_, {})) post(std::move(task));
+  const auto life = watch();
+  for (auto left = waiting_.size(); left-- > 0 && !life.gone();) postWaiting();
 }

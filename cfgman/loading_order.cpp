@@ -17,7 +17,9 @@ class Unchaining {
   /// A record and the one that it names.
   struct Step {
     std::uint32_t next, id;
-    auto operator<=>(const Step&) const = default;
+    bool operator<(const Step& other) const {
+      return next != other.next ? next < other.next : id < other.id;
+    }
   };
 
   void take(std::uint32_t id);
@@ -43,7 +45,7 @@ Unchaining::Unchaining(const nv::Store& store) {
   }
   std::sort(steps_.begin(), steps_.end());
   done_.resize(steps_.size());
-  order_.reserve(left_.used());
+  order_.reserve(static_cast<std::size_t>(left_.used()));
 }
 
 std::vector<std::uint32_t> Unchaining::run() && {

@@ -124,7 +124,7 @@ NotifyGuard::NotifyGuard(CfgMan* cm, unsigned id) {
   if (cm == nullptr || cm->handler == nullptr || id == nv::kNoId) return;
   if (!cm->handler->hasSubscribers()) return;
 
-  snapshot_ = std::make_unique<Snapshot>(*cm, cm->token_.watch(), id);
+  snapshot_ = std::make_unique<Snapshot>(*cm, cm->watch(), id);
   snapshot_->take();
 }
 

@@ -4,6 +4,7 @@
 
 #include "cfgman/item.h"
 #include "cfgman/item_order.h"
+#include "cfgman/name_index.h"
 #include "cfgman/update_task.h"
 
 namespace key = nv::key;
@@ -20,7 +21,6 @@ std::uint32_t Placement::nextId() const {
 }
 
 void Placement::unlink() {
-  ++manager_.treeChanges_;
   if (item_.store && manager_.store && order_.isAmongStored(item_)) unlinkStored();
   if (const auto* const previous = order_.previous(item_)) {
     const auto* const next = order_.next(item_);
@@ -29,8 +29,9 @@ void Placement::unlink() {
       state.insert(key::nextId, next->id);
     else
       state.append(key::removals, key::nextId.uid());
-    news_.push_back({previous->id, std::move(state)});
+    tell(*previous, std::move(state));
   }
+  manager_.names_->remove(item_);
   order_.drop(item_);
 }
 
@@ -49,13 +50,13 @@ void Placement::writeChain(CfgMan::Item* previous, std::uint32_t next) {
 }
 
 void Placement::link(std::uint32_t before) {
-  ++manager_.treeChanges_;
   order_.addNode(item_);
+  manager_.names_->add(item_);
   if (manager_.store && item_.store) linkStored(before);
   order_.insert(item_, findPlace(before, order_.first()));
   if (const auto* const previous = order_.previous(item_))
-    news_.push_back({previous->id, {{key::nextId, item_.id}}});
-  order_.numberNew(item_, manager_.positionsValid);
+    tell(*previous, {{key::nextId, item_.id}});
+  if (!order_.numberNew(item_)) manager_.positionsValid = false;
 }
 
 void Placement::linkStored(std::uint32_t before) {
@@ -74,7 +75,6 @@ CfgMan::Item* Placement::findStoredPlace(std::uint32_t before) const {
   return order_.storedBehind(*next, item_);
 }
 
-void Placement::tellNeighbours() {
-  for (auto& news : std::exchange(news_, {}))
-    manager_.post({UpdateTask::Source::neighbour, news.id, {}, std::move(news.state), {}, {}});
+void Placement::tell(const CfgMan::Item& neighbour, nv::message state) {
+  manager_.post({UpdateTask::Source::neighbour, neighbour.id, {}, std::move(state), {}, {}});
 }

@@ -2,14 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "cfgman/cfgman.h"
 
 class ItemOrder;
 
-/// Moves one item during an update, keeps the stored chain, and gathers what the neighbours have to
-/// learn.
+/// Moves one item during an update, keeps the stored chain, and posts the updates by which the
+/// state of the item before it names the one that now follows.
 ///
 /// The chain: record 0xfffffffe holds in key::nextId the id of the first stored item (0xffffffff:
 /// none), and the configuration of each stored item holds there the id of the next; the last one
@@ -27,21 +26,14 @@ class Placement {
   /// Puts the item before the one with id `before`; at the end for 0xffffffff, at the front when
   /// nobody has that id. The chain is not written for an item that comes from the store.
   void link(std::uint32_t before);
-  /// Posts the updates by which the neighbours' state names the items that now follow them.
-  void tellNeighbours();
 
  private:
-  /// Somebody to tell: item `id` gets `state` merged.
-  struct News {
-    std::uint32_t id;
-    nv::message state;
-  };
-
   /// The item before which `before` puts this one; null: at the end.
   CfgMan::Item* findPlace(std::uint32_t before, CfgMan::Item* front) const;
   CfgMan::Item* findStoredPlace(std::uint32_t before) const;
   void linkStored(std::uint32_t before);
   void unlinkStored();
+  void tell(const CfgMan::Item& neighbour, nv::message state);
   /// Lets `previous`, or the head of the chain when null, name `next`.
   void writeChain(CfgMan::Item* previous, std::uint32_t next);
 
@@ -49,5 +41,4 @@ class Placement {
   ItemOrder& order_;
   CfgMan::Item& item_;
   std::uint32_t origin_;
-  std::vector<News> news_;
 };

@@ -12,8 +12,8 @@ void CfgMan::addRemote(const message& target, std::function<void()> onLoaded, bo
   const auto serial = ++lastRemote_;
   remotes.push_back({nullptr, false, std::move(onLoaded), serial});
   auto* const handle = nv::follow(
-      [watch = token_.watch(), serial](const message& msg) {
-        if (auto* const manager = watch.get()) manager->remoteSays(serial, msg);
+      [life = watch(), serial](const message& msg) {
+        if (auto* const manager = life.get()) manager->remoteSays(serial, msg);
       },
       target, !flag);
   if (auto* const remote = findRemote(serial))
@@ -51,8 +51,8 @@ void CfgMan::remoteSays(std::uint64_t serial, const message& msg) {
 void CfgMan::remoteLoaded(std::uint64_t serial) {
   auto* const remote = findRemote(serial);
   if (remote == nullptr) return;
-  const auto watch = token_.watch();
+  const auto life = watch();
   if (const auto onLoaded = std::exchange(remote->onLoaded, {})) onLoaded();
-  if (watch.gone()) return;
+  if (life.gone()) return;
   if (auto* const still = findRemote(serial)) still->loaded = true;
 }

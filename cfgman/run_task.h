@@ -13,12 +13,13 @@
 /// Runs tasks one at a time, in the order in which they were posted. Not owned by the managers that
 /// use it, and outlives them. Who makes a runner of his own calls `run` himself; the process-wide
 /// one is run by the event loop, one pending task in each pass.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): see the pragma
 class CONFKIT_API CfgMan::RunTask {
  public:
   using Task = std::function<void()>;
 
   /// Queues `task`: with `deferred` while `running` is set, otherwise with `pending`. One that is
-  /// overridden to call `task` at once nests updates, which managers bear.
+  /// overridden to call `task` at once is allowed: a manager carries out one update at a time.
   virtual void post(Task task);
 
   /// Calls the first pending task, then all deferred ones, those that they add included. Returns

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "cfgman/at_end.h"
 #include "cfgman/cfg_handler.h"
 #include "cfgman/item.h"
 #include "cfgman/item_order.h"
@@ -22,19 +23,6 @@ namespace key = nv::key;
 
 namespace {
 
-/// Does something when the scope ends, however it ends.
-template <class Function>
-class AtEnd {
- public:
-  explicit AtEnd(Function function) : function_(std::move(function)) {}
-  ~AtEnd() { function_(); }
-  AtEnd(const AtEnd&) = delete;
-  AtEnd& operator=(const AtEnd&) = delete;
-
- private:
-  Function function_;
-};
-
 /// A release may look at what the item holds by then: the links are out of it.
 void releaseAll(const std::vector<CfgMan::ItemLink*>& links) {
   for (auto* const link : links) link->release();
@@ -43,7 +31,7 @@ void releaseAll(const std::vector<CfgMan::ItemLink*>& links) {
 }  // namespace
 
 Update::Update(CfgMan& manager, UpdateTask task)
-    : watch_(manager.token_.watch()), manager_(manager), task_(std::move(task)) {}
+    : life_(manager.watch()), manager_(manager), task_(std::move(task)) {}
 
 void Update::run() {
   noteOrigin();
@@ -51,26 +39,27 @@ void Update::run() {
   mergeOwnKeys();
   if (!createIfMissing()) return;
   giveName();
-  if (lost()) return;
+  if (life_.gone()) return;
   mergeState();
   callApply();
-  if (lost()) return;
+  if (life_.gone()) return;
   if (nv::isError(reply_)) return rollBack();
   publishUndo();
-  if (lost()) return;
+  if (life_.gone()) return;
   tellObservers();
-  if (lost()) return;
+  if (life_.gone()) return;
   placeAndStore();
-  if (lost()) return;
+  if (life_.gone()) return;
   removeIfGone();
-  if (!watch_.gone()) answer(std::move(reply_.insert(key::objectId, task_.id)));
+  if (life_.gone()) return;
+  answerWithId();
 }
 
 // A request without a requester is nobody's: it gets no reply and is not undone.
 void Update::noteOrigin() {
   auto& request = task_.request;
   if (request.has(key::requester)) {
-    reply_.insert(key::route, request.get(key::requester));
+    for (const auto hop : request.view(key::requester)) reply_.append(key::route, hop);
     const auto rights = static_cast<std::int32_t>(request.get(key::rights, nv::kSystemRights));
     origin_ = rights < 0 ? CfgMan::kFromSystem : CfgMan::kFromUser;
   } else {
@@ -83,14 +72,10 @@ void Update::noteOrigin() {
 void Update::findItem() {
   manager_.allocator();  // made here even if the update fails
   item_ = manager_.find(task_.id);
-  if (item_ != nullptr) {
-    cfg_ = item_->config;
-    oldState_ = item_->state;
-  } else {
-    const Item fresh;
-    cfg_ = fresh.config;
-    oldState_ = fresh.state;
-  }
+  static const Item fresh;
+  const auto& present = item_ != nullptr ? *item_ : fresh;
+  cfg_ = present.config;
+  oldState_ = present.state;
 }
 
 void Update::mergeOwnKeys() {
@@ -101,24 +86,32 @@ void Update::mergeOwnKeys() {
     else
       undo = &undo_;
   }
+  changed_.reserve(manager_.configIds.size());
   for (const auto uid : manager_.configIds)
     if (nv::merge(cfg_, task_.cfg, &cfg_, undo, uid)) changed_.insert(uid);
   configChanged_ = !changed_.empty();
 }
 
 bool Update::createIfMissing() {
-  if (item_ == nullptr) {
-    if (isRemoval()) return answer(nv::errorMsg(err::noSuchObject, "")), false;
-    const auto id = claimId();
-    if (watch_.gone()) return false;
-    if (id == nv::kNoId) return answer(nv::errorMsg(err::idInUse, "")), false;
-    task_.id = id;
-    item_ = manager_.makeItem(id, !cfg_.get(key::dynamic));
-    created_ = true;
-  }
-  treeSeen_ = manager_.treeChanges_;
+  if (item_ == nullptr && !create()) return false;
   cfg_.insert(key::objectId, task_.id);
   return true;
+}
+
+bool Update::create() {
+  if (isRemoval()) return refuse(err::noSuchObject);
+  const auto id = claimId();
+  if (life_.gone()) return false;
+  if (id == nv::kNoId) return refuse(err::idInUse);
+  task_.id = id;
+  item_ = manager_.makeItem(id, !cfg_.get(key::dynamic));
+  created_ = true;
+  return true;
+}
+
+bool Update::refuse(unsigned code) {
+  answer(nv::errorMsg(code, ""));
+  return false;
 }
 
 /// The id for a new item; 0xffffffff when it cannot be had.
@@ -127,7 +120,7 @@ std::uint32_t Update::claimId() {
   if (id == nv::kNoId) return manager_.claimId();
   if (id == nv::kHeadId) return nv::kNoId;  // the head of the stored chain
   const bool isExternal = manager_.isExternal(id);
-  if (watch_.gone() || manager_.find(id) != nullptr) return nv::kNoId;
+  if (life_.gone()) return nv::kNoId;
   if (isExternal) return id;
   if (manager_.alloc->isAllocated(id)) return nv::kNoId;
   manager_.alloc->allocate(id);
@@ -161,8 +154,7 @@ void Update::callApply() {
   auto outdated = std::exchange(item_->links, {});
   item_->about.reset();
   callHook();
-  if (!isItemThere()) return releaseAll(outdated);
-  if (nv::isError(reply_)) outdated.swap(item_->links);
+  if (!life_.gone() && nv::isError(reply_)) outdated.swap(item_->links);
   releaseAll(outdated);
 }
 
@@ -170,7 +162,7 @@ void Update::callHook() {
   manager_.curItem = item_;
   manager_.curKeys = &changed_;
   const AtEnd clear([this] {
-    if (watch_.gone()) return;
+    if (life_.gone()) return;
     manager_.curItem = nullptr;
     manager_.curKeys = nullptr;
   });
@@ -182,11 +174,19 @@ void Update::callHook() {
 
 template <class Call>
 void Update::withNewConfig(Call call) {
-  item_->config.swap(cfg_);
+  swapConfig();
   const AtEnd swapBack([this] {
-    if (isItemThere()) item_->config.swap(cfg_);
+    if (!life_.gone()) swapConfig();
   });
   call();
+}
+
+// Default names go by what the items hold at the time.
+void Update::swapConfig() {
+  const bool renames = item_->config.view(key::name) != cfg_.view(key::name);
+  if (renames) manager_.names_->remove(*item_);
+  item_->config.swap(cfg_);
+  if (renames) manager_.names_->add(*item_);
 }
 
 void Update::rollBack() {
@@ -194,7 +194,7 @@ void Update::rollBack() {
     manager_.dropItem(item_);
   else
     item_->state = oldState_;
-  if (!watch_.gone()) answer(std::move(reply_.insert(key::objectId, task_.id)));
+  if (!life_.gone()) answerWithId();
 }
 
 void Update::publishUndo() {
@@ -209,7 +209,7 @@ void Update::publishUndo() {
 
   const auto describe = manager_.describe;
   const auto label = describe ? describe(cfg_) : cfg_.get(key::name);
-  if (watch_.gone() || manager_.handler == nullptr) return;
+  if (life_.gone() || manager_.handler == nullptr) return;
   manager_.handler->sendUndo(request, undo_, label + inverse.text);
 }
 
@@ -223,36 +223,33 @@ void Update::tellObservers() {
   auto& running = manager_.runTask->running;
   const AtEnd restore([&running, before = std::exchange(running, true)] { running = before; });
 
+  // An observer may add and remove observers.
   const auto observers = manager_.links;
   for (auto* const link : observers) {
     const auto& present = manager_.links;
     if (std::find(present.begin(), present.end(), link) == present.end()) continue;
-    withNewConfig([&] {
-      link->update(item_, cfg_, item_->config, oldState_, item_->state, changed_);
-    });
-    if (!isItemThere()) return;
+    withNewConfig(
+        [&] { link->update(item_, cfg_, item_->config, oldState_, item_->state, changed_); });
+    if (life_.gone()) return;
   }
 }
 
 void Update::placeAndStore() {
+  goes_ = isRemoval();
   if (!configChanged_) return;
-  Placement placement(manager_, *item_, origin_);
-  manager_.names_->remove(*item_);
-  if (manager_.ordered) place(placement);
-  item_->config = cfg_;
-  manager_.names_->add(*item_);
-  writeRecord();
-  treeSeen_ = manager_.treeChanges_;
-  placement.tellNeighbours();
+  if (manager_.ordered) place();
+  swapConfig();
+  if (manager_.store != nullptr && origin_ != CfgMan::kFromStore) writeRecord();
 }
 
-void Update::place(Placement& placement) {
+void Update::place() {
   if (cfg_.get(key::nextId, nv::kNoId) == task_.id) keepOwnPlace();
+  Placement placement(manager_, *item_, origin_);
   const bool hasPlace = item_->ord != nullptr;
   const auto next = placement.nextId();
-  if (hasPlace && !isRemoval() && cfg_.get(key::nextId, next) == next) return;
+  if (hasPlace && !goes_ && cfg_.get(key::nextId, next) == next) return;
   if (hasPlace) placement.unlink();
-  if (!isRemoval()) placement.link(cfg_.get(key::nextId, nv::kNoId));
+  if (!goes_) placement.link(cfg_.get(key::nextId, nv::kNoId));
 }
 
 /// A move of the item before itself leaves it where it is.
@@ -263,34 +260,26 @@ void Update::keepOwnPlace() {
     cfg_.remove(key::nextId);
 }
 
+// An item that was made dynamic after it was stored may still have a record.
 void Update::writeRecord() {
-  if (!item_->store || manager_.store == nullptr || origin_ == CfgMan::kFromStore) return;
-  if (isRemoval())
-    manager_.store->remove(task_.id);
-  else
-    manager_.store->set(task_.id, cfg_);
+  auto& store = *manager_.store;
+  if (!goes_ && item_->store)
+    store.set(task_.id, item_->config);
+  else if (goes_ && (item_->store || store.has(task_.id)))
+    store.remove(task_.id);
 }
 
 void Update::removeIfGone() {
-  if (!isRemoval()) return;
+  if (!goes_) return;
   releaseAll(std::exchange(item_->links, {}));
-  if (!isItemThere()) return;
+  if (life_.gone()) return;
   manager_.order->drop(*item_);
   if (item_->cookie == nullptr) manager_.dropItem(item_);
 }
 
+void Update::answerWithId() { answer(std::move(reply_.insert(key::objectId, task_.id))); }
+
 void Update::answer(nv::message reply) {
   if (manager_.handler != nullptr && !task_.request.empty())
     manager_.handler->replyMessage(task_.request, std::move(reply));
-}
-
-bool Update::isItemThere() const {
-  if (watch_.gone()) return false;
-  return manager_.treeChanges_ == treeSeen_ || manager_.find(task_.id) == item_;
-}
-
-bool Update::lost() {
-  if (isItemThere()) return false;
-  if (!watch_.gone()) answer(nv::errorMsg(err::noSuchObject, ""));
-  return true;
 }

@@ -6,9 +6,8 @@
 #include "cfgman/cfgman.h"
 #include "cfgman/update_task.h"
 
-class Placement;
-
-/// Carries out one UpdateTask, from finding the item to the reply. Made and run within one task.
+/// Carries out one UpdateTask, from finding the item to the reply. No other update of the manager
+/// runs meanwhile, so the item stays; but service code may delete the manager in most phases.
 class Update {
  public:
   Update(CfgMan& manager, UpdateTask task);
@@ -17,7 +16,7 @@ class Update {
  private:
   using Item = CfgMan::Item;
 
-  // The phases, in order. What service code may end is asked for after each of them with `lost`.
+  // The phases, in order.
   void noteOrigin();
   void findItem();
   void mergeOwnKeys();
@@ -31,42 +30,44 @@ class Update {
   void tellObservers();
   void placeAndStore();
   void removeIfGone();
-  void answer(nv::message reply);
+  void answerWithId();
 
   // Parts of phases.
   struct Inverse {
     unsigned request, undo;  ///< command codes
     const char* text;
   };
+  bool create();
   std::uint32_t claimId();
+  /// Answers with an error and returns false.
+  bool refuse(unsigned code);
   void callHook();
   Inverse inverseOf() const;
-  void place(Placement& placement);
+  void place();
   void keepOwnPlace();
   void writeRecord();
+  void answer(nv::message reply);
+
   /// Calls with the new configuration in the item and the old one in `cfg_`.
   template <class Call>
   void withNewConfig(Call call);
-
+  void swapConfig();
   bool isRemoval() const { return cfg_.get(nv::key::absent) != 0; }
-  /// Whether the manager and the item outlived the service code that was called.
-  bool isItemThere() const;
-  /// The same, and answers the request when only the item is gone.
-  bool lost();
 
-  CfgMan::Watch watch_;
-  CfgMan& manager_;
+  CfgMan::Watch life_;
+  CfgMan& manager_;  // if `life_` says so
   UpdateTask task_;
 
   Item* item_ = nullptr;
   std::uint32_t origin_ = 0;
   bool created_ = false;
-  /// Whether the item's configuration differs from before: keys of `configIds`, or a name given.
+  /// Whether the configuration is another one: keys of `configIds`, or a name given.
   bool configChanged_ = false;
-  nv::message cfg_;       ///< the item's configuration to be
-  nv::message oldState_;  ///< the item's state as it was
+  /// Whether the update removes the item; known once `apply` has had its say.
+  bool goes_ = false;
+  nv::message cfg_;       ///< the configuration to be; once that is in the item, the one before
+  nv::message oldState_;  ///< the state as it was
   nv::message undo_;
   nv::message reply_;
   vset<unsigned> changed_;
-  std::uint64_t treeSeen_ = 0;  ///< the manager's count of changes when `item_` was known to be there
 };

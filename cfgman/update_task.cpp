@@ -2,25 +2,64 @@
 
 #include <utility>
 
+#include "cfgman/at_end.h"
 #include "cfgman/run_task.h"
 #include "cfgman/update.h"
-
-void UpdateTask::run(CfgMan& manager) && {
-  if (source == Source::outside && manager.isReadingStore()) {
-    manager.waiting_.push_back(std::move(*this));
-    return;
-  }
-  Update(manager, std::move(*this)).run();
-}
-
-void CfgMan::post(UpdateTask task) {
-  runTask->post([watch = token_.watch(), task = std::move(task)]() mutable {
-    if (auto* const manager = watch.get()) std::move(task).run(*manager);
-  });
-}
 
 void CfgMan::scheduleUpdate(unsigned id, nv::message cfg, nv::message state, vset<unsigned> keys,
                             nv::message request) {
   post({UpdateTask::Source::outside, id, std::move(cfg), std::move(state), std::move(keys),
         std::move(request)});
+}
+
+void CfgMan::post(UpdateTask task) {
+  runTask->post([life = watch(), task = std::move(task)]() mutable {
+    if (auto* const manager = life.get()) manager->take(std::move(task));
+  });
+}
+
+void CfgMan::take(UpdateTask task) {
+  if (mustWait(task)) {
+    waiting_.push_back(std::move(task));
+    if (!isReadingStore()) postWaiting();
+  } else {
+    update(std::move(task));
+  }
+}
+
+/// Before all records are items, an update could take the id of one that is still to come, or put
+/// itself into a chain of which only the end is there. Only what leaves items and their places as
+/// they are need not wait.
+bool CfgMan::mustWait(const UpdateTask& task) const {
+  if (task.source != UpdateTask::Source::outside) return false;
+  if (!isReadingStore() && waiting_.empty()) return false;
+  return !task.request.empty() || !items.contains(task.id) || task.cfg.has(nv::key::nextId) ||
+         task.cfg.get(nv::key::absent) != 0;
+}
+
+void CfgMan::postWaiting() {
+  runTask->post([life = watch()] {
+    if (auto* const manager = life.get()) manager->updateWaiting();
+  });
+}
+
+void CfgMan::updateWaiting() {
+  auto task = std::move(waiting_.front());
+  waiting_.pop_front();
+  update(std::move(task));
+}
+
+void CfgMan::update(UpdateTask task) {
+  nested_.push_back(std::move(task));
+  if (isUpdating_) return;
+  const auto life = watch();
+  isUpdating_ = true;
+  const AtEnd over([this, &life] {
+    if (!life.gone()) isUpdating_ = false;
+  });
+  while (!life.gone() && !nested_.empty()) {
+    auto next = std::move(nested_.front());
+    nested_.pop_front();
+    Update(*this, std::move(next)).run();
+  }
 }

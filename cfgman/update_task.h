@@ -5,18 +5,14 @@
 
 #include "cfgman/cfgman.h"
 
-/// What an update brings. Queued by value: it names its item by id, since anything may have happened
-/// to the item until its turn comes.
+/// What an update brings. Queued by value: it names its item by id, since anything may have
+/// happened to the item until its turn comes.
 struct UpdateTask {
   enum class Source {
     outside,    ///< a command, a remote, the service
     record,     ///< the store, while it is read
     neighbour,  ///< a change of the order beside the item
   };
-
-  /// Applies the update, or keeps it aside while the store is still being read: a change made
-  /// earlier could take the id of a record, or break the stored chain.
-  void run(CfgMan& manager) &&;
 
   Source source = Source::outside;
   std::uint32_t id = nv::kNoId;

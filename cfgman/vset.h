@@ -48,6 +48,7 @@ class vset {
     std::set_union(begin(), end(), other.begin(), other.end(), std::back_inserter(both));
     values_ = std::move(both);
   }
+  void reserve(std::size_t count) { values_.reserve(count); }
   void clear() { values_.clear(); }
 
   bool has(const T& value) const { return std::binary_search(begin(), end(), value); }

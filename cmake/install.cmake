@@ -18,12 +18,15 @@ file(GLOB message_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/message/*.h)
 file(GLOB testing_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/testing/*.h)
 install(FILES ${platform_headers} DESTINATION ${header_dir}/platform)
 install(FILES ${message_headers} DESTINATION ${header_dir}/message)
-install(FILES containers/amap.h containers/object.h
+install(FILES containers/aholder.h containers/amap.h containers/object.h containers/omap.h
+  containers/oobject.h
   DESTINATION ${header_dir}/containers)
 install(FILES cfgman/cfg_handler.h cfgman/cfgman.h cfgman/item.h cfgman/item_order.h
   cfgman/iterator.h cfgman/link.h cfgman/notify_guard.h cfgman/run_task.h cfgman/subscription.h
   cfgman/token.h cfgman/vset.h
   DESTINATION ${header_dir}/cfgman)
+install(FILES getall/getall_state.h getall/stateful_getall.h DESTINATION ${header_dir}/getall)
+install(FILES script/invoke_script.h DESTINATION ${header_dir}/script)
 install(FILES ${testing_headers} DESTINATION ${header_dir}/testing)
 if(TARGET confctl)
   install(TARGETS confctl)

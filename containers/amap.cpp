@@ -6,7 +6,6 @@
 
 #include "containers/apply.h"
 #include "containers/error_texts.h"
-#include "containers/page.h"
 #include "containers/request.h"
 #include "platform/commands.h"
 #include "platform/errors.h"
@@ -56,7 +55,7 @@ message AMap::cmdGetAll(const message& request, std::uint32_t startId, std::uint
   message reply;
   if ((flags & nv::kDefaultCfgBit) != 0) reply.insert(nv::key::defaultCfg, getDefaultCfg());
 
-  nv::Page page(count);
+  auto page = nv::pageFor(count);
   auto at = fromFirst ? objects.begin() : objects.lower_bound(startId);
   while (page.wantsMore() && at != objects.end() &&
          page.take(recordOf(*at->second, nv::clientFlags(flags)))) {

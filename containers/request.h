@@ -1,10 +1,13 @@
 /// What containers read from requests and records, with the defaults of absent fields.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/keys.h"
 #include "platform/message.h"
+#include "platform/page.h"
 
 namespace nv {
 
@@ -15,6 +18,12 @@ inline std::uint32_t getFlagsOf(const message& request) {
 
 /// The flags that an element is handed for a client: the store bit comes from the container alone.
 inline std::uint32_t clientFlags(std::uint32_t flags) { return flags & ~kStoreBit; }
+
+/// What a reply to get all holds at most, whatever the client asks for.
+inline constexpr std::uint32_t kPageRecords = 1000;
+inline constexpr std::size_t kPageBytes = 16384;
+
+inline Page pageFor(std::uint32_t count) { return {std::min(count, kPageRecords), kPageBytes}; }
 
 /// For whom a request speaks, or who manages a stored element; kNoId: nobody.
 inline std::uint32_t managedIdOf(const message& m) { return m.get(key::managedId, kNoId); }

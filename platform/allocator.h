@@ -31,6 +31,9 @@ class CONFKIT_API Allocator {
   /// Whether `id` is claimed; false outside the range.
   bool isAllocated(std::uint32_t id) const;
 
+  /// The id that `allocate()` would claim; 0xffffffff when none is free.
+  std::uint32_t lowestFree() const;
+
   std::uint32_t min() const { return min_; }
   std::uint32_t max() const { return max_; }
   /// How many ids are claimed. 64 bits, since a full 32-bit range has 2^32 ids.

@@ -40,7 +40,8 @@ struct Platform {
 /// requests) is held back as a whole when the turn changed the store, until that change is on disk;
 /// notifications wait for all changes made so far. When a change cannot be written, the replies
 /// that wait for it become err::notStored replies and the process ends with status `kNotStored`, so
-/// that it starts again from what is on disk.
+/// that it starts again from what is on disk. It ends so too, at once, when a record cannot be
+/// read: to a service it would look as if it were absent.
 class CONFKIT_API Looper {
  public:
   /// Exit status of a process whose store failed.
@@ -52,6 +53,10 @@ class CONFKIT_API Looper {
   /// Puts the process together, in place of what was there. Called before anything else by
   /// `Service` and by the test kit. Handlers, follows and posts of before are forgotten.
   void assemble(Platform platform);
+
+  /// Gives a process that was put together without stores its store engine. Called before the first
+  /// pass.
+  void useStores(std::unique_ptr<StoreEngine> stores);
 
   /// Takes `address` on the bus; empty, or a line that says why not. `name` is a word by which
   /// people find the service.

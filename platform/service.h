@@ -32,7 +32,7 @@ struct ServiceOptions {
   std::map<std::string, std::string*> moreOptions = {};
 };
 
-/// A service process: opens the store file, takes the address on the bus, runs the loop.
+/// A service process: takes the address on the bus, opens the store file, runs the loop.
 ///
 ///     int main(int argc, char** argv) {
 ///       nv::Service service(argc, argv, {.name = "hosts", .address = 100});
@@ -43,9 +43,10 @@ struct ServiceOptions {
 ///     }
 ///
 /// The command line may change two of the options, `--bus DIRECTORY` and `--store FILE`, and the
-/// service's own ones. Whatever keeps the service from starting (a wrong argument, a second
-/// instance, another service with the same name, a store file that another process holds) is one
-/// line on the standard error stream, and the process ends with status 1.
+/// service's own ones; `--help` prints them and ends the process with status 0. Whatever keeps the
+/// service from starting (a wrong argument, a second instance, another service with the same name,
+/// a store file that another process holds) is one line on the standard error stream, and the
+/// process ends with status 1.
 class CONFKIT_API Service {
  public:
   Service(int argc, char** argv, ServiceOptions options);

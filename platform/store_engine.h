@@ -37,14 +37,20 @@ class CONFKIT_API StoreEngine {
     unsigned table;  ///< names the table in the calls below; the same for the same name
     bool firstTime;  ///< nothing was ever committed to this table
     std::vector<std::uint32_t> ids;  ///< of all undamaged records, ascending
+    std::string error = {};          ///< not empty: why `ids` may lack some
   };
   /// Opens the table `name`. A missing one is made together with its first record, so that a
   /// service that is stopped before it has written its first records still finds itself there for
   /// the first time. May wait for a commit under way.
   virtual Opened open(std::string_view name) = 0;
 
-  /// The committed record, an empty message when there is none. May wait for a commit under way.
-  virtual message read(unsigned table, std::uint32_t id) = 0;
+  struct Found {
+    message record;
+    std::string error = {};  ///< not empty: why the record cannot be read
+  };
+  /// The committed record. Requires: there is one, so that not to find it is an error. May wait for
+  /// a commit under way.
+  virtual Found read(unsigned table, std::uint32_t id) = 0;
 
   /// Starts to write `batch` as one transaction and returns without waiting for the disk. Requires:
   /// the outcome of the batch before has been taken with `outcome()` or `wait()`.

@@ -17,7 +17,8 @@ namespace nv {
 /// keeps what it has been told to keep. Each record carries a checksum; opening reads them all.
 /// When the file is damaged every undamaged record is kept, each loss is one line on the standard
 /// output that begins with "store: ", and the damaged file is kept as `file`.damaged-1 (or -2, ...)
-/// with its log. A damaged record reaches nobody.
+/// with its log; of more than four the newest, which have the highest numbers, stay. A damaged
+/// record reaches nobody.
 ///
 /// Where nothing can be written (a full disk, a read-only file system) the records are served all
 /// the same, and `StoreEngine::refusal` says why changes cannot be taken until they can. A file

@@ -5,6 +5,7 @@
 
 #include "platform/keys.h"
 #include "testing/in_process_transport.h"
+#include "testing/prompt_engine.h"
 #include "testing/virtual_loop.h"
 
 namespace nv::testkit {
@@ -59,9 +60,17 @@ Kit::Kit(std::unique_ptr<MemoryStores> stores) : Kit(*stores) { ownStores_ = std
 
 Kit::Kit(MemoryStores& stores, Limits limits) : stores_(&stores) {
   auto engine = std::make_unique<MemoryEngine>(stores);
+  engine_ = engine.get();
+  assemble(std::move(engine), limits);
+}
+
+Kit::Kit(std::unique_ptr<StoreEngine> engine, Limits limits) {
+  assemble(std::make_unique<PromptEngine>(std::move(engine)), limits);
+}
+
+void Kit::assemble(std::unique_ptr<StoreEngine> engine, Limits limits) {
   auto loop = std::make_unique<VirtualLoop>();
   auto transport = std::make_unique<InProcessTransport>();
-  engine_ = engine.get();
   loop_ = loop.get();
   transport_ = transport.get();
   loop_->setEvents([transport = transport_] { transport->deliver(); });

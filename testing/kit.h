@@ -59,10 +59,14 @@ class Kit {
  public:
   Kit();
   explicit Kit(MemoryStores& stores, Limits limits = {});
+  /// With an engine of another kind, such as a store file. Each batch is waited for when it is
+  /// handed over, so that a test needs no more passes than with stores in memory.
+  explicit Kit(std::unique_ptr<StoreEngine> engine, Limits limits = {});
   ~Kit();
   Kit(const Kit&) = delete;
 
   Recorder& seen() { return recorder_; }
+  // Requires: the kit was not given an engine.
   MemoryStores& stores() { return *stores_; }
   MemoryEngine& engine() { return *engine_; }
 
@@ -94,9 +98,10 @@ class Kit {
 
  private:
   explicit Kit(std::unique_ptr<MemoryStores> stores);
+  void assemble(std::unique_ptr<StoreEngine> engine, Limits limits);
 
   std::unique_ptr<MemoryStores> ownStores_;
-  MemoryStores* stores_;
+  MemoryStores* stores_ = nullptr;
   MemoryEngine* engine_ = nullptr;           // owned by the looper
   VirtualLoop* loop_ = nullptr;              // owned by the looper
   InProcessTransport* transport_ = nullptr;  // owned by the looper

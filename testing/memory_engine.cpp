@@ -26,13 +26,15 @@ void MemoryEngine::failCommit(unsigned k, std::string text) {
 StoreEngine::Opened MemoryEngine::open(std::string_view name) {
   auto at = std::find(names_.begin(), names_.end(), name);
   if (at == names_.end()) at = names_.emplace(names_.end(), name);
-  Opened opened{static_cast<unsigned>(at - names_.begin()), !stores_.has(name), {}};
+  Opened opened{static_cast<unsigned>(at - names_.begin()), !stores_.has(name), {}, unreadable_};
+  if (!opened.error.empty()) return opened;
   for (const auto& [id, record] : stores_.records(name)) opened.ids.push_back(id);
   return opened;
 }
 
-message MemoryEngine::read(unsigned table, std::uint32_t id) {
-  return stores_.get(names_[table], id);
+StoreEngine::Found MemoryEngine::read(unsigned table, std::uint32_t id) {
+  if (!unreadable_.empty()) return {{}, unreadable_};
+  return {stores_.get(names_[table], id)};
 }
 
 void MemoryEngine::submit(StoreBatch batch) {

@@ -34,13 +34,15 @@ class MemoryEngine : public StoreEngine {
   /// (which a disk engine would undo), in the order of table and id; nothing later is, and each
   /// commit fails.
   void cutAfter(unsigned k) { changesLeft_ = k; }
+  /// From now on records can neither be read nor listed, because of `text`; empty: they can.
+  void failReads(std::string text) { unreadable_ = std::move(text); }
   /// What refusal() says from now on; empty: changes are taken.
   void refuse(std::string text) { refusal_ = std::move(text); }
   /// How many batches were committed.
   unsigned commits() const { return commits_; }
 
   Opened open(std::string_view name) override;
-  message read(unsigned table, std::uint32_t id) override;
+  Found read(unsigned table, std::uint32_t id) override;
   void submit(StoreBatch batch) override;
   std::optional<Outcome> outcome() override;
   /// Commits a held batch.
@@ -59,6 +61,7 @@ class MemoryEngine : public StoreEngine {
   std::optional<Outcome> outcome_;
   std::function<void()> wake_;
   std::string refusal_;
+  std::string unreadable_;
   unsigned commits_ = 0;
   unsigned commitsBeforeFailure_ = 0;  // 0: none is to fail
   std::string failure_;

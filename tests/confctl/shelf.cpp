@@ -1,5 +1,7 @@
 /// A service for the client's tests: books on a shelf, handler 3 with the shelf's one
-/// configuration, handler 4 that never answers, and handler 5 with the readers who wait for a book.
+/// configuration, handler 4 that never answers, handler 5 whose list begins again and again,
+/// handler 6 whose list is gathered while it is read, and handler 7 with the readers who wait for a
+/// book.
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
 #include "cfgman/run_task.h"
@@ -75,13 +77,40 @@ class Silent : public nv::Handler {
   void handleCmd(const nv::message&, unsigned) override {}
 };
 
+class Round : public nv::Handler {
+ public:
+  nv::message cmdGetAll(const nv::message&, std::uint32_t startId, std::uint32_t) override {
+    const std::uint32_t id = startId == 2 ? 2 : 1;
+    nv::message page{{nv::key::startId, 3 - id}};
+    page.append(nv::key::objects, nv::message{{nv::key::objectId, id}}.flat());
+    return page;
+  }
+};
+
+class Gathered : public nv::Handler {
+ public:
+  nv::message cmdGetAll(const nv::message&, std::uint32_t startId, std::uint32_t) override {
+    constexpr std::uint32_t kIteration = 0xfffff001;
+    nv::message page;
+    page.insert(nv::key::objects, std::vector<nv::flat_message>());
+    if (startId != kIteration) asked_ = 0;
+    if (asked_ % 2 == 0)
+      page.append(nv::key::objects, nv::message{{nv::key::objectId, asked_}}.flat());
+    if (++asked_ < 6) page.insert(nv::key::startId, kIteration);
+    return page;
+  }
+
+ private:
+  std::uint32_t asked_ = 0;
+};
+
 /// In the order in which they get the book.
 void queueUp(CfgMan& readers) {
   readers.namePrefix = "reader";
   readers.configIds.insert(kBook.uid());
   readers.setStore("readers", true);
   while (readers.runTask->run()) continue;
-  readers.setHandler(5);
+  readers.setHandler(7);
   readers.handler->describe("readers", {{kBook.uid(), "book", "what it waits for"}});
 }
 
@@ -92,10 +121,14 @@ int main(int argc, char** argv) {
   Shelf shelf;
   Place place;
   Silent silent;
+  Round round;
+  Gathered gathered;
   shelf.init();
   nv::getLooper()->addHandler(100, &shelf);
   nv::getLooper()->addHandler(3, &place);
   nv::getLooper()->addHandler(4, &silent);
+  nv::getLooper()->addHandler(5, &round);
+  nv::getLooper()->addHandler(6, &gathered);
   CfgMan readers;
   queueUp(readers);
   return service.run();

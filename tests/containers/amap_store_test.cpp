@@ -180,6 +180,34 @@ TEST_F(AMapStore, DoesNotLoseAnObjectOutsideTheRangeToItsOwnRecord) {
   EXPECT_EQ(at(500).config.text, "built-in");
 }
 
+TEST_F(AMapStore, EndsTheProcessWhenTheStoreCannotBeReadAndWritesNothing) {
+  struct Case {
+    const char* what;
+    bool listed;  // what is there, before it cannot be read any more
+  };
+  for (const Case& c : {Case{"listing", false}, Case{"reading", true}}) {
+    SCOPED_TRACE(c.what);
+    putRecord(1, {{field::text, "stored"}});
+    stop();
+    kit = std::make_unique<nv::testkit::Kit>(stores);
+    if (!c.listed) kit->engine().failReads("the disk does not answer");
+    testing::internal::CaptureStdout();
+    map = std::make_unique<TestMap>(kit->seen(), "items", 1, 100);
+    kit->engine().failReads("the disk does not answer");
+    // To a service without this protection the record is empty, and one that it drops.
+    map->onCheckRestore = [](Object* obj) {
+      return item(obj).config.text.empty() ? nv::failedMsg("no text") : message();
+    };
+    map->init();
+    EXPECT_TRUE(
+        testing::internal::GetCapturedStdout().starts_with("store: the disk does not answer\n"));
+    EXPECT_EQ(kit->exitStatus(), nv::Looper::kNotStored);
+    map->add(makeItem(1, "default"), true);
+    stop();
+    EXPECT_EQ(stores.get("items", 1).get(field::text), "stored");
+  }
+}
+
 TEST_F(AMapStore, RestoresManagersOnlyWhereObjectsCanBeManaged) {
   putRecord(1, {{key::managedId, 77}});
   restart();

@@ -20,5 +20,7 @@ check platform/*.h -- "$standard|\"platform/[a-z0-9_]+\.h\""
 check message/*.{h,cpp} -- "$standard|\"(platform|message)/[a-z0-9_]+\.h\""
 check containers/*.{h,cpp} -- "$standard|\"(platform|containers)/[a-z0-9_]+\.h\"|<boost/intrusive/"
 check cfgman/*.{h,cpp} -- "$standard|\"(platform|message|cfgman)/[a-z0-9_]+\.h\"|<boost/intrusive/"
+check getall/*.{h,cpp} -- "$standard|\"(platform|message|cfgman|getall)/[a-z0-9_]+\.h\""
+check script/*.{h,cpp} -- "$standard|\"(platform|script)/[a-z0-9_]+\.h\"|\"containers/error_texts\.h\""
 check testing/*.h -- "$standard|\"(platform|containers|testing)/[a-z0-9_]+\.h\""
 exit $status

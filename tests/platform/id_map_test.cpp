@@ -2,10 +2,11 @@
 #include "platform/id_map.h"
 
 #include <map>
-#include <random>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "tests/support/random.h"
 
 namespace {
 
@@ -20,21 +21,20 @@ Plain contents(const nv::IdMap<int>& map) {
 class IdMapBesideAPlainMap : public ::testing::TestWithParam<std::uint32_t> {};
 
 TEST_P(IdMapBesideAPlainMap, AgreesOnEveryPosition) {
-  const unsigned seed = std::random_device()();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
+  Random random;
+  SCOPED_TRACE(random.seed());
   // Ids lie this far apart, at both ends of the range: within a page, a page or a book each.
   const auto anyId = [&] {
-    const auto id = static_cast<std::uint32_t>(random() % 200) * GetParam();
-    return random() % 2 != 0 ? id : ~id;
+    const std::uint32_t id = random.below(200) * GetParam();
+    return random.below(2) != 0 ? id : ~id;
   };
   std::vector<int> objects(100);
   nv::IdMap<int> map;
   Plain plain;
   for (int step = 0; step < 20000; ++step) {
     const std::uint32_t id = anyId();
-    if (random() % 2 != 0) {
-      int* const object = &objects[random() % objects.size()];
+    if (random.below(2) != 0) {
+      int* const object = &objects[random.below(100)];
       const auto [at, isNew] = map.emplace(id, object);
       const auto [expected, expectedNew] = plain.emplace(id, object);
       ASSERT_EQ(isNew, expectedNew);

@@ -1,9 +1,11 @@
 /// How a service process begins and ends.
 
 #include <csignal>
+#include <cstdio>
 #include <fstream>
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include "platform/commands.h"
 #include "tests/support/raw_client.h"
@@ -13,6 +15,12 @@
 namespace nv::testkit {
 namespace {
 
+/// Whether a second instance, whose store file is "other.db", has left none of its files.
+void expectNoOtherStore(const Place& place) {
+  for (const auto& entry : std::filesystem::directory_iterator(place.folder()))
+    EXPECT_FALSE(entry.path().filename().string().starts_with("other.db")) << entry.path();
+}
+
 TEST(Life, ASecondInstanceOnTheAddressSaysSoInOneLine) {
   Place place;
   ServiceProcess first(place), second(place, place.folder() / "other.db");
@@ -21,6 +29,7 @@ TEST(Life, ASecondInstanceOnTheAddressSaysSoInOneLine) {
   EXPECT_EQ(second.wait(), 1);
   EXPECT_EQ(second.said(),
             "texts: address 100 on " + place.bus().string() + " is taken by another process\n");
+  expectNoOtherStore(place);
   RawClient client(place.socket());
   EXPECT_FALSE(isError(client.ask(addText(1, "the first one still serves"))));
 }
@@ -37,6 +46,7 @@ TEST(Life, ASecondServiceOfOneNameSaysSoInOneLineUntilTheFirstIsDead) {
             "texts: the name texts on " + place.bus().string() + " is taken by another process\n");
   EXPECT_EQ(std::filesystem::read_symlink(link), "100.sock");
   EXPECT_FALSE(std::filesystem::exists(place.bus() / "101.sock"));
+  expectNoOtherStore(place);
 
   EXPECT_EQ(first.end(SIGKILL), -SIGKILL);
   ASSERT_TRUE(second.start()) << second.said();
@@ -71,6 +81,8 @@ TEST(Life, ASecondProcessOnTheStoreFileSaysSoInOneLine) {
   EXPECT_EQ(second.wait(), 1);
   EXPECT_EQ(second.said(),
             "texts: store: " + place.storeFile().string() + ": is in use by another process\n");
+  EXPECT_FALSE(std::filesystem::exists(elsewhere.socket()));
+  EXPECT_FALSE(std::filesystem::is_symlink(elsewhere.bus() / "texts"));
   RawClient client(place.socket());
   EXPECT_FALSE(isError(client.ask(addText(1, "the first one still serves"))));
 }
@@ -113,6 +125,41 @@ TEST(Life, SigtermEndsAServiceWhenAllThatItAcceptedIsStored) {
   ASSERT_TRUE(service.start());
   client.connect(place.socket());
   EXPECT_EQ(client.ask(command(cmd::getCount)).get(key::count), acknowledged);
+}
+
+struct ServiceRun {
+  std::string output;
+  int status;
+};
+
+/// The service with these words on its command line; its output as the shell's `redirection` says.
+ServiceRun runService(const std::string& words, const std::string& redirection) {
+  const std::string line = std::string(CONFKIT_EMULATOR) + " '" + CONFKIT_TEST_SERVICE +
+                           "' 0 100 " + words + ' ' + redirection;
+  ServiceRun run;
+  FILE* const pipe = popen(line.c_str(), "r");
+  for (int c; (c = fgetc(pipe)) != EOF;) run.output += static_cast<char>(c);
+  run.status = WEXITSTATUS(pclose(pipe));
+  return run;
+}
+
+TEST(Life, AskedForHelpAServiceSaysHowToStartItAndEndsWell) {
+  for (const char* words : {"--help", "-h", "--bus /nowhere --help"}) {
+    const ServiceRun run = runService(words, "2>/dev/null");
+    EXPECT_EQ(run.status, 0) << words;
+    EXPECT_TRUE(run.output.starts_with("usage: ")) << run.output;
+    EXPECT_NE(run.output.find("(/var/lib/confkit/texts.db)\n"), std::string::npos) << run.output;
+  }
+}
+
+TEST(Life, AWrongArgumentIsNamedInOneLineOnTheErrorStream) {
+  for (const char* word : {"--stoer", "--store", "help"}) {
+    const ServiceRun run = runService(word, "2>&1 >/dev/null");
+    EXPECT_EQ(run.status, 1) << word;
+    EXPECT_TRUE(run.output.starts_with("texts: argument '" + std::string(word) + "': usage: "))
+        << run.output;
+    EXPECT_EQ(linesWith(run.output, ""), 1);
+  }
 }
 
 }  // namespace

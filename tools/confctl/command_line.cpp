@@ -65,11 +65,7 @@ class Parser {
       app_.exit(help);
       return {};
     } catch (const CLI::ParseError& error) {
-      const auto unknown = app_.remaining();
-      if (app_.get_subcommands().empty() && !unknown.empty()) {
-        throw usage("argument '" + printable(unknown.front()) + "': no such command");
-      }
-      throw usage(error.what());
+      throw usage(whatIsWrong(error));
     }
     if (system_) line_.bus.rights.reset();
     return line_;
@@ -77,6 +73,14 @@ class Parser {
 
  private:
   using Command = std::function<void(Client)>;
+
+  // CLI11 would only say that a command is missing.
+  std::string whatIsWrong(const CLI::ParseError& error) const {
+    const auto unknown = app_.remaining();
+    if (app_.get_subcommands().empty() && !unknown.empty())
+      return "argument '" + printable(unknown.front()) + "': no such command";
+    return error.what();
+  }
 
   void addGlobalOptions() {
     app_.add_option("--bus", line_.bus.directory, "Directory of the bus")
@@ -91,35 +95,38 @@ class Parser {
   }
 
   /// A subcommand that takes a service first.
-  CLI::App& add(const std::string& name, const std::string& about, Command command) {
-    CLI::App& sub = addPlain(name, about, std::move(command));
+  CLI::App& addCommand(const std::string& name, const std::string& about, Command command) {
+    CLI::App& sub = addPlainCommand(name, about, std::move(command));
     sub.add_option("service", service_, "Name or address")->required()->type_name("SERVICE");
     return sub;
   }
 
-  CLI::App& addPlain(const std::string& name, const std::string& about, Command command) {
+  /// A subcommand without arguments.
+  CLI::App& addPlainCommand(const std::string& name, const std::string& about, Command command) {
     CLI::App* sub = app_.add_subcommand(name, about)->fallthrough();
     sub->callback([this, command = std::move(command)] { line_.run = command; });
     return *sub;
   }
 
   void addReadCommands() {
-    addPlain("services", "Show the services of the bus", [](Client c) { showServices(c); });
-    add("fields", "Show how a service calls its fields",
-        [this](Client c) { showKeys(c, service_); });
-    auto& get = add("get", "Show an object, or the configuration of a service without objects",
-                    [this](Client c) { getObject(c, service_, change_.id, read_); });
+    addPlainCommand("services", "Show the services of the bus", [](Client c) { showServices(c); });
+    addCommand("fields", "Show how a service calls its fields",
+               [this](Client c) { showKeys(c, service_); });
+    auto& get =
+        addCommand("get", "Show an object, or the configuration of a service without objects",
+                   [this](Client c) { getObject(c, service_, change_.id, read_); });
     addNumber(get, "id", change_.id, "The object");
     addReadOptions(get);
-    auto& list =
-        add("list", "Show all objects", [this](Client c) { listObjects(c, service_, read_); });
+    auto& list = addCommand("list", "Show all objects",
+                            [this](Client c) { listObjects(c, service_, read_); });
     addReadOptions(list);
     addNumber(list, "--page", read_.pageSize, "Ask for so many objects at a time");
-    add("count", "Show how many objects there are",
-        [this](Client c) { countObjects(c, service_); });
-    auto& dump = add("dump", "Show the inside of a service, to look for a fault", [this](Client c) {
-      dumpService(c, service_, (dumpKeys_ ? 1U : 0) | (dumpMessages_ ? 2U : 0));
-    });
+    addCommand("count", "Show how many objects there are",
+               [this](Client c) { countObjects(c, service_); });
+    auto& dump =
+        addCommand("dump", "Show the inside of a service, to look for a fault", [this](Client c) {
+          dumpService(c, service_, (dumpKeys_ ? 1U : 0) | (dumpMessages_ ? 2U : 0));
+        });
     dump.add_flag("--keys", dumpKeys_, "The fields that it keeps as well");
     dump.add_flag("--messages", dumpMessages_, "All that its objects hold as well");
   }
@@ -130,29 +137,30 @@ class Parser {
   }
 
   void addChangeCommands() {
-    auto& added = add("add", "Add an object", [this](Client c) {
+    auto& added = addCommand("add", "Add an object", [this](Client c) {
       change_.fields = words_;
       addObject(c, service_, change_);
     });
     addFields(added);
     addNumber(added, "--id", change_.id, "Its id; the service chooses when there is none");
     added.add_flag("--dynamic", change_.dynamic, "Users cannot change it (needs --system)");
-    auto& set = add("set", "Change an object, or the configuration of a service without objects",
-                    [this](Client c) {
-                      takeId();
-                      setObject(c, service_, change_);
-                    });
+    auto& set =
+        addCommand("set", "Change an object, or the configuration of a service without objects",
+                   [this](Client c) {
+                     takeId();
+                     setObject(c, service_, change_);
+                   });
     addFields(set, "[ID] FIELD");
-    auto& removed =
-        add("remove", "Remove an object", [this](Client c) { removeObject(c, service_, change_); });
+    auto& removed = addCommand("remove", "Remove an object",
+                               [this](Client c) { removeObject(c, service_, change_); });
     addNumber(removed, "id", change_.id, "The object")->required();
     addManager(removed);
     addMoveCommand();
   }
 
   void addMoveCommand() {
-    auto& moved = add("move", "Give an object another place in the order",
-                      [this](Client c) { moveObject(c, service_, *change_.id, place_); });
+    auto& moved = addCommand("move", "Give an object another place in the order",
+                             [this](Client c) { moveObject(c, service_, *change_.id, place_); });
     addNumber(moved, "id", change_.id, "The object")->required();
     auto* place = moved.add_option_group("Place", "One of these")->require_option(1);
     addNumber(*place, "--before", place_.before, "Before this object");
@@ -175,21 +183,22 @@ class Parser {
     change_.fields = words_;
     if (words_.empty() || isField(words_.front())) return;
     const auto id = readNumber(words_.front(), 0xffffffff);
-    if (!id) throw usage("argument '" + words_.front() + "': neither an id nor name=value");
+    if (!id)
+      throw usage("argument '" + printable(words_.front()) + "': neither an id nor name=value");
     change_.id = static_cast<std::uint32_t>(*id);
     change_.fields.erase(change_.fields.begin());
   }
 
   void addUndoCommand() {
-    auto& sub = add("undo", "Show the last changes, or undo one", [this](Client c) {
+    auto& sub = addCommand("undo", "Show the last changes, or undo one", [this](Client c) {
       record_.empty() ? showUndoRecords(c, service_) : undoChange(c, service_, record_);
     });
     sub.add_option("record", record_, "The change to undo: its number, or last")->type_name("N");
   }
 
   void addWatchCommand() {
-    auto& sub = add("watch", "Show all objects and then each change as it comes",
-                    [this](Client c) { watchObjects(c, service_, watch_); });
+    auto& sub = addCommand("watch", "Show all objects and then each change as it comes",
+                           [this](Client c) { watchObjects(c, service_, watch_); });
     addNumber(sub, "--count", watch_.changes, "End after so many changes");
     addNumber(sub, "--for", watch_.milliseconds, "End after so many milliseconds");
     addNumber(sub, "--flags", watch_.flags, "What services should show (5)");

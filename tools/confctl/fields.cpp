@@ -26,7 +26,8 @@ Argument takeApart(std::string_view argument) {
           isJson ? Argument::json : Argument::text};
 }
 
-/// Whether confctl or the bus writes the field itself.
+/// Whether confctl or the bus writes the field itself: ids from 0xff0000 to 0xff00ff, and the
+/// object's.
 bool isEnvelope(std::uint32_t uid) {
   if (uid == nv::key::managedConfigs.uid()) return false;
   return (uid & 0x00ffff00) == 0x00ff0000 || uid == nv::key::objectId.uid();

@@ -34,6 +34,10 @@ class JsonPrinter : public Printer {
     line(withFields({{"done", deed}}, reply));
   }
 
+  void undone(std::uint32_t number, const nv::message& reply) override {
+    line(withFields({{"done", "undone"}, {"number", number}}, reply));
+  }
+
   void undoRecord(const UndoRecord& record) override {
     line({{"number", record.number},
           {"description", jsonOf(record.description)},

@@ -49,8 +49,10 @@ class Printer {
   virtual void count(std::uint32_t count) = 0;
   /// A text of many lines.
   virtual void dump(std::string_view text) = 0;
-  /// A change was made: "added", "changed", "removed", "moved", "undone".
+  /// A change was made: "added", "changed", "removed", "moved".
   virtual void done(std::string_view deed, const nv::message& reply) = 0;
+  /// The undo record with this number was sent back.
+  virtual void undone(std::uint32_t number, const nv::message& reply) = 0;
   virtual void undoRecord(const UndoRecord& record) = 0;
   /// Something happened to an object that is watched. `removed` objects hold their id alone.
   virtual void event(std::string_view what, const nv::message& object) = 0;

@@ -33,24 +33,16 @@ void printPage(Printer& printer, const nv::message& page, bool isFirst) {
 }  // namespace
 
 Target Client::open(const std::string& service) {
-  Target target = findTarget(session.options().directory, service);
+  Target target = session.find(service);
   printer.use(session.dictionary(target));
   return target;
 }
 
 void showServices(Client client) {
-  const auto services = findServices(client.session.options().directory);
-  std::vector<nv::message> questions;
-  questions.reserve(services.size());
-  for (const ServiceAddress& service : services) {
-    questions.push_back(client.session.request({service.address}, nv::cmd::describe));
-  }
-  const auto answers = client.session.askAll(std::move(questions));
   std::vector<ServiceState> states;
-  states.reserve(services.size());
-  for (std::size_t k = 0; k < services.size(); ++k) {
-    states.push_back(stateOf(services[k], answers[k]));
-  }
+  for (const auto& [service, description] :
+       client.session.neighbours(client.session.options().timeout))
+    states.push_back(stateOf(service, description));
   client.printer.services(states);
 }
 
@@ -81,7 +73,7 @@ void listObjects(Client client, const std::string& service, const ReadOptions& o
 }
 
 void countObjects(Client client, const std::string& service) {
-  const Target target = findTarget(client.session.options().directory, service);
+  const Target target = client.session.find(service);
   const nv::message reply =
       client.session.ask(target, client.session.request(target.route, nv::cmd::getCount));
   const std::uint32_t count = reply.get(nv::key::count, nv::kNoId);

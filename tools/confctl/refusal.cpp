@@ -8,13 +8,24 @@
 namespace confctl {
 namespace {
 
+/// Services have objects, or one configuration without an id; who meant the other is told.
+std::string whatItTakes(unsigned command) {
+  switch (command) {
+    case nv::cmd::get:
+    case nv::cmd::set: return "it has none of its own; give the id of an object";
+    case nv::cmd::getObj:
+    case nv::cmd::setObj: return "it has no objects; leave the id out";
+    default: return "it does not take this command";
+  }
+}
+
 /// What the codes of the error replies that come without a text mean.
 std::string meaningOf(unsigned code, unsigned command) {
   if (code == nv::err::noSuchObject && command == nv::cmd::addObj) return "the id is out of range";
+  if (code == nv::err::badCommand) return whatItTakes(command);
   switch (code) {
     case nv::err::noSuchItem:
     case nv::err::noSuchObject: return "there is no such object";
-    case nv::err::badCommand: return "it does not take this command";
     case nv::err::idInUse: return "the id is in use, or none is free";
     case nv::err::noSuchPosition: return "the position names no object";
     case nv::err::noIterationId: return "too many lists are being read";

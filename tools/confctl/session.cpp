@@ -1,5 +1,8 @@
 #include "tools/confctl/session.h"
 
+#include <algorithm>
+#include <set>
+
 #include "platform/client.h"
 #include "platform/commands.h"
 #include "platform/errors.h"
@@ -7,9 +10,17 @@
 #include "platform/looper.h"
 #include "platform/post.h"
 #include "tools/confctl/refusal.h"
+#include "tools/confctl/words.h"
 
 namespace confctl {
 namespace {
+
+/// For what only makes a text clearer.
+constexpr std::uint32_t kShortTimeout = 500;  // ms
+
+/// Under these ids a service gathers the rest of a list while it is read: the same one page after
+/// page, and a page may be empty.
+bool isIteration(std::uint32_t startId) { return startId >= 0xfffff001 && startId <= 0xfffffffc; }
 
 /// Drops what the bus put around an answer.
 nv::message unwrapped(nv::message reply) {
@@ -30,6 +41,48 @@ Session::Session(BusOptions options) : options_(std::move(options)) {
   nv::connectBus(options_.directory);
 }
 
+Target Session::find(const std::string& text) {
+  try {
+    return findTarget(options_.directory, text);
+  } catch (Failure& missing) {
+    missing.text += whoRuns();
+    throw;
+  }
+}
+
+std::vector<Session::Neighbour> Session::neighbours(std::uint32_t timeout) {
+  std::vector<Neighbour> all;
+  std::vector<nv::message> questions;
+  for (ServiceAddress& service : findServices(options_.directory)) {
+    questions.push_back(request({service.address}, nv::cmd::describe));
+    all.push_back({std::move(service), {}});
+  }
+  auto answers = askAll(std::move(questions), timeout);
+  for (std::size_t k = 0; k < all.size(); ++k) all[k].description = std::move(answers[k]);
+  return all;
+}
+
+/// For the end of a sentence: where was looked, and what was there.
+std::string Session::whoRuns() {
+  std::string names;
+  for (const auto& [service, description] : neighbours(kShortTimeout)) {
+    if (nv::isError(description)) continue;
+    names += names.empty() ? " " : ", ";
+    names += service.name.empty()
+                 ? std::to_string(service.address)
+                 : printable(service.name) + " (" + std::to_string(service.address) + ")";
+  }
+  const std::string place = "on the bus in " + options_.directory.string();
+  return names.empty() ? "; nothing is running " + place : "; running " + place + ":" + names;
+}
+
+Failure Session::failure(const Target& target, const nv::message& request,
+                         const nv::message& reply) {
+  Failure failure = refusal(target.text, request, reply);
+  if (failure.status == Exit::noService) failure.text += whoRuns();
+  return failure;
+}
+
 nv::message Session::request(const std::vector<std::uint32_t>& route, unsigned command) const {
   nv::message request{{nv::key::command, command}};
   request.insert(nv::key::route, route);
@@ -38,25 +91,32 @@ nv::message Session::request(const std::vector<std::uint32_t>& route, unsigned c
 }
 
 nv::message Session::ask(const Target& target, const nv::message& request) {
-  nv::message reply = std::move(askAll({request}).front());
-  if (nv::isError(reply)) throw refusal(target.text, request, reply);
+  nv::message reply = std::move(askAll({request}, options_.timeout).front());
+  if (nv::isError(reply)) throw failure(target, request, reply);
   return reply;
 }
 
 void Session::askPages(const Target& target, nv::message request,
                        const std::function<void(const nv::message& page)>& take) {
+  std::set<std::uint32_t> startIds;
   for (;;) {
     const nv::message page = ask(target, request);
     take(page);
     if (!page.has(nv::key::startId)) return;
-    if (page.view(nv::key::objects).empty()) {
-      throw Failure{Exit::failed, "'" + target.text + "' goes on with its list but shows nothing"};
+    const std::uint32_t next = page.get(nv::key::startId);
+    if (!isIteration(next)) {
+      const std::string who = "'" + target.text + "' ";
+      if (page.view(nv::key::objects).empty())
+        throw Failure{Exit::failed, who + "goes on with its list but shows nothing"};
+      if (!startIds.insert(next).second)
+        throw Failure{Exit::failed,
+                      who + "goes on with its list at " + std::to_string(next) + " once more"};
     }
-    request.insert(nv::key::startId, page.get(nv::key::startId));
+    request.insert(nv::key::startId, next);
   }
 }
 
-std::vector<nv::message> Session::askAll(std::vector<nv::message> requests) {
+std::vector<nv::message> Session::askAll(std::vector<nv::message> requests, std::uint32_t timeout) {
   std::vector<nv::message> replies(requests.size());
   std::vector<nv::Post> posts;
   std::size_t missing = requests.size();
@@ -65,7 +125,7 @@ std::vector<nv::message> Session::askAll(std::vector<nv::message> requests) {
       replies[k] = unwrapped(reply);
       --missing;
     };
-    posts.emplace_back(requests[k], take, options_.timeout);
+    posts.emplace_back(requests[k], take, timeout);
   }
   while (missing > 0) nv::getLooper()->runOnce(true);
   return replies;
@@ -73,11 +133,11 @@ std::vector<nv::message> Session::askAll(std::vector<nv::message> requests) {
 
 Dictionary Session::dictionary(const Target& target) {
   const nv::message question = request(target.route, nv::cmd::describe);
-  const nv::message answer = std::move(askAll({question}).front());
+  const nv::message answer = std::move(askAll({question}, options_.timeout).front());
   unsigned code = 0;
   if (!nv::isError(answer, &code, nullptr)) return Dictionary(answer);
   if (code == nv::err::badCommand) return {};
-  throw refusal(target.text, question, answer);
+  throw failure(target, question, answer);
 }
 
 }  // namespace confctl

@@ -45,8 +45,7 @@ Target findTarget(const fs::path& bus, const std::string& text) {
     const auto handler = readU32(text.substr(dot + 1));
     if (address && handler) return {text, {*address, *handler}};
   }
-  throw Failure{Exit::noService,
-                "no service '" + printable(text) + "' on the bus in " + bus.string()};
+  throw Failure{Exit::noService, "no service is called '" + printable(text) + "'"};
 }
 
 std::vector<ServiceAddress> findServices(const fs::path& bus) {

@@ -87,6 +87,10 @@ class TextPrinter : public Printer {
     line({std::string(deed), idOf(reply)}, reply);
   }
 
+  void undone(std::uint32_t number, const nv::message& reply) override {
+    line({"undone", std::to_string(number)}, reply);
+  }
+
   void undoRecord(const UndoRecord& record) override {
     nv::message command = record.command;
     Row words = {std::to_string(record.number), "'" + printable(record.description) + "'",

@@ -61,7 +61,7 @@ void undoChange(Client client, const std::string& service, const std::string& te
   if (request.has(nv::key::objectId)) {
     reply.insert(nv::key::objectId, request.get(nv::key::objectId));
   }
-  client.printer.done("undone", reply);
+  client.printer.undone(record.number, reply);
 }
 
 }  // namespace confctl

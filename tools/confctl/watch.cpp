@@ -4,6 +4,9 @@
 #include <csignal>
 #include <iostream>
 
+#include <poll.h>
+#include <unistd.h>
+
 #include "platform/commands.h"
 #include "platform/errors.h"
 #include "platform/follow.h"
@@ -16,6 +19,15 @@ namespace {
 
 constexpr unsigned kCheckInterval = 500;  // ms
 constexpr std::uint32_t kCheckTimeout = 2000;
+
+/// Whether nobody reads any more what is written. Where nothing is written for long, only the pipe
+/// itself can tell that its other end was closed.
+bool isOutputGone() {
+  pollfd output{STDOUT_FILENO, 0, 0};
+  const bool isClosed = poll(&output, 1, 0) > 0 && (output.revents & (POLLERR | POLLHUP)) != 0;
+  if (isClosed) std::cout.setstate(std::ios::badbit);
+  return !std::cout;
+}
 
 void stopLoop(int) { nv::getLooper()->stop(0); }
 
@@ -96,7 +108,7 @@ void Watch::checked(const nv::message& answer) {
   const bool isThere = !nv::isError(answer, &code, nullptr) || code != nv::err::noRoute;
   if (!isThere && !gone_) client_.printer.event("gone", seen_.size());
   gone_ = gone_ || !isThere;
-  if (!std::cout) return nv::getLooper()->stop(0);  // nobody reads any more
+  if (isOutputGone()) return nv::getLooper()->stop(0);
   nextCheck_ = nv::Timer(kCheckInterval, [this] { checkService(); });
 }
 

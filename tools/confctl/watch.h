@@ -27,7 +27,7 @@ struct WatchOptions {
 /// too, so a service that can filter does not tell of the others.
 ///
 /// The service is asked twice a second whether it is there, so that "gone" is said without a
-/// change.
+/// change. So it is looked whether anybody still reads the output.
 class Watch {
  public:
   Watch(Client client, Target target, const WatchOptions& options);
@@ -35,7 +35,8 @@ class Watch {
   Watch(const Watch&) = delete;
   Watch& operator=(const Watch&) = delete;
 
-  /// Returns when the end that the options set is reached, or at SIGINT or SIGTERM.
+  /// Returns when the end that the options set is reached, at SIGINT or SIGTERM, or when the output
+  /// cannot be written any more.
   void run();
 
  private:

@@ -22,11 +22,11 @@ message Handler::Subscribers::add(const message& request) {
   const auto self = shared_from_this();
   bool plain = true;
   auto* const cookie = owner_->subscribe(request, plain);
+  const auto flags = owner_ ? owner_->subscriberFlags(request, cookie) & ~kStoreBit : 0;
   if (!owner_) {
     theLoop().connections.removeSubscription(connection);
     return errorMsg(err::noRoute, "the handler is gone");
   }
-  const auto flags = owner_->subscriberFlags(request, cookie) & ~kStoreBit;
   const auto serial = ++lastSerial_;
   subscribers_.emplace(serial, Subscriber{request, connection, tag, flags, cookie, plain});
   if (cookie) byCookie_[cookie] = serial;

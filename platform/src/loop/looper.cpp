@@ -36,6 +36,11 @@ void Looper::assemble(Platform platform) {
   setCommitQueue(impl_->stores.get());
 }
 
+void Looper::useStores(std::unique_ptr<StoreEngine> stores) {
+  impl_->useStores(std::move(stores));
+  setCommitQueue(impl_->stores.get());
+}
+
 std::string Looper::listen(std::uint32_t address, const std::string& name) {
   auto error = impl_->connections.listen(address, name);
   if (error.empty()) impl_->address = address;

@@ -1,6 +1,7 @@
 #include "platform/src/loop/looper_impl.h"
 
 #include <algorithm>
+#include <iostream>
 #include <utility>
 
 #include "platform/errors.h"
@@ -10,14 +11,21 @@ namespace nv {
 Looper::Impl::Impl(Platform platform)
     : limits(platform.limits),
       loop(std::move(platform.loop)),
-      stores(platform.stores ? std::make_unique<CommitQueue>(std::move(platform.stores)) : nullptr),
       exit(std::move(platform.exit)),
       undo(limits.undoRecords, limits.undoBytes),
       connections(std::move(platform.transport), limits, std::move(platform.rights), *this) {
-  if (stores)
-    stores->engine().onOutcome([engine = loop.get()] {
-      if (engine) engine->wake();
-    });
+  if (platform.stores) useStores(std::move(platform.stores));
+}
+
+void Looper::Impl::useStores(std::unique_ptr<StoreEngine> engine) {
+  stores = std::make_unique<CommitQueue>(std::move(engine));
+  stores->engine().onOutcome([engine = loop.get()] {
+    if (engine) engine->wake();
+  });
+  stores->onUnreadable([this](const std::string& why) {
+    std::cout << "store: " << why << std::endl;
+    storeFailed(why);
+  });
 }
 
 Looper::Impl::~Impl() {

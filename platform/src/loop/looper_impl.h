@@ -39,6 +39,7 @@ struct Looper::Impl : ConnectionEvents {
     std::uint64_t changesBefore_;
   };
 
+  void useStores(std::unique_ptr<StoreEngine> engine);
   std::uint64_t now() const { return loop ? loop->now() : 0; }
 
   // Where requests go.
@@ -105,6 +106,7 @@ struct Looper::Impl : ConnectionEvents {
   void deliverRequest(Outgoing&& outgoing);
   bool sendToService(Outgoing& outgoing);
   void releaseDurable();
+  void commitFailed(const std::string& error);
   void storeFailed(const std::string& error);
   bool shouldLinger();
   std::optional<std::chrono::microseconds> timeToSleep() const;

@@ -49,7 +49,7 @@ void Looper::Impl::takeCommitOutcome() {
   if (!stores) return;
   const auto outcome = stores->reap();
   if (!outcome) return;
-  if (!outcome->error.empty()) return storeFailed(outcome->error);
+  if (!outcome->error.empty()) return commitFailed(outcome->error);
   releaseDurable();
 }
 
@@ -143,7 +143,7 @@ void Looper::Impl::sendReady() {
 
 void Looper::Impl::drain() {
   const auto error = stores ? stores->drain() : std::string();
-  error.empty() ? sendReady() : storeFailed(error);
+  error.empty() ? sendReady() : commitFailed(error);
 }
 
 void Looper::Impl::releaseDurable() {
@@ -151,10 +151,14 @@ void Looper::Impl::releaseDurable() {
                  [this](Outgoing&& outgoing) { deliverOutgoing(std::move(outgoing)); });
 }
 
+void Looper::Impl::commitFailed(const std::string& error) {
+  std::cout << "store: changes are lost: " << error << std::endl;
+  storeFailed(error);
+}
+
 /// Tells those who wait for the disk that their change is lost, and ends the process: only the disk
 /// knows now what is true.
 void Looper::Impl::storeFailed(const std::string& error) {
-  std::cout << "store: changes are lost: " << error << std::endl;
   releaseDurable();
   for (auto& held : outbox.takeHeld()) {
     if (held.kind != Outgoing::Kind::reply) continue;

@@ -16,6 +16,8 @@
 
 namespace nv {
 
+namespace fs = std::filesystem;
+
 namespace {
 constexpr const char* kStoreDirectory = "/var/lib/confkit";
 
@@ -36,6 +38,20 @@ std::string usage(const char* program, const ServiceOptions& options) {
   return text;
 }
 
+fs::path defaultStoreFile(const ServiceOptions& options) {
+  return fs::path(kStoreDirectory) / (options.name + ".db");
+}
+
+[[noreturn]] void help(const char* program, const ServiceOptions& options) {
+  const auto store = options.storeFile.empty() ? defaultStoreFile(options) : options.storeFile;
+  std::cout << usage(program, options) << "\n\n"
+            << "  --bus DIRECTORY  where the sockets of all services are ("
+            << options.busDirectory.string() << ")\n"
+            << "  --store FILE     where the records are kept (" << store.string() << ")\n"
+            << std::flush;
+  std::exit(EXIT_SUCCESS);
+}
+
 /// Whether `option` is one, and now has the value.
 bool setOption(const std::string& option, const char* value, ServiceOptions& options) {
   if (option == "--bus")
@@ -50,19 +66,25 @@ bool setOption(const std::string& option, const char* value, ServiceOptions& opt
 }
 
 void readCommandLine(int argc, char** argv, ServiceOptions& options) {
-  for (int i = 1; i < argc; i += 2)
-    if (i + 1 == argc || !setOption(argv[i], argv[i + 1], options))
-      refuseToStart(options.name, usage(argv[0], options));
+  for (int i = 1; i < argc; i += 2) {
+    const std::string option = argv[i];
+    if (option == "--help" || option == "-h") help(argv[0], options);
+    if (i + 1 == argc || !setOption(option, argv[i + 1], options))
+      refuseToStart(options.name, "argument '" + option + "': " + usage(argv[0], options));
+  }
 }
 
 std::unique_ptr<StoreEngine> openStores(const ServiceOptions& options) {
   auto path = options.storeFile;
-  if (path.empty()) path = std::filesystem::path(kStoreDirectory) / (options.name + ".db");
+  if (path.empty()) path = defaultStoreFile(options);
   std::error_code ignored;
-  if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path(), ignored);
+  if (path.has_parent_path()) fs::create_directories(path.parent_path(), ignored);
   std::string error;
   auto engine = openStoreFile(path, &error);
-  if (!engine) refuseToStart(options.name, error);
+  if (!engine) {
+    getLooper()->assemble({});  // gives the address back
+    refuseToStart(options.name, error);
+  }
   return engine;
 }
 
@@ -80,17 +102,17 @@ Service::Service(int argc, char** argv, ServiceOptions options) {
     refuseToStart(options.name, "no such address: " + std::to_string(options.address));
   readCommandLine(argc, argv, options);
 
-  auto stores = openStores(options);
   auto loop = std::make_unique<UvLoop>();
   auto transport = std::make_unique<UnixTransport>(*loop, options.busDirectory, options.socketMode);
   auto* const looper = getLooper();
   looper->assemble({.loop = std::move(loop),
                     .transport = std::move(transport),
-                    .stores = std::move(stores),
                     .limits = options.limits,
                     .rights = std::move(options.rights)});
   if (const auto error = looper->listen(options.address, options.name); !error.empty())
     refuseToStart(options.name, error);
+  // Last, so that a second instance, which is refused by now, leaves no file of its own.
+  looper->useStores(openStores(options));
 }
 
 Service::~Service() {

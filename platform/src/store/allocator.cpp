@@ -10,11 +10,16 @@ constexpr std::uint32_t kNone = 0xffffffff;
 
 }  // namespace
 
-std::uint32_t Allocator::allocate() {
+std::uint32_t Allocator::lowestFree() const {
   if (unused() == 0) return kNone;
   const auto first = intervals_.begin();
-  if (first == intervals_.end() || first->first > min_) return allocate(min_);
-  return allocate(first->second + 1);
+  return first == intervals_.end() || first->first > min_ ? min_ : first->second + 1;
+}
+
+std::uint32_t Allocator::allocate() {
+  const auto id = lowestFree();
+  // 0xffffffff may also be the last free id of the range.
+  return unused() == 0 ? kNone : allocate(id);
 }
 
 std::uint32_t Allocator::allocate(std::uint32_t id) {

@@ -16,6 +16,7 @@ CommitQueue::CommitQueue(std::unique_ptr<StoreEngine> engine) : engine_(std::mov
 
 StoreEngine::Opened CommitQueue::open(std::string_view name) {
   auto opened = engine_->open(name);
+  if (!opened.error.empty()) failToRead(opened.error);
   const auto hasChange = [&](const Changes& changes) {
     const auto at = changes.lower_bound({opened.table, 0});
     return at != changes.end() && at->first.first == opened.table;
@@ -54,7 +55,14 @@ message CommitQueue::get(unsigned table, std::uint32_t id) {
     const auto at = changes->find({table, id});
     if (at != changes->end()) return at->second.value_or(message());
   }
-  return engine_->read(table, id);
+  auto found = engine_->read(table, id);
+  if (!found.error.empty()) failToRead(found.error);
+  return std::move(found.record);
+}
+
+void CommitQueue::failToRead(const std::string& why) {
+  if (error_.empty()) error_ = why;
+  if (unreadable_) unreadable_(why);
 }
 
 bool CommitQueue::canSubmit() const {
@@ -96,8 +104,8 @@ std::string CommitQueue::drain() {
 void CommitQueue::finish(const StoreEngine::Outcome& outcome) {
   writing_ = false;
   lastCommitMicroseconds_ = outcome.microseconds;
-  error_ = outcome.error;
-  if (!error_.empty()) return;
+  if (error_.empty()) error_ = outcome.error;
+  if (!outcome.error.empty()) return;
   durable_ = submitted_;
   inFlight_.clear();
 }

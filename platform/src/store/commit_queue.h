@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -20,12 +21,19 @@ class CommitQueue {
  public:
   explicit CommitQueue(std::unique_ptr<StoreEngine> engine);
 
+  /// `told` is called, in the middle of `open` or `get`, when the engine cannot read what is on
+  /// disk. It should end the process, since whoever asked would take the record for absent. From
+  /// then on error() says why.
+  void onUnreadable(std::function<void(const std::string& why)> told) {
+    unreadable_ = std::move(told);
+  }
+
   // The stores' side.
   /// As the engine opens it, and with the changes made so far, written or not.
   StoreEngine::Opened open(std::string_view name);
   void set(unsigned table, std::uint32_t id, const message& record);
   void remove(unsigned table, std::uint32_t id);
-  /// The record as the changes made so far leave it, written or not.
+  /// The record as the changes made so far leave it, written or not. Requires: there is one.
   message get(unsigned table, std::uint32_t id);
 
   // The loop's side.
@@ -38,7 +46,7 @@ class CommitQueue {
   bool gathering() const { return !batch_.empty(); }
   /// Whether a batch is being written.
   bool writing() const { return writing_; }
-  /// Why a commit failed; empty while none has.
+  /// Why a commit or a read failed; empty while none has.
   const std::string& error() const { return error_; }
   /// Whether a batch is gathered and the engine would take it now. While the engine refuses, the
   /// changes that a service makes by itself gather.
@@ -63,10 +71,12 @@ class CommitQueue {
   using RecordId = std::pair<unsigned, std::uint32_t>;         // table, id
   using Changes = std::map<RecordId, std::optional<message>>;  // empty: removed
 
+  void failToRead(const std::string& why);
   void addUnwritten(StoreEngine::Opened& opened) const;
   void finish(const StoreEngine::Outcome& outcome);
 
   std::unique_ptr<StoreEngine> engine_;
+  std::function<void(const std::string&)> unreadable_;
   Changes batch_;     // gathering
   Changes inFlight_;  // being written, or failed; kept for get()
   bool writing_ = false;

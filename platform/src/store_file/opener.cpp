@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include "platform/src/store_file/damaged_files.h"
 #include "platform/src/store_file/disk.h"
 #include "platform/src/store_file/file_format.h"
 #include "platform/src/store_file/foreign_file.h"
@@ -153,6 +154,7 @@ StoreFileOpener::Fill StoreFileOpener::salvaged(std::vector<std::string>& losses
     });
     // A store that was emptied is not there for the first time.
     for (const Salvage::TableRow& row : salvage.tables()) tables.make(row.name, row.sql);
+    for (const std::string& store : salvage.stores()) tables.make(store);
     losses = salvage.losses();
   };
 }
@@ -197,17 +199,11 @@ std::string StoreFileOpener::finishReplacing() {
   return textOf(moveFile(fresh, file_));
 }
 
-// The log first: it must never stand beside the new file.
 std::string StoreFileOpener::setAside() {
-  const std::filesystem::path log = beside("-wal");
-  if (!isThere(file_) && !isThere(log)) return {};
-  const auto name = [this](unsigned k) { return beside(".damaged-" + std::to_string(k)); };
-  unsigned k = 1;
-  while (isThere(name(k)) || (isThere(log) && isThere(name(k) += "-wal"))) ++k;
-  int failed = isThere(log) ? moveFile(log, name(k) += "-wal") : 0;
-  if (failed == 0 && isThere(file_)) failed = moveFile(file_, name(k));
-  if (failed != 0) return systemError(failed);
-  report("is kept as " + name(k).string());
+  if (!isThere(file_) && !isThere(beside("-wal"))) return {};
+  const DamagedFiles::Kept kept = DamagedFiles(file_).keep();
+  if (kept.failed != 0) return systemError(kept.failed);
+  report("is kept as " + kept.name.string());
   return {};
 }
 

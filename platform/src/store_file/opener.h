@@ -18,7 +18,7 @@ namespace nv {
 ///     name             the tables (SQLite, in WAL mode)
 ///     name-wal         the log of changes that are not in the file yet
 ///     name.lock        locked as long as a process has the file open
-///     name.damaged-1   kept aside, with name.damaged-1-wal; -2, -3, ...
+///     name.damaged-1   kept aside, with name.damaged-1-wal; -2, -3, ... (see DamagedFiles)
 ///     name.tmp         a new file that is being written
 ///     name.fresh       a new file, complete, that takes the place of `name` before anything else
 ///     name.probe       written and deleted again to see whether there is space

@@ -21,6 +21,10 @@ namespace nv {
 std::vector<unsigned char> encodeRecord(std::string_view store, std::uint32_t id,
                                         const message& record);
 
+/// The number of the row that marks a store, whose bytes are those of an empty record. Its lower 32
+/// bits stand for it in the crc.
+inline constexpr std::int64_t kMarkerId = -1;
+
 struct StoredRecord {
   std::string_view store;  // within the bytes decoded
   message record;

@@ -87,9 +87,10 @@ int RecordTables::checkTable(const std::string& store, Table& table) {
   int result;
   while ((result = all.step()) == SQLITE_ROW) {
     const std::int64_t id = all.integer(0);
-    if (id < 0 || id > 0xffffffff || (!ids.empty() && id <= ids.back())) return SQLITE_CORRUPT;
     const auto found = decodeRecord(static_cast<std::uint32_t>(id), all.blob(1));
     if (!found || found->store != store) return SQLITE_CORRUPT;
+    if (id == kMarkerId && ids.empty()) continue;
+    if (id < 0 || id > 0xffffffff || (!ids.empty() && id <= ids.back())) return SQLITE_CORRUPT;
     ids.push_back(static_cast<std::uint32_t>(id));
   }
   table.ids = std::move(ids);
@@ -113,27 +114,26 @@ int RecordTables::ids(std::string_view store, Ids& ids) {
     ids = *std::exchange(at->second.ids, std::nullopt);
     return SQLITE_OK;
   }
-  Statement all(*db_, "SELECT id FROM " + at->second.name + " ORDER BY id");
+  Statement all(*db_, "SELECT id FROM " + at->second.name + " WHERE id >= 0 ORDER BY id");
   int result;
   while ((result = all.step()) == SQLITE_ROW)
     ids.push_back(static_cast<std::uint32_t>(all.integer(0)));
   return result == SQLITE_DONE ? SQLITE_OK : result;
 }
 
-std::optional<message> RecordTables::read(std::string_view store, std::uint32_t id) {
+int RecordTables::read(std::string_view store, std::uint32_t id, message& record) {
   const auto at = tables_.find(store);
-  if (at == tables_.end()) return message();
+  if (at == tables_.end()) return SQLITE_CORRUPT;
   Table& table = at->second;
   Statement& get = prepared(table.get, "SELECT record FROM " + table.name + " WHERE id = ?");
-  std::optional<message> record;
-  const int result = get.bind(1, id).step();
-  if (result == SQLITE_DONE) record.emplace();
+  int result = get.bind(1, id).step();
   if (result == SQLITE_ROW) {
     auto found = decodeRecord(id, get.blob(0));
-    if (found && found->store == store) record = std::move(found->record);
+    result = found && found->store == store ? SQLITE_OK : SQLITE_CORRUPT;
+    if (result == SQLITE_OK) record = std::move(found->record);
   }
   get.reset();
-  return record;
+  return result == SQLITE_DONE ? SQLITE_CORRUPT : result;  // the tree has lost it
 }
 
 void RecordTables::begin() { failure_ = prepared(begin_, "BEGIN IMMEDIATE").run(); }
@@ -145,10 +145,7 @@ void RecordTables::make(std::string_view name, std::string_view sql) {
 
 void RecordTables::put(std::string_view store, std::uint32_t id, const message& record) {
   if (failure_ != SQLITE_OK) return;
-  Table& table = made(store);
-  Statement& put = prepared(table.put, "INSERT OR REPLACE INTO " + table.name + " VALUES(?, ?)");
-  const std::vector<unsigned char> bytes = encodeRecord(store, id, record);
-  note(put.bind(1, id).bind(2, bytes).run());
+  write(store, made(store), id, record);
 }
 
 void RecordTables::remove(std::string_view store, std::uint32_t id) {
@@ -185,7 +182,15 @@ RecordTables::Table& RecordTables::made(std::string_view store) {
   note(db_->run(creation(store).c_str()));
   Table& table = tables_[std::string(store)];
   table.name = quoted(store);
+  write(store, table, kMarkerId, message());
   return table;
+}
+
+void RecordTables::write(std::string_view store, Table& table, std::int64_t id,
+                         const message& record) {
+  Statement& put = prepared(table.put, "INSERT OR REPLACE INTO " + table.name + " VALUES(?, ?)");
+  const auto bytes = encodeRecord(store, static_cast<std::uint32_t>(id), record);
+  note(put.bind(1, id).bind(2, bytes).run());
 }
 
 Statement& RecordTables::prepared(std::unique_ptr<Statement>& statement, const std::string& sql) {

@@ -16,6 +16,9 @@ namespace nv {
 
 /// A table `"store:<name>"(id INTEGER PRIMARY KEY, record BLOB NOT NULL)` for each store, made with
 /// its first record. In the table's name all but a-z, 0-9, '_', '-' and '.' stands as %xx.
+///
+/// Its first row, under kMarkerId, is no record of the store: an empty one, which tells a salvage
+/// that the store was there though it held nothing. Files made by earlier versions have none.
 class RecordTables {
  public:
   using Ids = std::vector<std::uint32_t>;
@@ -30,12 +33,16 @@ class RecordTables {
   bool has(std::string_view store) const { return tables_.contains(store); }
   /// Replaces `ids` by those of the store's records, ascending; SQLITE_OK, or why some are missing.
   int ids(std::string_view store, Ids& ids);
-  /// The record, an empty message when there is none; none when it cannot be read as it was
-  /// written.
-  std::optional<message> read(std::string_view store, std::uint32_t id);
+  /// Replaces `record` by that under `id`, which is there; SQLITE_OK, or why it cannot be read as
+  /// it was written.
+  int read(std::string_view store, std::uint32_t id, message& record);
 
   // A transaction: `begin`, any number of `make`, `put` and `remove`, `end`.
   void begin();
+  /// Makes the table of a store when there is none.
+  void make(std::string_view store) {
+    if (failure_ == SQLITE_OK) made(store);
+  }
   /// Makes the table that a row of another schema describes, when it is that of a store.
   void make(std::string_view name, std::string_view sql);
   void put(std::string_view store, std::uint32_t id, const message& record);
@@ -61,6 +68,7 @@ class RecordTables {
   int checkTable(const std::string& store, Table& table);
   int checkStructure();
   Table& made(std::string_view store);
+  void write(std::string_view store, Table& table, std::int64_t id, const message& record);
   Statement& prepared(std::unique_ptr<Statement>& statement, const std::string& sql);
   void note(int result);
 

@@ -136,13 +136,17 @@ void Salvage::takeCell(std::uint32_t number, const Page& page, const std::option
   const std::vector<unsigned char> row = payload(page, *cell);
   std::optional<StoredRecord> record;
   const auto id = static_cast<std::uint32_t>(cell->id);
-  if (cell->id == id) record = decodeRecord(id, recordIn(row));
-  if (record)
+  const bool isMarker = cell->id == static_cast<std::uint64_t>(kMarkerId);
+  if (cell->id == id || isMarker) record = decodeRecord(id, recordIn(row));
+  if (record && isMarker)
+    stores_.emplace(record->store);
+  else if (record)
     take_(id, *record);
   else if (auto table = tableRowIn(row))
     tables_.push_back(std::move(*table));
   else
-    lose(number, "held record " + std::to_string(cell->id) + ", which is damaged");
+    lose(number, isMarker ? "held the mark of a store, which is damaged"
+                          : "held record " + std::to_string(cell->id) + ", which is damaged");
 }
 
 std::optional<Salvage::Cell> Salvage::readCell(const Page& page, std::size_t offset) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,8 @@ class Salvage {
     std::string name, sql;
   };
   const std::vector<TableRow>& tables() const { return tables_; }
+  /// The stores whose marker was found.
+  const std::set<std::string>& stores() const { return stores_; }
 
   /// What could not be read, a text each.
   const std::vector<std::string>& losses() const { return losses_; }
@@ -55,6 +58,7 @@ class Salvage {
   std::vector<bool>
       explained_;  // by page number: it is lost or holds no record, or they were taken
   std::vector<TableRow> tables_;
+  std::set<std::string> stores_;
   std::vector<std::string> losses_;
 };
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <iostream>
 #include <utility>
 
 namespace nv {
@@ -36,18 +35,18 @@ StoreEngine::Opened SqliteEngine::open(std::string_view name) {
   const auto table = static_cast<unsigned>(at - names_.begin());
   Opened opened{table, !tables_->has(name), {}};
   if (const int failed = tables_->ids(name, opened.ids); failed != SQLITE_OK)
-    std::cout << "store: records of \"" << name << "\" cannot be listed: "
-              << SqliteDb::error(failed) << std::endl;
+    opened.error =
+        "records of \"" + names_[table] + "\" cannot be listed: " + SqliteDb::error(failed);
   return opened;
 }
 
-message SqliteEngine::read(unsigned table, std::uint32_t id) {
+StoreEngine::Found SqliteEngine::read(unsigned table, std::uint32_t id) {
   std::lock_guard data(dataMutex_);
-  std::optional<message> record = tables_->read(names_[table], id);
-  if (record) return std::move(*record);
-  std::cout << "store: record " << std::dec << id << " of \"" << names_[table]
-            << "\" cannot be read" << std::endl;
-  return {};
+  Found found;
+  if (const int failed = tables_->read(names_[table], id, found.record); failed != SQLITE_OK)
+    found.error = "record " + std::to_string(id) + " of \"" + names_[table] +
+                  "\" cannot be read: " + SqliteDb::error(failed);
+  return found;
 }
 
 void SqliteEngine::submit(StoreBatch batch) {

@@ -33,7 +33,7 @@ class SqliteEngine : public StoreEngine {
   const std::string& error() const { return error_; }
 
   Opened open(std::string_view name) override;
-  message read(unsigned table, std::uint32_t id) override;
+  Found read(unsigned table, std::uint32_t id) override;
   void submit(StoreBatch batch) override;
   std::optional<Outcome> outcome() override;
   Outcome wait() override;

@@ -76,7 +76,7 @@ bool holds(nv::StoreEngine& engine, const Model& model) {
   const auto table = engine.open("a");
   if (table.ids.size() != model.size()) return false;
   for (const auto& [id, n] : model)
-    if (!(engine.read(table.table, id) == record(n, id))) return false;
+    if (!(engine.read(table.table, id).record == record(n, id))) return false;
   return true;
 }
 

@@ -49,7 +49,9 @@ class StoreFileWithoutSpace : public ::testing::Test {
     return engine.wait().error;
   }
   message get(nv::StoreEngine& engine, std::uint32_t id) {
-    return engine.read(engine.open("a").table, id);
+    const auto found = engine.read(engine.open("a").table, id);
+    EXPECT_EQ(found.error, "");
+    return found.record;
   }
   void fill(unsigned records) {
     const auto engine = start();

@@ -1,28 +1,23 @@
 #include "platform/store.h"
 
-#include <future>
 #include <map>
 #include <memory>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include "platform/message.h"
 #include "platform/observer.h"
-#include "platform/src/store/commit_queue.h"
 #include "platform/store_file.h"
 #include "testing/memory_engine.h"
+#include "tests/platform/store/store_process.h"
 #include "tests/support/random.h"
 #include "tests/support/temp_directory.h"
 
+namespace store_test {
 namespace {
 
 using nv::message;
 using nv::Store;
-
-message number(unsigned n) { return message().insert(nv::u32_id(1), n); }
-unsigned numberIn(const message& m) { return m.get(nv::u32_id(1), 0xffffffff); }
 
 std::vector<std::uint32_t> idsOf(const Store& store) {
   return {store.ids().begin(), store.ids().end()};
@@ -53,20 +48,6 @@ class Memory : public Disk {
 
  private:
   nv::testkit::MemoryStores stores_;
-};
-
-/// A process with stores; what it did not write by `finish` is lost with it.
-class Process {
- public:
-  explicit Process(std::unique_ptr<nv::StoreEngine> engine) : queue_(std::move(engine)) {
-    nv::setCommitQueue(&queue_);
-  }
-  ~Process() { nv::setCommitQueue(nullptr); }
-  std::string finish() { return queue_.drain(); }
-  nv::CommitQueue& queue() { return queue_; }
-
- private:
-  nv::CommitQueue queue_;
 };
 
 class StoreOn : public ::testing::TestWithParam<bool> {
@@ -253,129 +234,10 @@ TEST(Store, TellsTheObserverOfEachCallAtOnceAndInOrder) {
   EXPECT_EQ(log.text, "s2=20 s2=21 s7- s2- ");
 }
 
-/// What a test can tell the engine in memory to do.
-class CommitQueue : public ::testing::Test {
- protected:
-  nv::testkit::MemoryStores stores_;
-  nv::testkit::MemoryEngine* engine_ = new nv::testkit::MemoryEngine(stores_);
-  Process process_{std::unique_ptr<nv::StoreEngine>(engine_)};
-  nv::CommitQueue& queue_ = process_.queue();
-  Store store_{"a"};
-};
-
-TEST_F(CommitQueue, TellsHowFarTheDiskHasCome) {
-  engine_->hold();
-  store_.set(1, number(1));
-  store_.set(1, number(2));
-  queue_.submit();
-  store_.set(2, number(3));
-  EXPECT_FALSE(queue_.reap());
-  EXPECT_EQ(queue_.made(), 3u);
-  EXPECT_EQ(queue_.durable(), 0u);
-  engine_->commit();
-  ASSERT_TRUE(queue_.reap());
-  EXPECT_EQ(queue_.durable(), 2u);
-  EXPECT_TRUE(queue_.gathering());
-  EXPECT_EQ(queue_.drain(), "");
-  EXPECT_TRUE(queue_.allDurable());
-  EXPECT_EQ(engine_->commits(), 2u);
-}
-
-TEST_F(CommitQueue, StopsAtTheFirstFailedCommit) {
-  engine_->failCommit(2, "no space");
-  store_.set(1, number(1));
-  EXPECT_EQ(queue_.drain(), "");
-  store_.set(1, number(2));
-  EXPECT_EQ(queue_.drain(), "no space");
-  EXPECT_EQ(queue_.durable(), 1u);
-  EXPECT_EQ(numberIn(store_.get(1)), 2u) << "what was set is seen until the process ends";
-  EXPECT_EQ(numberIn(stores_.get("a", 1)), 1u);
-  store_.set(2, number(3));
-  EXPECT_EQ(queue_.drain(), "no space") << "no later change is written over the gap";
-  EXPECT_EQ(stores_.records("a").size(), 1u);
-}
-
-TEST_F(CommitQueue, KeepsTheFirstChangesWhenThePowerFailsInABatch) {
-  engine_->cutAfter(2);
-  for (const unsigned id : {5u, 3u, 4u}) store_.set(id, number(id));
-  EXPECT_NE(queue_.drain(), "");
-  EXPECT_TRUE(stores_.records("a").contains(3));
-  EXPECT_TRUE(stores_.records("a").contains(4));
-  EXPECT_FALSE(stores_.records("a").contains(5));
-}
-
 TEST(Store, StopsTheProgramWhenThereIsNoEngine) {
   nv::setCommitQueue(nullptr);
   EXPECT_DEATH(Store("a"), "store: this process has no store engine");
 }
 
-TEST(StoreFile, RefusesASecondProcessAndHarmsNothing) {
-  TempDirectory directory;
-  const auto file = directory / "service.db";
-  {
-    Process process(nv::openStoreFile(file, nullptr));
-    Store store("a");
-    store.set(1, number(1));
-    ASSERT_EQ(process.finish(), "");
-    std::string error;
-    EXPECT_EQ(nv::openStoreFile(file, &error), nullptr);
-    EXPECT_EQ(error, "store: " + file.string() + ": is in use by another process");
-    store.set(2, number(2));
-    ASSERT_EQ(process.finish(), "");
-  }
-  Process process(nv::openStoreFile(file, nullptr));
-  EXPECT_EQ(Store("a").count(), 2u);
-}
-
-TEST(StoreFile, SaysWhenItsDirectoryIsMissing) {
-  TempDirectory directory;
-  std::string error;
-  EXPECT_EQ(nv::openStoreFile(directory / "no" / "service.db", &error), nullptr);
-  EXPECT_NE(error.find("its directory is missing"), std::string::npos) << error;
-}
-
-TEST(StoreFile, SaysWhyItCannotBeLockedAndHarmsNothing) {
-  TempDirectory directory;
-  std::filesystem::create_directory(directory / "s.db.lock");
-  std::string error;
-  EXPECT_FALSE(nv::openStoreFile(directory / "s.db", &error));
-  EXPECT_EQ(error,
-            "store: " + (directory / "s.db").string() + ": cannot be locked: is a directory");
-  EXPECT_FALSE(std::filesystem::exists(directory / "s.db"));
-}
-
-TEST(StoreFile, IsForItsOwnerAloneWhateverTheUmask) {
-  for (const mode_t mask : {0u, 0777u}) {
-    TempDirectory directory;
-    const mode_t before = ::umask(mask);
-    const auto engine = nv::openStoreFile(directory / "s.db", nullptr);
-    ASSERT_TRUE(engine);
-    engine->submit({{engine->open("a").table, 1, number(1)}});
-    EXPECT_EQ(engine->wait().error, "");
-    ::umask(before);
-    using std::filesystem::perms;
-    for (const char* name : {"s.db", "s.db-wal"})
-      EXPECT_EQ(std::filesystem::status(directory / name).permissions(),
-                perms::owner_read | perms::owner_write)
-          << name;
-  }
-}
-
-TEST(StoreFile, CallsItsWakerWhenAnOutcomeCanBeTaken) {
-  TempDirectory directory;
-  const auto engine = nv::openStoreFile(directory / "service.db", nullptr);
-  const unsigned table = engine->open("a").table;
-  for (unsigned i = 0; i < 20; ++i) {
-    std::promise<void> woken;
-    engine->onOutcome([&] { woken.set_value(); });
-    engine->submit({{table, i, number(i)}});
-    woken.get_future().wait();
-    const auto outcome = engine->outcome();
-    ASSERT_TRUE(outcome);
-    EXPECT_EQ(outcome->error, "");
-    EXPECT_GT(outcome->microseconds, 0u);
-    EXPECT_FALSE(engine->outcome()) << "an outcome is taken once";
-  }
-}
-
 }  // namespace
+}  // namespace store_test

@@ -5,19 +5,17 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/export.h"
 #include "platform/message.h"
 
 namespace nv {
 
-/// Gathers the flat forms of records, one behind the other, until the page is full: at most 1000
-/// records and at most 16384 bytes of them, but always the first record whatever its size.
-class Page {
+/// Gathers the flat forms of records, one behind the other, until the page is full: at most so many
+/// records and so many bytes of them, but always the first record whatever its size.
+class CONFKIT_API Page {
  public:
-  static constexpr std::uint32_t kMaxRecords = 1000;
-  static constexpr std::size_t kMaxBytes = 16384;
-
-  /// `count`: the most records that the client wants.
-  explicit Page(std::uint32_t count);
+  Page(std::uint32_t maxRecords, std::size_t maxBytes)
+      : maxRecords_(maxRecords), maxBytes_(maxBytes) {}
 
   /// Whether one more record may be offered.
   bool wantsMore() const { return ends_.size() < maxRecords_; }
@@ -27,7 +25,7 @@ class Page {
   void writeTo(message& reply) const;
 
  private:
-  std::size_t maxRecords_;
+  std::size_t maxRecords_, maxBytes_;
   std::vector<unsigned char> bytes_;
   std::vector<std::size_t> ends_;  // of each record in bytes_
 };

@@ -1,18 +1,13 @@
-#include "containers/page.h"
-
-#include <algorithm>
+#include "platform/page.h"
 
 #include "platform/keys.h"
 
 namespace nv {
 
-Page::Page(std::uint32_t count) : maxRecords_(std::min(count, kMaxRecords)) {
-  bytes_.reserve(maxRecords_ == 0 ? 0 : kMaxBytes);
-}
-
 bool Page::take(const message& record) {
   const auto flat = record.bytes();
-  if (!ends_.empty() && bytes_.size() + flat.size() > kMaxBytes) return false;
+  if (!wantsMore()) return false;
+  if (!ends_.empty() && bytes_.size() + flat.size() > maxBytes_) return false;
   bytes_.insert(bytes_.end(), flat.begin(), flat.end());
   ends_.push_back(bytes_.size());
   return true;

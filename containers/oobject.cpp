@@ -1,0 +1,3 @@
+#include "containers/oobject.h"
+
+OObject::~OObject() = default;

@@ -1,0 +1,264 @@
+// Random changes of a configuration manager, side by side with a plain model of it, through
+// restarts.
+#include <list>
+#include <vector>
+
+#include "tests/support/cfgman_fixture.h"
+#include "tests/support/cfgman_model.h"
+#include "tests/support/cfgman_verify.h"
+#include "tests/support/random.h"
+
+using namespace test;
+namespace cmd = nv::cmd;
+namespace key = nv::key;
+using nv::message;
+
+namespace {
+
+#ifdef CONFKIT_SLOW
+constexpr unsigned kCommands = 5000;
+#else
+constexpr unsigned kCommands = 50000;
+#endif
+constexpr std::uint32_t kMaxId = 24;
+
+class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInterface<bool> {
+ protected:
+  ~CfgManBesideItsModel() override { stop(); }
+
+  // Chance.
+
+  bool once(unsigned n) { return random.below(n) == 0; }
+  template <class T, std::size_t n>
+  const T& oneOf(const T (&choices)[n]) {
+    return choices[random.below(n)];
+  }
+  std::uint32_t anyId() {
+    constexpr std::uint32_t odd[] = {0, kMaxId + 1, 99, 0x80000000, 0xfffffffd, 0xfffffffe};
+    return once(20) ? oneOf(odd) : 1 + random.below(kMaxId);
+  }
+  std::uint32_t anyPlace() { return once(5) ? nv::kNoId : anyId(); }
+  std::string anyName() {
+    const std::string names[] = {"lamp", "",         "vlanx",    "vlan007", "eth19",
+                                 "eth1", "vlan",     "vlan0",    "vlan999", "vlan09",
+                                 "9",    "vlan1234", "vlan99a9", "_x7",     "made"};
+    return once(2) ? oneOf(names) : "vlan" + std::to_string(random.below(40));
+  }
+  std::vector<std::uint32_t> anyRemovals() {
+    const std::uint32_t uids[] = {key::name.uid(),     key::nextId.uid(),    key::dynamic.uid(),
+                                  key::absent.uid(),   key::cfgFlagA.uid(),  field::number.uid(),
+                                  field::level.uid(),  key::stateFlag.uid(), 0x0ffe0005,
+                                  key::objectId.uid(), 0x38fe0005,           key::cfgText.uid()};
+    std::vector<std::uint32_t> removals;
+    for (unsigned count = random.below(5); count > 0; --count) removals.push_back(oneOf(uids));
+    return removals;
+  }
+
+  void addFields(message& m) {
+    if (once(2)) m.insert(key::nextId, anyPlace());
+    if (once(3)) m.insert(key::name, anyName());
+    if (once(3)) m.insert(field::number, once(6) ? 13 : 5 + random.below(4));
+    if (once(5)) m.insert(key::cfgFlagA, once(2));
+    if (once(9)) m.insert(key::cfgText, std::string(random.below(300), 't'));
+    if (once(20)) m.insert(key::defaultCfg, message{{key::name, "nested"}});
+    if (once(5)) m.insert(field::level, random.below(3));
+    if (once(9)) m.insert(key::stateFlag, once(2));
+    if (once(30)) m.insert(key::replaceState, once(2));
+    if (once(8)) m.insert(key::removals, anyRemovals());
+    if (once(30)) m.insert(key::absent, random.below(3));
+    if (once(40)) m.insert(key::dynamic, once(2));
+  }
+  message anyCommand() {
+    constexpr unsigned codes[] = {cmd::addObj, cmd::addObj,  cmd::addObj,    cmd::setObj,
+                                  cmd::setObj, cmd::setObj,  cmd::moveObj,   cmd::moveObj,
+                                  cmd::set,    cmd::moveObj, cmd::removeObj, cmd::removeObj};
+    const auto code = oneOf(codes);
+    message m = command(code);
+    if (!once(code == cmd::addObj ? 2 : 30)) m.insert(key::objectId, anyId());
+    if (code == cmd::moveObj) {
+      if (!once(4)) m.insert(key::nextId, once(9) ? m.get(key::objectId) : anyPlace());
+      if (!once(9)) return m;
+    }
+    if (code == cmd::addObj && once(4)) m.insert(key::dynamic, true);
+    addFields(m);
+    return m;
+  }
+  CfgService anyService() {
+    const std::string prefixes[] = {"", "vlan", "vlan", "vlan", "_x", "eth1", "9"};
+    CfgService made;
+    made.ordered = GetParam();
+    made.hook = static_cast<CfgService::Hook>(random.below(3));
+    made.hasExternalIds = once(3);
+    made.makesNames = once(8);
+    made.describes = once(3);
+    made.namePrefix = oneOf(prefixes);
+    if (once(4)) made.defcfg = {{key::cfgFlagA, true}, {key::name, "default"}, {key::objectId, 3}};
+    if (!once(3)) made.maxId = kMaxId;
+    return made;
+  }
+
+  // Steps: each is done to both.
+
+  void restartBoth() {
+    stop();
+    planted.clear();
+    const auto service = anyService();
+    configure = [&] { serve(service); };
+    start(service.ordered ? Kind::ordered : Kind::unordered);
+    model.restart(service);
+    EXPECT_EQ(stores.records("items"), model.records);
+    model.told.clear();
+  }
+  void serve(const CfgService& service) {
+    cm->configIds.insert(field::number.uid());
+    cm->stateIds.insert(field::level.uid());
+    cm->namePrefix = service.namePrefix;
+    cm->defcfg = service.defcfg;
+    cm->setAllocator(1, service.maxId);
+    if (service.describes) cm->describe = CfgService::describe;
+    if (service.makesNames) cm->makeName = [] { return "made"; };
+    if (service.hasExternalIds)
+      cm->isExternalId = [service](std::uint32_t id) { return service.isExternal(id); };
+    if (service.hook == CfgService::Hook::apply)
+      cm->apply = [](CfgMan*, CfgMan::Item*, message& cfg, vset<unsigned>& keys, message& reply) {
+        CfgService::correct(cfg, keys);
+        CfgService::judge(cfg, reply);
+      };
+    if (service.hook == CfgService::Hook::applyItem)
+      cm->applyItem = [](CfgMan*, CfgMan::Item* item, vset<unsigned>&, message& reply) {
+        CfgService::judge(item->config, reply);
+      };
+  }
+  void give(message m) {
+    constexpr std::uint32_t rights[] = {0x7fffffff, 0x80000000, 0xffffffff};
+    m.insert(key::requester, {once(2) ? 0xcfff0000u : 7u});
+    if (once(2)) m.insert(key::rights, oneOf(rights));
+    nv::getLooper()->deliver(*cm->handler, m);
+    model.command(m);
+  }
+  void changeByService() {
+    message cfg, state, request;
+    addFields(cfg);
+    addFields(state);
+    vset<unsigned> keys;
+    if (once(3)) keys.insert(random.below(5));
+    if (once(2)) request.insert(key::command, cmd::addObj);
+    const auto id = anyId();
+    cm->scheduleUpdate(id, cfg, state, keys, request);
+    model.schedule({id, cfg, state, keys, request});
+  }
+  void plantBoth() {
+    const bool isDynamic = once(2);
+    if (once(2)) {
+      const auto it = cm->plant(isDynamic, nullptr);
+      EXPECT_EQ(it.item() != nullptr, model.plant(isDynamic, false).has_value());
+      return;
+    }
+    auto* const item = cm->plant(isDynamic, this).item();
+    EXPECT_EQ(item != nullptr, model.plant(isDynamic, true).has_value());
+    if (item != nullptr) planted.emplace_back(item);
+  }
+  void changeName() {
+    const std::string prefixes[] = {"vlan", "eth1", "vlan1", "eth"};
+    cm->namePrefix = model.service.namePrefix = oneOf(prefixes);
+  }
+  void step() {
+    if (once(400)) return restartBoth();
+    if (once(100)) return changeName();
+    if (once(60)) return plantBoth();
+    if (once(30)) {
+      cm->updatePositions();
+      return model.updatePositions();
+    }
+    if (once(10)) return changeByService();
+    for (unsigned count = once(8) ? 1 + random.below(4) : 1; count > 0; --count) {
+      give(once(5) ? lastUndo : anyCommand());
+      ++commands;
+    }
+  }
+
+  // What came of it.
+
+  void compareEffects() {
+    auto& seen = kit->seen();
+    const auto& told = model.told;
+    EXPECT_EQ(seen.log, told.log);
+    if (HasFailure()) return;
+    for (std::size_t k = 0; k < told.replies.size(); ++k) {
+      EXPECT_EQ(seen.replies[k].reply, told.replies[k].reply);
+      EXPECT_EQ(seen.replies[k].request, told.replies[k].request);
+    }
+    for (std::size_t k = 0; k < told.undos.size(); ++k) {
+      EXPECT_EQ(seen.undos[k].undo, told.undos[k].undo);
+      EXPECT_EQ(seen.undos[k].request, told.undos[k].request);
+    }
+    for (std::size_t k = 0; k < told.storeOps.size(); ++k)
+      EXPECT_EQ(seen.storeOps[k].record, told.storeOps[k].record);
+  }
+  void compareItems() {
+    EXPECT_TRUE(verify(*cm));
+    std::vector<std::uint32_t> iterated;
+    for (const auto* item : CfgManRange{*cm}) iterated.push_back(item->id);
+    EXPECT_EQ(iterated, model.iterated());
+    EXPECT_EQ(cm->updateOrigin, model.updateOrigin);
+    EXPECT_EQ(cm->positionsValid, model.positionsValid);
+    EXPECT_EQ(cm->alloc->used(), model.allocated.size());
+    ASSERT_EQ(cm->items.size(), model.items.size());
+    for (const auto& [id, expected] : model.items) {
+      const auto* const item = cm->find(id);
+      ASSERT_NE(item, nullptr) << id;
+      EXPECT_EQ(item->config, expected.config) << id;
+      EXPECT_EQ(item->state, expected.state) << id;
+      EXPECT_EQ(item->store, expected.store) << id;
+      if (item->ord != nullptr) {
+        EXPECT_EQ(item->ord->position, expected.position) << id;
+      }
+    }
+  }
+  void compareNames() {
+    if (!cm->namePrefix.empty()) {
+      EXPECT_EQ(cm->generateDefaultName(), model.defaultName());
+    }
+  }
+  void compareStored() {
+    kit->settle();
+    EXPECT_EQ(stores.records("items"), model.records);
+  }
+
+  struct CfgManRange {
+    CfgMan& manager;
+    CfgMan::Iterator begin() const { return manager.begin(); }
+    CfgMan::Iterator end() const { return manager.end(); }
+  };
+
+  Random random;
+  CfgManModel model;
+  unsigned commands = 0;
+  message lastUndo = command(cmd::addObj);
+  /// What the test planted, which outlives the manager.
+  std::list<std::unique_ptr<CfgMan::Item>> planted;
+};
+
+TEST_P(CfgManBesideItsModel, AgreesOnRepliesUndoRecordsItemsAndRecords) {
+  SCOPED_TRACE(random.seed());
+  restartBoth();
+  while (commands < kCommands) {
+    SCOPED_TRACE("before command " + std::to_string(commands));
+    step();
+    runAll();
+    model.runAll();
+    compareEffects();
+    compareItems();
+    compareNames();
+    if (once(50)) compareStored();
+    if (HasFailure()) return;
+    if (!model.told.undos.empty()) lastUndo = model.told.undos.back().undo;
+    model.told.clear();
+    kit->seen().clear();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Orders, CfgManBesideItsModel, ::testing::Bool(),
+                         [](const auto& param) { return param.param ? "Ordered" : "Unordered"; });
+
+}  // namespace

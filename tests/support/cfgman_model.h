@@ -1,0 +1,124 @@
+/// What a configuration manager should do, said with plain containers and without any of its code:
+/// places and names are found by walking, neighbours by looking through the order.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "cfgman/cfgman.h"
+#include "platform/message.h"
+#include "testing/recorder.h"
+
+namespace test {
+
+/// Keys of the service that the manager and the model serve: one of the configuration, one of the
+/// state.
+namespace field {
+inline constexpr nv::u32_id number{0x21};
+inline constexpr nv::u32_id level{0x22};
+}  // namespace field
+
+/// The service: what it sets up, and how it judges.
+struct CfgService {
+  enum class Hook { none, apply, applyItem };
+
+  bool ordered = false;
+  Hook hook = Hook::none;
+  bool hasExternalIds = false;
+  bool makesNames = false;
+  bool describes = false;
+  std::string namePrefix;
+  nv::message defcfg;
+  std::uint32_t maxId = 0xfffffffd;
+
+  bool isExternal(std::uint32_t id) const { return hasExternalIds && id >= 20 && id < 24; }
+  /// Refuses number 13. An accepted one is told in the reply.
+  static void judge(const nv::message& cfg, nv::message& reply);
+  /// What `apply` may do besides: it takes number 7 for 8.
+  static void correct(nv::message& cfg, vset<unsigned>& keys);
+  static std::string describe(const nv::message& cfg);
+};
+
+/// Records by id.
+using Records = std::map<std::uint32_t, nv::message>;
+
+/// The ids that are to be loaded, in order, and the guard against damaged chains: what names no
+/// record is the end of a chain, no id comes twice, and what nothing led to comes last, ascending.
+/// Without the guard, an id can come twice, or never, or without having a record.
+std::vector<std::uint32_t> loadingOrderByRule(const Records& records, bool isGuarded);
+
+class CfgManModel {
+ public:
+  struct Item {
+    bool store = true;
+    bool hasCookie = false;
+    std::uint32_t position = nv::kNoId;
+    nv::message config{{nv::key::absent, 1}};
+    nv::message state{{nv::key::stateFlag, true}};
+  };
+  struct Task {
+    std::uint32_t id;
+    nv::message cfg, state;
+    vset<unsigned> keys;
+    nv::message request;
+  };
+
+  CfgService service;
+  std::map<std::uint32_t, Item> items;
+  std::vector<std::uint32_t> order, storeOrder;
+  std::set<std::uint32_t> allocated;
+  bool positionsValid = true;
+  std::uint32_t updateOrigin = 0;
+  Records records;
+  /// Replies, undo records and store operations, in order.
+  nv::testkit::Recorder told;
+
+  /// A changing command as it reaches the handler.
+  void command(const nv::message& cmd);
+  void schedule(Task task) { tasks_.push_back(std::move(task)); }
+  void runAll();
+  /// The process ends and starts again.
+  void restart(const CfgService& now);
+
+  std::optional<std::uint32_t> plant(bool dynamic, bool hasCookie);
+  void updatePositions();
+  std::string defaultName() const;
+  /// The ids in iteration order.
+  std::vector<std::uint32_t> iterated() const;
+
+ private:
+  struct Run;
+
+  std::optional<std::uint32_t> allocate();
+  void free(std::uint32_t id);
+  void run(Task task);
+
+  void noteOrigin(Run& run);
+  void mergeOwnKeys(Run& run);
+  bool createIfMissing(Run& run);
+  void giveName(Run& run);
+  void mergeState(Run& run);
+  void callApply(Run& run);
+  void rollBack(Run& run);
+  void publishUndo(Run& run);
+  void placeAndStore(Run& run);
+  void place(Run& run);
+  void removeIfGone(Run& run);
+  void answer(const nv::message& request, nv::message reply);
+
+  void unlink(std::uint32_t id);
+  void link(std::uint32_t id, std::uint32_t before, bool writes);
+  std::size_t placeInOrder(std::uint32_t before) const;
+  std::size_t placeInStoreOrder(std::uint32_t id, std::uint32_t before) const;
+  void number(std::uint32_t id);
+  void set(std::uint32_t id, const nv::message& record);
+
+  std::deque<Task> tasks_;
+};
+
+}  // namespace test
