@@ -4,6 +4,7 @@
 
 #include "tools/confctl/elements.h"
 #include "tools/confctl/fields.h"
+#include "tools/confctl/run_command.h"
 #include "tools/confctl/undo_commands.h"
 #include "tools/confctl/words.h"
 
@@ -56,6 +57,7 @@ class Parser {
     addChangeCommands();
     addUndoCommand();
     addWatchCommand();
+    addRunCommand();
   }
 
   std::optional<CommandLine> parse(int argc, char** argv) {
@@ -88,7 +90,8 @@ class Parser {
         ->type_name("DIR")
         ->capture_default_str();
     addNumber(app_, "--timeout", line_.bus.timeout, "Milliseconds to wait for an answer (5000)");
-    auto* rights = addNumber(app_, "--rights", line_.bus.rights, "Rights to ask for (0x7fffffff)");
+    auto* rights = addNumber(app_, "--rights", line_.bus.rights, "Rights to ask for (0x7fffffff)")
+                       ->envname("CONFKIT_RIGHTS");
     app_.add_flag("--system", system_, "Ask as the system, with all rights the bus gives")
         ->excludes(rights);
     app_.add_flag("--json", line_.json, "One JSON object a line");
@@ -206,6 +209,16 @@ class Parser {
         ->type_name("FIELD");
   }
 
+  void addRunCommand() {
+    auto& sub = addCommand("run", "Run a script and show what it writes",
+                           [this](Client c) { runScript(c, service_, run_); });
+    sub.add_option("script", run_.words,
+                   "Its id or name, unless there is a source; arguments for it")
+        ->type_name("[SCRIPT] ARG");
+    sub.add_option("--source", run_.source, "Run this, for a service that runs what it is given")
+        ->type_name("TEXT");
+  }
+
   CLI::App app_;
   CommandLine line_;
   bool system_ = false;
@@ -215,6 +228,7 @@ class Parser {
   Place place_;
   bool dumpKeys_ = false, dumpMessages_ = false;
   WatchOptions watch_;
+  RunOptions run_;
   std::vector<std::string> words_;
   std::string record_;
 };
