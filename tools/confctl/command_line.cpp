@@ -34,6 +34,10 @@ constexpr const char* kFooter =
 Exit status: 0 done, 1 confctl failed, 2 bad command line (nothing was sent), 3 refused by the service,
 4 no such service or connection lost, 5 no answer in time.)";
 
+constexpr const char* kRunHelp =
+    R"(Behind the service: SCRIPT [ARG...], or with --source only [ARG...]. SCRIPT is an id or a name. These
+words are the script's, also when they look like options: those of confctl stand before "run".)";
+
 /// Reads the argument of an option into `out`.
 template <class Number>
 CLI::Option* addNumber(CLI::App& app, const std::string& option, Number& out,
@@ -209,14 +213,15 @@ class Parser {
         ->type_name("FIELD");
   }
 
+  /// From the script on every word is the script's, whatever it looks like.
   void addRunCommand() {
     auto& sub = addCommand("run", "Run a script and show what it writes",
                            [this](Client c) { runScript(c, service_, run_); });
-    sub.add_option("script", run_.words,
-                   "Its id or name, unless there is a source; arguments for it")
-        ->type_name("[SCRIPT] ARG");
     sub.add_option("--source", run_.source, "Run this, for a service that runs what it is given")
         ->type_name("TEXT");
+    sub.fallthrough(false)->prefix_command();
+    sub.footer(kRunHelp);
+    sub.parse_complete_callback([this, &sub] { run_.words = sub.remaining(); });
   }
 
   CLI::App app_;
