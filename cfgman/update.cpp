@@ -30,7 +30,7 @@ void releaseAll(const std::vector<CfgMan::ItemLink*>& links) {
 
 }  // namespace
 
-Update::Update(CfgMan& manager, UpdateTask task)
+Update::Update(CfgMan& manager, UpdateTask&& task)
     : life_(manager.watch()), manager_(manager), task_(std::move(task)) {}
 
 void Update::run() {
