@@ -5,6 +5,7 @@
 #include "bench/cfgman_bench.h"
 #include "bench/support/child.h"
 #include "bench/support/clients.h"
+#include "bench/support/no_refusals.h"
 #include "cfgman/notify_guard.h"
 #include "cfgman/subscription.h"
 #include "platform/service.h"
@@ -70,7 +71,7 @@ void guardedChange(Bars& bars) {
   constexpr unsigned kSubscribers = 1000;
   constexpr unsigned kFlags[] = {5, 4, 1};
   nv::testkit::Kit kit;
-  nv::setObserver(nullptr);
+  const NoRefusals watching;
   Manager manager(5);
   manager.send(nv::cmd::addObj, {{nv::key::objectId, 1}});
   manager.cm.mkSubscr = mkSubscrBasic;

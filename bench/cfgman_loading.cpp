@@ -5,6 +5,7 @@
 #include "bench/cfgman_bench.h"
 #include "bench/support/chain_file.h"
 #include "bench/support/clients.h"
+#include "bench/support/no_refusals.h"
 #include "testing/kit.h"
 #include "tests/support/temp_directory.h"
 
@@ -16,7 +17,7 @@ constexpr unsigned kTurns = 3;
 
 double load(const std::filesystem::path& file, std::size_t items) {
   nv::testkit::Kit kit(openChain(file));
-  nv::setObserver(nullptr);
+  const NoRefusals watching;
   Manager manager(5);
   const double time = timeOf([&] {
     manager.cm.setStore("chain", true);

@@ -5,6 +5,7 @@
 
 #include "bench/cfgman_bench.h"
 #include "bench/support/chain_file.h"
+#include "bench/support/no_refusals.h"
 #include "testing/kit.h"
 
 namespace bench {
@@ -59,7 +60,13 @@ class Crowd {
   CfgMan& cm() { return manager_.cm; }
 
  private:
-  std::uint32_t anyStored() { return 1 + static_cast<std::uint32_t>(random_()) % stored_; }
+  /// None of the present batch.
+  std::uint32_t anyStored() {
+    while (true) {
+      const std::size_t k = random_() % ids_.size();
+      if (ids_[k] <= stored_ && (k >= next_ || k + kBatch < next_)) return ids_[k];
+    }
+  }
 
   Manager manager_;
   std::uint32_t stored_;
@@ -92,7 +99,7 @@ void turn(nv::testkit::Kit& kit, Crowd& crowd, Times& times) {
 
 void compare(bool ordered, Bars& bars) {
   nv::testkit::Kit kit(std::make_unique<MadeUpStore>());
-  nv::setObserver(nullptr);
+  const NoRefusals watching;
   Crowd few(5, kFew, ordered), many(6, kMany, ordered);
   Times timesOfFew, timesOfMany;
   for (unsigned n = 0; n < kTurns; ++n) {
@@ -120,7 +127,7 @@ void runOfUnstored(Bars&) {
   constexpr std::uint32_t kStored = 1000;
   constexpr std::uint32_t kRun = 20000;
   nv::testkit::Kit kit(std::make_unique<MadeUpStore>());
-  nv::setObserver(nullptr);
+  const NoRefusals watching;
   Manager manager(5);
   manager.cm.setStore(std::to_string(kStored), true);
   manager.runAll();

@@ -6,6 +6,7 @@
 
 #include "bench/cfgman_bench.h"
 #include "bench/support/allocations.h"
+#include "bench/support/no_refusals.h"
 #include "message/merge.h"
 #include "testing/kit.h"
 
@@ -59,7 +60,7 @@ void copyAndMerge(const std::vector<nv::message>& commands, nv::message& config)
 
 void compare(const char* what, nv::message (*fields)(unsigned), Bars& bars) {
   nv::testkit::Kit kit;
-  nv::setObserver(nullptr);
+  const NoRefusals watching;
   Manager manager(kAddress);
   manager.cm.configIds = CfgMan().configIds;  // eight
   if (manager.cm.configIds.size() != kOwnKeys) std::abort();
