@@ -43,8 +43,10 @@ message AOmap::cmdGetAll(const message& request, std::uint32_t startId, std::uin
   if ((flags & nv::kDefaultCfgBit) != 0) reply.insert(nv::key::defaultCfg, getDefaultCfg());
 
   auto page = nv::pageFor(count);
+  message record;  // keeps its memory from object to object
   while (page.wantsMore() && obj != &head) {
-    message record{{nv::key::objectId, obj->id}};
+    record.clear();
+    record.insert(nv::key::objectId, obj->id);
     obj->getConfig(record, nv::clientFlags(flags));
     if (!page.take(record)) break;
     obj = obj->next;
