@@ -54,9 +54,7 @@ class Crowd {
   void move(std::uint32_t id) {
     manager_.send(nv::cmd::moveObj, {{nv::key::objectId, id}, {nv::key::nextId, anyStored()}});
   }
-  void remove(std::uint32_t id) {
-    manager_.send(nv::cmd::removeObj, {{nv::key::objectId, id}});
-  }
+  void remove(std::uint32_t id) { manager_.send(nv::cmd::removeObj, {{nv::key::objectId, id}}); }
   CfgMan& cm() { return manager_.cm; }
 
  private:
@@ -147,10 +145,10 @@ void runOfUnstored(Bars&) {
     }
     return fastest.time() * 1e6;
   };
-  std::printf("a stored item moves before a stored one: %.1f us, before the last of %u in a row "
-              "that are not stored: %.1f us, before the first: %.1f us\n",
-              moveBefore(kStored / 2 + 10), kRun, moveBefore(kStored + kRun),
-              moveBefore(kStored + 1));
+  std::printf(
+      "a stored item moves before a stored one: %.1f us, before the last of %u in a row "
+      "that are not stored: %.1f us, before the first: %.1f us\n",
+      moveBefore(kStored / 2 + 10), kRun, moveBefore(kStored + kRun), moveBefore(kStored + 1));
 }
 
 }  // namespace bench

@@ -84,8 +84,8 @@ void compare(const char* what, nv::message (*fields)(unsigned), Bars& bars) {
   std::printf("%s: task %.0f ns, %.2f allocations; copies and merges %.0f ns, %.2f allocations\n",
               what, task.time.time() * 1e9, task.allocations, peer.time.time() * 1e9,
               peer.allocations);
-  bars.atMost(std::string("task / copies and merges, ") + what,
-              task.time.time() / peer.time.time(), 12);
+  bars.atMost(std::string("task / copies and merges, ") + what, task.time.time() / peer.time.time(),
+              12);
 }
 
 }  // namespace

@@ -81,13 +81,13 @@ void compareGetAll(std::uint32_t count, std::size_t text, Bars& bars) {
     byRecord.take(timeOf([&] { copies.byRecord(); }));
   }
   const auto each = [&](const Fastest& f) { return f.time() * 1e9 / count; };
-  std::printf("%u objects, %zu bytes a record: get-all %.1f ns, memcpy of the pages %.1f ns, of "
-              "each record %.1f ns\n",
-              count, bytes / count, each(all), each(byPage), each(byRecord));
-  const auto what = std::to_string(count) + " objects of " + std::to_string(bytes / count) +
-                    " bytes, speed of get-all / memcpy of ";
-  bars.atLeast(what + "the pages", byPage.time() / all.time(), 0.3);
-  bars.atLeast(what + "each record", byRecord.time() / all.time(), 0.3);
+  std::printf(
+      "%u objects, %zu bytes a record: get-all %.1f ns, memcpy of the pages %.1f ns, of "
+      "each record %.1f ns\n",
+      count, bytes / count, each(all), each(byPage), each(byRecord));
+  bars.atLeast("speed of get-all / memcpy, " + std::to_string(count) + " objects of " +
+                   std::to_string(bytes / count) + " bytes",
+               byPage.time() / all.time(), 0.3);
 }
 
 }  // namespace

@@ -13,7 +13,9 @@ inline constexpr nv::u32_id kTag{0x11};
 inline constexpr nv::string_id kText{0x12};
 
 /// The text of object `n`, of 60 bytes.
-inline std::string textOf(std::uint32_t n) { return std::string(60, static_cast<char>('a' + n % 26)); }
+inline std::string textOf(std::uint32_t n) {
+  return std::string(60, static_cast<char>('a' + n % 26));
+}
 
 /// Record `id` of a chain 1, 2, ... `count`: of 150 bytes, for a manager and for an object map.
 inline nv::message chainRecord(std::uint32_t id, std::uint32_t count) {
