@@ -1,5 +1,6 @@
 // Managers, items and positions as text, for diagnostics.
 #include <ostream>
+#include <sstream>
 
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
@@ -108,6 +109,15 @@ void dumpManager(std::ostream& os, const CfgMan& manager, unsigned flags) {
 }
 
 }  // namespace
+
+nv::message CfgHandler::cmdDump(const nv::message& request) {
+  constexpr std::size_t kLongest = 1024 * 1024;
+  std::ostringstream text;
+  CfgMan::dump(text, request.get(nv::key::getFlags, 0));
+  nv::message reply;
+  reply.append(nv::key::about, text.view().substr(0, kLongest));
+  return reply;
+}
 
 std::list<CfgMan*>& liveManagers() {
   static std::list<CfgMan*> managers;

@@ -80,6 +80,7 @@ void StatefulGetall::Impl::armCleanup() {
 
 void StatefulGetall::Impl::end(const std::vector<State*>& states) {
   std::vector<LifeToken<State>::Watch> doomed;
+  doomed.reserve(states.size());
   for (const auto* const state : states) doomed.push_back(state->watch());
   for (const auto& one : doomed) {
     auto* const state = one.get();
