@@ -44,15 +44,14 @@ void measure(Cost& cost, Work work) {
   cost.allocations = static_cast<double>(allocations() - before) / kCommands;
 }
 
-/// Three copies of each command, and a merge over the eight keys of every manager into the
-/// configuration, with undo.
-void copyAndMerge(const std::vector<nv::message>& commands, nv::message& config) {
-  const CfgMan plain;
+/// Three copies of each command, and a merge over the keys into the configuration, with undo.
+void copyAndMerge(const std::vector<nv::message>& commands, const vset<unsigned>& keys,
+                  nv::message& config) {
   for (const auto& command : commands) {
     std::array<nv::message, 3> copies{command, command, command};
     benchmark::DoNotOptimize(copies);
     nv::message undo;
-    for (const auto uid : plain.configIds)
+    for (const auto uid : keys)
       benchmark::DoNotOptimize(nv::merge(config, command, &config, &undo, uid));
     benchmark::DoNotOptimize(undo);
   }
@@ -80,7 +79,7 @@ void compare(const char* what, nv::message (*fields)(unsigned), double mostAlloc
       }
       kit.settle();
     });
-    measure(peer, [&] { copyAndMerge(commands, config); });
+    measure(peer, [&] { copyAndMerge(commands, manager.cm.configIds, config); });
   }
   std::printf("%s: task %.0f ns, %.2f allocations; copies and merges %.0f ns, %.2f allocations\n",
               what, task.time.time() * 1e9, task.allocations, peer.time.time() * 1e9,
