@@ -10,8 +10,7 @@ namespace {
 constexpr unsigned kCleanupInterval = 100;
 
 bool beginsWith(const std::vector<std::uint32_t>& route, const std::vector<std::uint32_t>& prefix) {
-  return route.size() >= prefix.size() &&
-         std::equal(prefix.begin(), prefix.end(), route.begin());
+  return route.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), route.begin());
 }
 
 }  // namespace
