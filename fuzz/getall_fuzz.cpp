@@ -47,6 +47,9 @@ class State : public GetallState {
     add(record.flat());
   }
 
+  /// Deleted by the service itself, the destructor must not end this state another time.
+  bool isQuiet = false;
+
  private:
   Process& process_;
   const std::uint32_t number_;
@@ -165,7 +168,9 @@ class Process {
   }
   void end() {
     auto* const state = anyState();
-    if (state != nullptr && byte() < 128) delete state;
+    if (state == nullptr || byte() >= 128) return;
+    state->isQuiet = true;
+    delete state;
   }
   void endAll() {
     if ((byte() & 1) != 0)
@@ -223,7 +228,7 @@ State::State(Process& process) : process_(process), number_(++process.statesMade
 }
 State::~State() {
   process_.states.erase(std::find(process_.states.begin(), process_.states.end(), this));
-  process_.act();
+  if (!isQuiet) process_.act();
 }
 void State::more() { process_.act(); }
 void State::beforeReply(message&) { process_.actBeforeReply(); }

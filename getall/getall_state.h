@@ -20,7 +20,8 @@
 /// Made by `StatefulGetall::newState`, and ended by the owner when it is done and empty, when the
 /// client stops it or goes away. The service may delete it at any time; a request that waits then
 /// is not answered unless the destructor calls `done`. A destructor that the owner runs may end any
-/// iteration, and the owner: this one has left before. Event-loop thread only.
+/// iteration, and the owner, since this one has left before. One that the service runs must not end
+/// this one. Event-loop thread only.
 class CONFKIT_API GetallState {
  public:
   class Impl;
