@@ -50,10 +50,7 @@ GetallState::Impl::Impl(StatefulGetall* maker, std::vector<std::uint32_t> reques
   maker->impl->insert(*this);
 }
 
-GetallState::Impl::~Impl() {
-  if (backdoorCtorArg == this) backdoorCtorArg = nullptr;
-  leave();
-}
+GetallState::Impl::~Impl() { leave(); }
 
 void GetallState::Impl::leave() {
   timer.stop();

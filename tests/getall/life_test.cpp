@@ -153,8 +153,8 @@ TEST_F(GetallLife, StatesEndWithinEachOthersDestructors) {
       {"end the manager", [this] { cm.reset(); }},
   };
   const std::function<void()> beginnings[] = {
-      [this] { drop(); },
-      [this] { getall->handleCmd(stopRequest(kFirstState)); },
+      [this] { gone({5}); },
+      [this] { stop(kFirstState); },
       [this] { kit->advance(100); },
       [this] { getall.reset(); },
   };
