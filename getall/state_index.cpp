@@ -76,6 +76,7 @@ void StatefulGetall::Impl::armCleanup() {
 template <class IsMeant>
 void StatefulGetall::Impl::end(const States& states, IsMeant isMeant) {
   std::vector<LifeToken<State>::Watch> doomed;
+  doomed.reserve(states.size());
   for (const auto* const state : states) doomed.push_back(state->watch());
   for (const auto& one : doomed)
     if (auto* const state = one.get(); state != nullptr && state->isListed() && isMeant(*state))
