@@ -11,18 +11,6 @@
 
 namespace test {
 
-using OItem = TestElement<OObject>;
-
-inline OItem& item(OObject* obj) { return static_cast<OItem&>(*obj); }
-
-/// An item that is not in a map yet.
-inline OItem* makeOItem(std::uint32_t id, ElementConfig config = {}) {
-  auto* made = new OItem;
-  made->id = id;
-  made->config = std::move(config);
-  return made;
-}
-
 /// Hooks that are not set accept and do nothing. The log names the place that a hook is told of:
 /// "checkAdd 7>3" for before 3, "checkMove 7>end to 3". Everybody is allowed everything.
 class TestOmap : public AOmap {
