@@ -20,9 +20,7 @@ namespace {
 message refusal(unsigned code) { return nv::errorMsg(code, ""); }
 message refusal(ErrorText text) { return nv::failedMsg(nv::errorText(text)); }
 
-std::uint32_t positionOf(const message& request) {
-  return request.get(nv::key::nextId, nv::kNoId);
-}
+std::uint32_t positionOf(const message& request) { return request.get(nv::key::nextId, nv::kNoId); }
 
 }  // namespace
 

@@ -31,12 +31,12 @@ class AOmapIterator {
   Position at_;
 };
 
-/// Answers get one, set, add, remove, move, get all and get count for objects that stand in a user's
-/// order, and keeps the storable ones and their order in the store.
+/// Answers get one, set, add, remove, move, get all and get count for objects that stand in a
+/// user's order, and keeps the storable ones and their order in the store.
 ///
 /// A service derives from it, supplies its kind of object and its checks, calls `init()` once and
-/// registers the map with the event loop, as with `AMap`. What differs from `AMap`: every object has
-/// a place; hooks are told who stands behind it; nobody manages objects.
+/// registers the map with the event loop, as with `AMap`. What differs from `AMap`: every object
+/// has a place; hooks are told who stands behind it; nobody manages objects.
 ///
 /// The order is a circular list through `head`, a sentinel that is never in `objects`. In the store
 /// it is a chain that skips what is not storable:
@@ -44,11 +44,12 @@ class AOmapIterator {
 /// | record     | key::objectId | key::nextId, 0xffffffff: none | and                             |
 /// |------------|---------------|-------------------------------|---------------------------------|
 /// | 0xfffffffe | 0xfffffffe    | the first storable object     |                                 |
-/// | an object  | its id        | the next storable object      | configuration with nv::kStoreBit |
+/// | an object  | its id        | the next storable object      | configuration with nv::kStoreBit
+/// |
 ///
 /// A command checks first, changes second and tells last. Refused: the reply is an error, and
-/// objects, order, ids, dynamic marks and store are as they were. Accepted: the store (now, or at the
-/// next flush), the service's `obj...` hook, subscribers, the undo record, the reply.
+/// objects, order, ids, dynamic marks and store are as they were. Accepted: the store (now, or at
+/// the next flush), the service's `obj...` hook, subscribers, the undo record, the reply.
 ///
 /// Owns its objects and its store. Event-loop thread only. What the service supplies may call back
 /// into the map, also to add, move and remove objects, but must not remove the object that it is
@@ -71,13 +72,13 @@ class CONFKIT_API AOmap : public nv::Handler {
   /// when a user changes a dynamic object. Undone by a set of the earlier values.
   nv::message cmdSetObj(const nv::message& request, std::uint32_t id) override;
   /// A new object before the one that key::nextId names: `frontId()` stands for the front,
-  /// 0xffffffff or nothing for the end. Replies what `checkAdd` said and the id; err::noSuchPosition
-  /// for a position that names nothing; err::noSuchObject for an id outside the range; err::idInUse
-  /// for one that is taken, and when none is free. A new object is dynamic when the system asks for
-  /// it with key::dynamic; that mark ends with the process. Undone by a remove.
+  /// 0xffffffff or nothing for the end. Replies what `checkAdd` said and the id;
+  /// err::noSuchPosition for a position that names nothing; err::noSuchObject for an id outside the
+  /// range; err::idInUse for one that is taken, and when none is free. A new object is dynamic when
+  /// the system asks for it with key::dynamic; that mark ends with the process. Undone by a remove.
   nv::message cmdAddObj(const nv::message& request) override;
-  /// Replies what `checkRemove` said; err::noSuchObject; refused like a set. Undone by an add of the
-  /// whole configuration at the same place.
+  /// Replies what `checkRemove` said; err::noSuchObject; refused like a set. Undone by an add of
+  /// the whole configuration at the same place.
   nv::message cmdRemoveObj(const nv::message& request, std::uint32_t id) override;
   /// Puts the object elsewhere; the position is as in an add, but one that names nothing stands for
   /// the end. Replies what `checkMove` said; err::noSuchObject; err::badCommand for a move before
@@ -128,8 +129,8 @@ class CONFKIT_API AOmap : public nv::Handler {
   // The store. Without one all of these do nothing.
 
   /// Makes an object of the record `id` and puts it at the end of the order; returns the id of the
-  /// record that comes after it, 0xffffffff for none. One that `checkRestore` refuses is reported in
-  /// one line on the standard output and stays in the store. Requires: there is a store, and no
+  /// record that comes after it, 0xffffffff for none. One that `checkRestore` refuses is reported
+  /// in one line on the standard output and stays in the store. Requires: there is a store, and no
   /// object has this id.
   std::uint32_t restoreObj(std::uint32_t id);
   /// Writes the record of `obj`, or of `head`. Requires: there is a store.
@@ -189,8 +190,8 @@ class CONFKIT_API AOmap : public nv::Handler {
   /// not reached is told in one line on the standard output. Built-in objects added before should
   /// not be storable: they would begin the chain anew.
   ///
-  /// Two older layouts are read too, and rewritten: a head record without key::nextId that lists the
-  /// ids in a u32 array under key 1; and none, where the ids ascend.
+  /// Two older layouts are read too, and rewritten: a head record without key::nextId that lists
+  /// the ids in a u32 array under key 1; and none, where the ids ascend.
   virtual void init();
 
   // State. Services may read it; it is changed through the operations above.

@@ -191,8 +191,8 @@ std::uint32_t AOmap::restoreObj(std::uint32_t id) {
 }
 
 void AOmap::reportUnused() {
-  const auto unused = static_cast<std::int64_t>(store->count()) -
-                      static_cast<std::int64_t>(objects.size()) - 1;
+  const auto unused =
+      static_cast<std::int64_t>(store->count()) - static_cast<std::int64_t>(objects.size()) - 1;
   if (unused == 0) return;
   std::cout << "AOmap::init warning: store has " + std::to_string(unused) + " unused objects\n"
             << std::flush;

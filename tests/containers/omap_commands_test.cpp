@@ -51,12 +51,12 @@ TEST_F(AOmapCommands, AddPlacesTheObjectWhereTheRequestSays) {
   };
   const Case cases[] = {
       {0, kFront, "9 5 0 3"},  // the front even where an object has this id
-      {0, kEnd, "5 0 3 9"},    {0, 3, "5 0 9 3"},        {0, 5, "9 5 0 3"},
-      {3, 3, "9 5 0 3"},       {3, 0, "5 9 0 3"},        {77, 77, "9 5 0 3"},
-      {kEnd, kEnd, "9 5 0 3"},  // the front is asked before the end
+      {0, kEnd, "5 0 3 9"},   {0, 3, "5 0 9 3"},   {0, 5, "9 5 0 3"},       {3, 3, "9 5 0 3"},
+      {3, 0, "5 9 0 3"},      {77, 77, "9 5 0 3"}, {kEnd, kEnd, "9 5 0 3"},  // the front is asked
+                                                                             // before the end
   };
   for (const Case& c : cases) {
-    stores.clear();
+    startAnew();
     start("items", 0, 100);
     map->front = 77;
     addAll({5, 0, 3});
@@ -164,14 +164,18 @@ TEST_F(AOmapCommands, EachCommandTellsOnlyWhatTheElementWantsTold) {
     const char *added, *changed, *moved, *removed;
   };
   const Case cases[] = {
-      {{{field::isVolatile, true}}, "objAdded 1, notify 1", "objChanged 1, notify 1",
-       "objMoved 1, notify 1", "objRemoved 1, notify 1"},
+      {{{field::isVolatile, true}},
+       "objAdded 1, notify 1",
+       "objChanged 1, notify 1",
+       "objMoved 1, notify 1",
+       "objRemoved 1, notify 1"},
       {{{field::isSilent, true}},
        "store 1, store 2, objAdded 1, undo item added",
        "store 1, objChanged 1, undo item changed",
        "store 1, store 4294967294, store 2, objMoved 1, undo item moved",
        "unstore 1, store 4294967294, objRemoved 1, undo item removed"},
-      {{{field::isFinal, true}}, "store 1, store 2, objAdded 1, notify 1",
+      {{{field::isFinal, true}},
+       "store 1, store 2, objAdded 1, notify 1",
        "store 1, objChanged 1, notify 1",
        "store 1, store 4294967294, store 2, objMoved 1, notify 1",
        "unstore 1, store 4294967294, objRemoved 1, notify 1"},
@@ -261,8 +265,7 @@ TEST_F(AOmapCommands, SetKeepsTheChainWhereTheObjectBecomesStorableOrCeasesToBe)
       {true, true, "objChanged 1, notify 1", "head>2 2>4 4>end"},
   };
   for (const Case& c : cases) {
-    stores.clear();
-    start();
+    startAnew();
     addAll({2});
     add({{key::objectId, 3}, {field::isVolatile, true}});
     add({{key::objectId, 1}, {field::isVolatile, c.before}});
@@ -386,8 +389,7 @@ TEST_F(AOmapCommands, MovePlacesTheObjectWhereTheRequestSays) {
       {4, kEnd, "4>end to end", "1 2 3 4", "store 4, store 3, store 3, "},
   };
   for (const Case& c : cases) {
-    stores.clear();
-    start();
+    startAnew();
     addAll({1, 2, 3, 4});
     map->onCheckMove = [](OObject*, OObject*, OObject*) { return message{{field::number, 99}}; };
     EXPECT_EQ(ask(cmd::moveObj, {{key::objectId, c.id}, {key::nextId, c.position}}),
@@ -396,10 +398,9 @@ TEST_F(AOmapCommands, MovePlacesTheObjectWhereTheRequestSays) {
     EXPECT_EQ(line(), std::string("checkMove ") + c.check + ", " + c.stores + "objMoved " + id +
                           ", notify " + id + ", undo item moved, reply");
     EXPECT_EQ(order(), c.order);
-    EXPECT_EQ(kit->seen().undos[0].undo,
-              message({{key::command, cmd::moveObj},
-                       {key::objectId, c.id},
-                       {key::nextId, c.id == 4 ? kEnd : c.id + 1}}));
+    EXPECT_EQ(kit->seen().undos[0].undo, message({{key::command, cmd::moveObj},
+                                                  {key::objectId, c.id},
+                                                  {key::nextId, c.id == 4 ? kEnd : c.id + 1}}));
     const std::string moved = order();
     restart();
     EXPECT_EQ(order(), moved);

@@ -28,8 +28,8 @@ inline nv::testkit::Requester userWithRights(std::uint32_t rights) {
   return {{0xcfff0001}, rights};
 }
 
-/// `Container` is made from the recorder of all calls and the arguments of `startWith`, the first of
-/// which names its store.
+/// `Container` is made from the recorder of all calls and the arguments of `startWith`, the first
+/// of which names its store.
 template <class Container>
 class ContainerTest : public ::testing::Test {
  protected:
@@ -90,6 +90,12 @@ class MapTest : public ContainerTest<Container> {
   void start(std::string_view storeName = "items", std::uint32_t minId = 1,
              std::uint32_t maxId = 100) {
     Base::startWith(storeName, minId, maxId);
+  }
+  /// The same with nothing stored yet.
+  void startAnew() {
+    Base::stop();
+    stores.clear();
+    start();
   }
   void restart() {
     start();

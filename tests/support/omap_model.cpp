@@ -109,8 +109,7 @@ message AOmapModel::move(const message& request) {
   say("checkMove " + std::to_string(id) + '>' + nextWord(indexOf(id) + 1) + " to " +
       nextWord(place));
   const ElementConfig& config = objects.at(id);
-  const message undo{
-      {key::command, cmd::moveObj}, {key::objectId, id}, {key::nextId, nextOf(id)}};
+  const message undo{{key::command, cmd::moveObj}, {key::objectId, id}, {key::nextId, nextOf(id)}};
   moveTo(place, id);
   say("objMoved", id);
   announce(id, config);

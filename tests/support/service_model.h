@@ -43,6 +43,8 @@ inline nv::message difference(const ElementConfig& before, const ElementConfig& 
   return m;
 }
 
-inline bool isUndoable(const ElementConfig& config) { return !config.isFinal && !config.isVolatile; }
+inline bool isUndoable(const ElementConfig& config) {
+  return !config.isFinal && !config.isVolatile;
+}
 
 }  // namespace test
