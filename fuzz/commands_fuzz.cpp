@@ -2,36 +2,14 @@
 // list of commands: a code, a user, a number of fields; a field is a key and a value.
 #include <iterator>
 
+#include "fuzz/input.h"
 #include "fuzz/text_process.h"
 
 namespace {
 
 using namespace nv;
 
-/// Takes numbers from the input; zero when it is used up.
-class Input {
- public:
-  Input(const unsigned char* data, std::size_t size) : bytes_(data, size) {}
-
-  bool empty() const { return bytes_.empty(); }
-  unsigned byte() {
-    if (bytes_.empty()) return 0;
-    const unsigned value = bytes_[0];
-    bytes_ = bytes_.subspan(1);
-    return value;
-  }
-  /// Small, or close to the largest, or anything.
-  unsigned number() {
-    const unsigned first = byte();
-    if (first < 0xe0) return first;
-    if (first < 0xf0) return 0xffffffef + (first & 0xf) + 1;
-    return byte() | byte() << 8 | byte() << 16 | byte() << 24;
-  }
-  std::string text() { return std::string(byte(), static_cast<char>(byte())); }
-
- private:
-  byte_view bytes_;
-};
+using fuzz::Input;
 
 constexpr u32_id kNumbers[] = {key::objectId,    key::startId,   key::maxCount, key::getFlags,
                                key::rights,      key::managedId, key::absent,   key::replyMarker,

@@ -1,0 +1,36 @@
+/// What a fuzz target reads its commands from.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "platform/flat_message.h"
+
+namespace fuzz {
+
+/// Takes numbers from the input; zero when it is used up.
+class Input {
+ public:
+  Input(const unsigned char* data, std::size_t size) : bytes_(data, size) {}
+
+  bool empty() const { return bytes_.empty(); }
+  unsigned byte() {
+    if (bytes_.empty()) return 0;
+    const unsigned value = bytes_[0];
+    bytes_ = bytes_.subspan(1);
+    return value;
+  }
+  /// Small, or close to the largest, or anything.
+  unsigned number() {
+    const unsigned first = byte();
+    if (first < 0xe0) return first;
+    if (first < 0xf0) return 0xffffffef + (first & 0xf) + 1;
+    return byte() | byte() << 8 | byte() << 16 | byte() << 24;
+  }
+  std::string text() { return std::string(byte(), static_cast<char>(byte())); }
+
+ private:
+  nv::byte_view bytes_;
+};
+
+}  // namespace fuzz
