@@ -271,6 +271,7 @@ TEST_F(AOmapStore, KeepsTheChainWhenElementsChangeTheOrderWhileTheyAreWritten) {
     EXPECT_EQ(order(), "3 5 4 2");
     map->setAutoStore(true);
     EXPECT_EQ(chain(), "head>3 3>5 5>2 2>end");
+    Element::onGet = {};
   }
 }
 

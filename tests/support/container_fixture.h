@@ -34,6 +34,10 @@ template <class Container>
 class ContainerTest : public ::testing::Test {
  protected:
   ~ContainerTest() override {
+    // They hold what was local to the test.
+    Element::onGet = {};
+    Element::onSet = {};
+    Element::onDelete = {};
     stop();
     Element::reset();
   }
