@@ -237,11 +237,14 @@ TEST_F(AHolderTest, GivesEachPartyAnEntryOfItsOwnThatComesAndGoes) {
       {{{key::managedId, 3}, {key::absent, 77}, {field::number, 8}}, "7:5 0:4"},
       {{{key::managedId, 0}, {key::absent, 1}}, "7:5"},
   };
+  message applied;
+  Element::onSet = [&](Object&, const message& in, std::uint32_t) { applied = in; };
   for (const auto& step : steps) {
     set(step.fields);
     EXPECT_EQ(line(), "checkChange, objChanged, store 0, notify 4294967295, reply");
     EXPECT_EQ(parties(), step.parties);
     EXPECT_EQ(object().config, ElementConfig());
+    EXPECT_EQ(applied.has(key::managedConfigs), *step.parties != '\0');
     EXPECT_EQ(record().has(key::managedConfigs), *step.parties != '\0');
   }
   EXPECT_EQ(message(object().managed[0]).get(field::text), "seven");  // merged, not replaced
