@@ -10,8 +10,8 @@
 #include "platform/handler.h"
 
 /// Brings every command to the manager's `doCmd`, and tells subscribers what each update changed.
-/// Made by `CfgMan::setHandler` and deleted with the manager; deleted earlier, it leaves the manager
-/// without a handler.
+/// Made by `CfgMan::setHandler` and deleted with the manager; deleted earlier, it leaves the
+/// manager without a handler.
 class CONFKIT_API CfgHandler : public nv::Handler, public CfgMan::Link {
  public:
   explicit CfgHandler(CfgMan* manager) : manager_(manager) {}
@@ -29,6 +29,9 @@ class CONFKIT_API CfgHandler : public nv::Handler, public CfgMan::Link {
   std::uint32_t objectCount() override;
   void flushNotifies() override;
   std::uint32_t subscriberFlags(const nv::message& req, void* cookie) override;
+  /// `CfgMan::dump`, of all managers of the process, with the request's get flags, default 0. What
+  /// goes beyond 1 MiB is left out.
+  nv::message cmdDump(const nv::message& request) override;
 
   /// Marks the item for the plain subscribers, then for each subscription that it interests as it
   /// was or as it is.

@@ -25,8 +25,8 @@ class NameIndex;
 struct UpdateTask;
 
 /// Keeps items, each with a configuration and a state message; answers the commands of its handler;
-/// applies each change as a task of its own; keeps the user's order, ids, names and the store; tells
-/// subscribers; mirrors other handlers.
+/// applies each change as a task of its own; keeps the user's order, ids, names and the store;
+/// tells subscribers; mirrors other handlers.
 ///
 ///     CfgMan vlans;
 ///     vlans.namePrefix = "vlan";
@@ -38,15 +38,16 @@ struct UpdateTask;
 ///     vlans.setHandler(5);
 ///     vlans.setStore("vlans", true);
 ///
-/// A change takes effect in this order: own keys merged, id and item made, name given, state merged,
-/// `apply`, undo record, observers (which mark the object for subscribers), place in the order, store,
-/// reply. When `apply` refuses, the item, its state and the store are as they were; only the texts in
-/// `Item::about` are gone. Updates follow one another: one whose turn comes while another is under way
-/// (a hook that runs the runner, a runner that calls at once) is carried out right after that.
+/// A change takes effect in this order: own keys merged, id and item made, name given, state
+/// merged, `apply`, undo record, observers (which mark the object for subscribers), place in the
+/// order, store, reply. When `apply` refuses, the item, its state and the store are as they were;
+/// only the texts in `Item::about` are gone. Updates follow one another: one whose turn comes while
+/// another is under way (a hook that runs the runner, a runner that calls at once) is carried out
+/// right after that.
 ///
-/// Only keys in `configIds` and `stateIds` are kept; a service adds its own before the first change.
-/// A callback may be empty unless it says otherwise, and may call the manager, post updates and
-/// replace itself. It may even delete the manager; what is queued then does nothing.
+/// Only keys in `configIds` and `stateIds` are kept; a service adds its own before the first
+/// change. A callback may be empty unless it says otherwise, and may call the manager, post updates
+/// and replace itself. It may even delete the manager; what is queued then does nothing.
 ///
 /// Owns its items (but those with a cookie), store, allocator and handler. Event-loop thread only.
 class CONFKIT_API CfgMan {
@@ -114,7 +115,8 @@ class CONFKIT_API CfgMan {
   /// `fillItemMsg` and the item's `about` texts add, its id and, when ordered, the id of the next.
   /// With kConfigOnlyBit in `flags` only configuration, id and next id.
   nv::message getMsg(Item* item, unsigned flags);
-  /// The name that a new nameless object would get: `namePrefix` and a number one above the highest.
+  /// The name that a new nameless object would get: `namePrefix` and a number one above the
+  /// highest.
   std::string generateDefaultName();
   /// Numbers the items along the order, 2 apart, if they are not numbered rightly already.
   void updatePositions();
@@ -126,9 +128,9 @@ class CONFKIT_API CfgMan {
 
   /// Answers reads at once through `doGet` and queues changes; other codes go to nv::Handler.
   /// Replies to changes: key::objectId and what `apply` put into the reply; err::noSuchObject for a
-  /// change of an object that is not there; err::idInUse when the id is claimed though no object has
-  /// it (see `setAllocator`), and when none is free; the error of `apply` with key::objectId. An add
-  /// of an object that is there changes it.
+  /// change of an object that is not there; err::idInUse when the id is claimed though no object
+  /// has it (see `setAllocator`), and when none is free; the error of `apply` with key::objectId.
+  /// An add of an object that is there changes it.
   void defDoCmd(const nv::message& cmd);
   /// Answers get, get one, get all and get count, for clients (`cmd` is theirs) and for
   /// notifications (`cmd` is empty). Of an object that is not there: err::noSuchItem, for the start
@@ -159,7 +161,8 @@ class CONFKIT_API CfgMan {
   std::function<void(CfgMan*, Item*, nv::message& out, std::uint32_t flags)> fillItemMsg;
   /// Makes a changed configuration take effect, or refuses it with an error in `reply`. `cfg` is
   /// the new one and may be changed, the item still holds the old one; `keys` are the UIds that
-  /// changed. Changes to `cfg` are kept only when configuration keys are among them. Called when a configuration key changed, a name was given, or the update brought keys.
+  /// changed. Changes to `cfg` are kept only when configuration keys are among them. Called when a
+  /// configuration key changed, a name was given, or the update brought keys.
   std::function<void(CfgMan*, Item*, nv::message& cfg, vset<unsigned>& keys, nv::message& reply)>
       apply;
   /// The same for those who want the new configuration in the item. Not called when `apply` is set.

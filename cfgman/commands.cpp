@@ -1,4 +1,6 @@
 // Commands of a manager, and the message of one object.
+#include "platform/commands.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -10,7 +12,6 @@
 #include "cfgman/iterator.h"
 #include "message/equal.h"
 #include "message/merge.h"
-#include "platform/commands.h"
 #include "platform/errors.h"
 #include "platform/page.h"
 

@@ -1,5 +1,6 @@
 // Managers, items and positions as text, for diagnostics.
 #include <ostream>
+#include <sstream>
 
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
@@ -74,7 +75,8 @@ void dumpAllocator(std::ostream& os, const CfgMan& manager) {
 }
 
 void dumpParts(std::ostream& os, const CfgMan& manager) {
-  if (manager.store) os << "    store: " << (manager.store->firstTime() ? "firstTime " : "") << '\n';
+  if (manager.store)
+    os << "    store: " << (manager.store->firstTime() ? "firstTime " : "") << '\n';
   if (manager.handler) os << "    handler: \n";
   for (const auto& remote : manager.remotes)
     os << "    remote: " << (remote.loaded ? " loaded" : "") << '\n';
@@ -107,6 +109,15 @@ void dumpManager(std::ostream& os, const CfgMan& manager, unsigned flags) {
 }
 
 }  // namespace
+
+nv::message CfgHandler::cmdDump(const nv::message& request) {
+  constexpr std::size_t kLongest = 1024 * 1024;
+  std::ostringstream text;
+  CfgMan::dump(text, request.get(nv::key::getFlags, 0));
+  nv::message reply;
+  reply.append(nv::key::about, text.view().substr(0, kLongest));
+  return reply;
+}
 
 std::list<CfgMan*>& liveManagers() {
   static std::list<CfgMan*> managers;

@@ -60,9 +60,9 @@ class CONFKIT_API ItemOrder {
 
  private:
   template <OrdNode::Hook OrdNode::*hook>
-  using List = boost::intrusive::list<
-      OrdNode, boost::intrusive::member_hook<OrdNode, OrdNode::Hook, hook>,
-      boost::intrusive::constant_time_size<false>>;
+  using List =
+      boost::intrusive::list<OrdNode, boost::intrusive::member_hook<OrdNode, OrdNode::Hook, hook>,
+                             boost::intrusive::constant_time_size<false>>;
 
   List<&OrdNode::node> all_;
   List<&OrdNode::snode> stored_;

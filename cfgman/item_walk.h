@@ -6,8 +6,8 @@
 #include "cfgman/cfgman.h"
 #include "cfgman/iterator.h"
 
-/// Goes on from the present item while that is there. From one that was removed meanwhile it goes on
-/// to the next higher id, in an ordered manager to the item that stood behind it when it was
+/// Goes on from the present item while that is there. From one that was removed meanwhile it goes
+/// on to the next higher id, in an ordered manager to the item that stood behind it when it was
 /// reached. Ends with the manager.
 class ItemWalk {
  public:

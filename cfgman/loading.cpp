@@ -24,8 +24,8 @@ void CfgMan::setStore(const std::string& name, bool isOrdered) {
 /// One task a record: a large store does not keep the loop from its other work for long.
 void CfgMan::setStoreImpl(const std::string&) {
   const auto& ids = store->ids();
-  const auto found = ordered ? loadingOrder(*store)
-                             : std::vector<std::uint32_t>(ids.begin(), ids.end());
+  const auto found =
+      ordered ? loadingOrder(*store) : std::vector<std::uint32_t>(ids.begin(), ids.end());
   storeUnread_ = false;
   recordsLeft_ = found.size();
   if (found.empty()) return storeRead();

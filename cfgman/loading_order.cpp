@@ -17,7 +17,9 @@ class Unchaining {
   /// A record and the one that it names.
   struct Step {
     std::uint32_t next, id;
-    auto operator<=>(const Step&) const = default;
+    bool operator<(const Step& other) const {
+      return next != other.next ? next < other.next : id < other.id;
+    }
   };
 
   void take(std::uint32_t id);

@@ -62,7 +62,8 @@ bool NameIndex::isTrue(const Entry& entry) const {
 
 std::string NameIndex::nextName() {
   if (prefix_ != manager_.namePrefix) build();
-  while (!entries_.empty() && !isTrue(*entries_.rbegin())) entries_.erase(std::prev(entries_.end()));
+  while (!entries_.empty() && !isTrue(*entries_.rbegin()))
+    entries_.erase(std::prev(entries_.end()));
   std::string name = *prefix_ + (entries_.empty() ? "0" : entries_.rbegin()->digits);
   increment(name, prefix_->size());
   return name;

@@ -11,8 +11,8 @@
 /// The names made of a manager's prefix and digits, greatest last, so that a default name costs
 /// O(log n). Built with the first name asked for, and anew when the prefix has changed.
 ///
-/// An item counts as long as an iteration over the manager meets it. Whoever changes its name or its
-/// place in the order calls `remove` before and `add` after.
+/// An item counts as long as an iteration over the manager meets it. Whoever changes its name or
+/// its place in the order calls `remove` before and `add` after.
 class NameIndex {
  public:
   explicit NameIndex(CfgMan& manager) : manager_(manager) {}

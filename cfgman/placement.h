@@ -7,8 +7,8 @@
 
 class ItemOrder;
 
-/// Moves one item during an update, keeps the stored chain, and posts the updates by which the state
-/// of the item before it names the one that now follows.
+/// Moves one item during an update, keeps the stored chain, and posts the updates by which the
+/// state of the item before it names the one that now follows.
 ///
 /// The chain: record 0xfffffffe holds in key::nextId the id of the first stored item (0xffffffff:
 /// none), and the configuration of each stored item holds there the id of the next; the last one

@@ -25,9 +25,7 @@ void keepLoopAwake() {
 
 }  // namespace
 
-void CfgMan::RunTask::post(Task task) {
-  (running ? deferred : pending).push_back(std::move(task));
-}
+void CfgMan::RunTask::post(Task task) { (running ? deferred : pending).push_back(std::move(task)); }
 
 bool CfgMan::RunTask::run() {
   if (pending.empty()) return false;

@@ -13,6 +13,7 @@
 /// Runs tasks one at a time, in the order in which they were posted. Not owned by the managers that
 /// use it, and outlives them. Who makes a runner of his own calls `run` himself; the process-wide
 /// one is run by the event loop, one pending task in each pass.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): see the pragma
 class CONFKIT_API CfgMan::RunTask {
  public:
   using Task = std::function<void()>;

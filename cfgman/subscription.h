@@ -6,8 +6,8 @@
 #include "cfgman/cfgman.h"
 
 /// What a subscriber wants to hear of and how. A service derives from it to filter, and makes it in
-/// `CfgMan::mkSubscr`. Owned by the manager's handler from then on, which alone deletes it: when the
-/// subscriber goes, or with itself.
+/// `CfgMan::mkSubscr`. Owned by the manager's handler from then on, which alone deletes it: when
+/// the subscriber goes, or with itself.
 class CONFKIT_API CfgMan::Subscription {
  public:
   Subscription(const nv::message& req, std::uint32_t getFlags) : flags(getFlags), request(req) {}
@@ -16,9 +16,9 @@ class CONFKIT_API CfgMan::Subscription {
   Subscription(const Subscription&) = delete;
   Subscription& operator=(const Subscription&) = delete;
 
-  /// Whether the subscriber wants to hear of object `id`, of which `msg` is the configuration (after
-  /// an update) or what the subscriber would get (around a NotifyGuard). Called for the object
-  /// before and after each change; either one will do. The base says yes.
+  /// Whether the subscriber wants to hear of object `id`, of which `msg` is the configuration
+  /// (after an update) or what the subscriber would get (around a NotifyGuard). Called for the
+  /// object before and after each change; either one will do. The base says yes.
   virtual bool interesting(unsigned id, const nv::message& msg);
   /// The subscriber reads too slowly: until `resumed` it is told of a changed object once.
   virtual void stalled();

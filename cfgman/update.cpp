@@ -228,9 +228,8 @@ void Update::tellObservers() {
   for (auto* const link : observers) {
     const auto& present = manager_.links;
     if (std::find(present.begin(), present.end(), link) == present.end()) continue;
-    withNewConfig([&] {
-      link->update(item_, cfg_, item_->config, oldState_, item_->state, changed_);
-    });
+    withNewConfig(
+        [&] { link->update(item_, cfg_, item_->config, oldState_, item_->state, changed_); });
     if (life_.gone()) return;
   }
 }

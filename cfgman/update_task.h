@@ -5,8 +5,8 @@
 
 #include "cfgman/cfgman.h"
 
-/// What an update brings. Queued by value: it names its item by id, since anything may have happened
-/// to the item until its turn comes.
+/// What an update brings. Queued by value: it names its item by id, since anything may have
+/// happened to the item until its turn comes.
 struct UpdateTask {
   enum class Source {
     outside,    ///< a command, a remote, the service

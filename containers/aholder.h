@@ -19,8 +19,8 @@
 ///       Identity() : AHolder("identity") {}
 ///       Object* newObject() override { return new Settings; }
 ///       void copyObject(Object* dst, Object* src) override { settings(dst) = settings(src); }
-///       nv::message checkChange(Object* old, Object* obj) override { return check(settings(obj)); }
-///       void objChanged(Object* old, Object* obj) override { use(settings(obj)); }
+///       nv::message checkChange(Object* old, Object* obj) override { return check(settings(obj));
+///       } void objChanged(Object* old, Object* obj) override { use(settings(obj)); }
 ///     };
 ///
 /// A set that is refused leaves object and store as they were. Accepted, in this order: the

@@ -6,11 +6,11 @@
 #include <set>
 #include <string_view>
 
-#include "platform/id_map.h"
 #include "containers/object.h"
 #include "platform/allocator.h"
 #include "platform/export.h"
 #include "platform/handler.h"
+#include "platform/id_map.h"
 #include "platform/store.h"
 
 /// A position in the objects of an AMap: one object, or the end. Valid while its object is in the

@@ -23,9 +23,7 @@ inline std::uint32_t clientFlags(std::uint32_t flags) { return flags & ~kStoreBi
 inline constexpr std::uint32_t kPageRecords = 1000;
 inline constexpr std::size_t kPageBytes = 16384;
 
-inline Page pageFor(std::uint32_t count) {
-  return {std::min(count, kPageRecords), kPageBytes};
-}
+inline Page pageFor(std::uint32_t count) { return {std::min(count, kPageRecords), kPageBytes}; }
 
 /// For whom a request speaks, or who manages a stored element; kNoId: nobody.
 inline std::uint32_t managedIdOf(const message& m) { return m.get(key::managedId, kNoId); }

@@ -8,7 +8,6 @@
 namespace {
 
 using namespace nv;
-
 using fuzz::Input;
 
 constexpr u32_id kNumbers[] = {key::objectId,    key::startId,   key::maxCount, key::getFlags,

@@ -1,10 +1,10 @@
-/// What a fuzz target reads its commands from.
+/// The bytes that a fuzz target is fed, as numbers and texts.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
-#include "platform/flat_message.h"
+#include "platform/message.h"
 
 namespace fuzz {
 
@@ -25,9 +25,14 @@ class Input {
     const unsigned first = byte();
     if (first < 0xe0) return first;
     if (first < 0xf0) return 0xffffffef + (first & 0xf) + 1;
-    return byte() | byte() << 8 | byte() << 16 | byte() << 24;
+    unsigned any = 0;
+    for (unsigned k = 0; k < 4; ++k) any |= byte() << (8 * k);
+    return any;
   }
-  std::string text() { return std::string(byte(), static_cast<char>(byte())); }
+  std::string text() {
+    const unsigned length = byte();
+    return std::string(length, static_cast<char>(byte()));
+  }
 
  private:
   nv::byte_view bytes_;

@@ -1,21 +1,17 @@
 /// The process that the fuzz targets of the bus torment: an object map of texts on the testing kit.
 #pragma once
 
-#include <cstdlib>
 #include <iostream>
 #include <map>
 #include <string>
 
+#include "fuzz/require.h"
 #include "testing/kit.h"
 #include "tests/support/text_map.h"
 
 namespace fuzz {
 
 inline constexpr std::uint32_t kAddress = 100;
-
-inline void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 /// One life of the process. Lives on one set of stores follow one another.
 class TextProcess {

@@ -5,21 +5,21 @@
 #include "platform/flat_message.h"
 #include "platform/message.h"
 
-/// What a service derives from to deliver records that are not at hand when a client asks: they come
-/// over time, and each waiting request is answered with those that have come so far.
+/// What a service derives from to deliver records that are not at hand when a client asks: they
+/// come over time, and each waiting request is answered with those that have come so far.
 ///
 ///     class Neighbours : public GetallState {
 ///       void more() override { reader_.next([this](auto record) { add(std::move(record)); }); }
 ///       ...
 ///     };
 ///
-/// A request is answered when more than a reply's worth of records is pending, 10 ms after the first
-/// record came, 100 ms after it arrived, when `done` is called, or when another request comes. A
-/// reply names this iteration in key::startId until everything is delivered.
+/// A request is answered when more than a reply's worth of records is pending, 10 ms after the
+/// first record came, 100 ms after it arrived, when `done` is called, or when another request
+/// comes. A reply names this iteration in key::startId until everything is delivered.
 ///
 /// Made by `StatefulGetall::newState`, and ended by the owner when it is done and empty, when the
-/// client stops it or goes away. The service may delete it at any time; a request that waits then is
-/// not answered. Event-loop thread only.
+/// client stops it or goes away. The service may delete it at any time; a request that waits then
+/// is not answered. Event-loop thread only.
 class CONFKIT_API GetallState {
  public:
   class Impl;
@@ -29,7 +29,8 @@ class CONFKIT_API GetallState {
   GetallState(const GetallState&) = delete;
   GetallState& operator=(const GetallState&) = delete;
 
-  /// A request waits and there is room: now, or later, the service may `add` records or call `done`.
+  /// A request waits and there is room: now, or later, the service may `add` records or call
+  /// `done`.
   virtual void more();
   /// A reply is about to be sent; the service may add keys of its own.
   virtual void beforeReply(nv::message& reply);

@@ -10,8 +10,7 @@ namespace {
 constexpr unsigned kCleanupInterval = 100;
 
 bool beginsWith(const std::vector<std::uint32_t>& route, const std::vector<std::uint32_t>& prefix) {
-  return route.size() >= prefix.size() &&
-         std::equal(prefix.begin(), prefix.end(), route.begin());
+  return route.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), route.begin());
 }
 
 }  // namespace
@@ -81,6 +80,7 @@ void StatefulGetall::Impl::armCleanup() {
 
 void StatefulGetall::Impl::end(const std::vector<State*>& states) {
   std::vector<LifeToken<State>::Watch> doomed;
+  doomed.reserve(states.size());
   for (const auto* const state : states) doomed.push_back(state->watch());
   for (const auto& one : doomed) {
     auto* const state = one.get();

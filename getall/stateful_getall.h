@@ -14,9 +14,9 @@
 
 class ItemWalk;
 
-/// Attached to a configuration manager, it answers that manager's reads: get one, get count, and get
-/// all, which goes through the items page by page and then on through a `GetallState`, by which the
-/// service delivers further records over time.
+/// Attached to a configuration manager, it answers that manager's reads: get one, get count, and
+/// get all, which goes through the items page by page and then on through a `GetallState`, by which
+/// the service delivers further records over time.
 ///
 ///     class Connections : public StatefulGetall {
 ///       GetallState* newState(const nv::message&) override { return new SocketReader; }

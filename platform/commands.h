@@ -28,6 +28,9 @@ inline constexpr unsigned unsubscribe = 0xfe0011;
 inline constexpr unsigned describe = 0xfe0012;
 /// The last undo records of the handler, newest first.
 inline constexpr unsigned getUndo = 0xfe0016;
+/// What the handler holds, as text for whoever looks for a fault, in `key::about`; `key::getFlags`
+/// says how much of it, in the handler's own bits. Needs a right: it shows addresses of memory.
+inline constexpr unsigned dump = 0xfe0017;
 
 /// Whether a command with this code asks for a change of configuration.
 constexpr bool isChange(unsigned code) {

@@ -81,6 +81,10 @@ class CONFKIT_API Handler {
   /// policies::is_allowed.
   virtual bool isAllowed(const message& request) const;
 
+  /// Answers {key::about = [text]}: what the handler holds, for diagnosis. The base answers
+  /// err::badCommand.
+  virtual message cmdDump(const message& request);
+
   /// Sends `reply` to who sent `request`. Sets its key::route from the request when the reply has
   /// none; without a requester the reply is dropped. The reply leaves the process when everything
   /// that was stored by the same turn of the loop is on disk.

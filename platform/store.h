@@ -30,8 +30,8 @@ class CONFKIT_API Store {
   Store& operator=(const Store&) = delete;
 
   /// The record under `id`, an empty message when there is none. Reads the disk unless the record
-  /// was changed since the last commit, and then may wait for a commit that is under way. The process
-  /// ends when the disk cannot be read (see Looper).
+  /// was changed since the last commit, and then may wait for a commit that is under way. The
+  /// process ends when the disk cannot be read (see Looper).
   message get(std::uint32_t id) const;
   void set(std::uint32_t id, const message& record);
   /// No effect when there is no such record.

@@ -14,9 +14,9 @@
 
 namespace nv {
 
-/// Which script to run when something happens, with which fixed arguments, and under whose rights. A
-/// value that a configuration object embeds: it reads and writes a configuration message of its own,
-/// guards who may change it, and sends the run request to the script service.
+/// Which script to run when something happens, with which fixed arguments, and under whose rights.
+/// A value that a configuration object embeds: it reads and writes a configuration message of its
+/// own, guards who may change it, and sends the run request to the script service.
 ///
 /// | key | type          | field    | written when                       |
 /// |-----|---------------|----------|------------------------------------|
@@ -39,10 +39,11 @@ class CONFKIT_API InvokeScript {
   /// The configuration message; empty when there is no script.
   message toCfg() const;
 
-  /// Applies what a client wants. Refused, with false and nothing changed, when `cfg` names a script
-  /// both by id and by source (err::badCommand), when it speaks of rights or origin, and when a
-  /// source script is involved whose rights go beyond `callerRights` (both err::scriptRights). The
-  /// error is written to `*reply` unless that is an empty message or `reply` is null.
+  /// Applies what a client wants. Refused, with false and nothing changed, when `cfg` names a
+  /// script both by id and by source (err::badCommand), when it speaks of rights or origin, and
+  /// when a source script is involved whose rights go beyond `callerRights` (both
+  /// err::scriptRights). The error is written to `*reply` unless that is an empty message or
+  /// `reply` is null.
   ///
   /// A script by id runs with the rights and the name of whoever set it last. One by source keeps
   /// the rights and the origin that were there, so nobody gains rights by editing it; a new one has
@@ -56,8 +57,8 @@ class CONFKIT_API InvokeScript {
   /// Sends the run request and awaits no answer. Nothing when there is no script.
   void run(std::vector<flat_message> callArgs) const;
   void run() const { run({}); }
-  /// Sends the run request; `done` gets the answer, or err::timedOut after `kAnswerTimeout`. Without
-  /// a script `done` gets an empty message before this returns.
+  /// Sends the run request; `done` gets the answer, or err::timedOut after `kAnswerTimeout`.
+  /// Without a script `done` gets an empty message before this returns.
   Post post(std::vector<flat_message> callArgs, std::function<void(const message&)> done) const;
   Post post(std::function<void(const message&)> done) const { return post({}, std::move(done)); }
 

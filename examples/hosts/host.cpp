@@ -1,14 +1,11 @@
 #include "examples/hosts/host.h"
 
-#include <algorithm>
-
 #include "examples/hosts/addresses.h"
 #include "examples/hosts/host_names.h"
+#include "examples/support/texts.h"
 
 namespace hosts {
 namespace {
-
-constexpr std::size_t kLongestComment = 200;
 
 template <class Id, class Value>
 void take(const nv::message& in, Id id, Value& value) {
@@ -16,18 +13,6 @@ void take(const nv::message& in, Id id, Value& value) {
     value = in.get(id);
   else if (in.hasElem(nv::key::removals, id.uid()))
     value = {};
-}
-
-bool isControl(unsigned char c) { return c < 0x20 || c == 0x7f; }
-
-// The comment ends up in a file of lines: a line end in it would be somebody else's host.
-std::string commentFault(const std::string& comment) {
-  if (comment.size() > kLongestComment)
-    return "a comment has at most " + std::to_string(kLongestComment) + " bytes, this one has " +
-           std::to_string(comment.size());
-  if (std::any_of(comment.begin(), comment.end(), isControl))
-    return "a comment is one line without control characters";
-  return "";
 }
 
 }  // namespace
@@ -45,7 +30,7 @@ void Host::setConfig(const nv::message& in, std::uint32_t) {
 }
 
 std::string Host::fault() const {
-  for (auto why : {nameFault(hostName), addressesFault(addresses), commentFault(comment)})
+  for (auto why : {nameFault(hostName), addressesFault(addresses), examples::commentFault(comment)})
     if (!why.empty()) return why;
   return "";
 }

@@ -5,6 +5,7 @@
 
 #include "examples/hosts/host_names.h"
 #include "examples/hosts/hosts_file.h"
+#include "examples/support/replace_file.h"
 #include "platform/runner.h"
 
 namespace hosts {
@@ -34,7 +35,7 @@ void HostMap::init() {
 
 void HostMap::writeFile() {
   if (!std::exchange(fileIsOld_, false)) return;
-  const auto error = replaceFile(file_, fileText());
+  const auto error = examples::replaceFile(file_, fileText());
   if (error.empty()) return;
   std::cerr << "hosts: " << error << std::endl;
   retry_ = nv::Timer(kRetryInterval, [this] { fileIsOld_ = true; });

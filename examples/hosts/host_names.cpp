@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "examples/support/texts.h"
+
 namespace hosts {
 namespace {
 
@@ -37,14 +39,6 @@ std::string labelsFault(std::string_view name) {
   }
 }
 
-/// The name as it can stand in a line of text.
-std::string shown(std::string_view name) {
-  std::string text(name);
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
-  return text;
-}
-
 }  // namespace
 
 std::string nameFault(std::string_view name) {
@@ -52,7 +46,7 @@ std::string nameFault(std::string_view name) {
   if (name.size() > kLongestName)
     return "a host name has at most 253 characters, this one has " + std::to_string(name.size());
   const auto why = labelsFault(name);
-  return why.empty() ? "" : "\"" + shown(name) + "\" is no host name: " + why;
+  return why.empty() ? "" : "\"" + examples::shown(name) + "\" is no host name: " + why;
 }
 
 std::string nameKey(std::string_view name) {

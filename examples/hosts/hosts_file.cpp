@@ -1,57 +1,8 @@
 #include "examples/hosts/hosts_file.h"
 
-#include <cerrno>
-#include <cstring>
-
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "examples/hosts/addresses.h"
 
 namespace hosts {
-
-namespace fs = std::filesystem;
-
-namespace {
-
-class Descriptor {
- public:
-  Descriptor(const fs::path& path, int flags)
-      : fd_(::open(path.c_str(), flags | O_CLOEXEC, 0644)) {}
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  bool isOpen() const { return fd_ >= 0; }
-  bool sync() const { return ::fsync(fd_) == 0; }
-  bool write(std::string_view text) const {
-    while (!text.empty()) {
-      const auto written = ::write(fd_, text.data(), text.size());
-      if (written < 0 && errno == EINTR) continue;
-      if (written < 0) return false;
-      text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-  }
-
- private:
-  int fd_;
-};
-
-bool writeDurably(const fs::path& file, const std::string& text) {
-  const Descriptor out(file, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
-  return out.isOpen() && out.write(text) && out.sync();
-}
-
-/// Makes it last that a file of this directory has another name.
-bool syncDirectory(const fs::path& directory) {
-  const Descriptor opened(directory.empty() ? "." : directory, O_RDONLY | O_DIRECTORY);
-  return opened.isOpen() && opened.sync();
-}
-
-}  // namespace
 
 std::string hostsLines(const Host& host) {
   std::string lines;
@@ -62,17 +13,6 @@ std::string hostsLines(const Host& host) {
     lines += '\n';
   }
   return lines;
-}
-
-std::string replaceFile(const fs::path& file, const std::string& text) {
-  auto fresh = file;
-  fresh += ".new";
-  if (writeDurably(fresh, text) && ::rename(fresh.c_str(), file.c_str()) == 0 &&
-      syncDirectory(file.parent_path()))
-    return "";
-  const std::string why = std::strerror(errno);
-  ::unlink(fresh.c_str());
-  return "cannot write " + file.string() + ": " + why;
 }
 
 }  // namespace hosts

@@ -22,6 +22,22 @@ constexpr unsigned kCommands = 50000;
 #endif
 constexpr std::uint32_t kMaxId = 24;
 
+class Watcher final : public CfgMan::Link {
+ public:
+  void update(CfgMan::Item* item, const message& oldCfg, const message& newCfg,
+              const message& oldState, const message& newState,
+              const vset<unsigned>& keys) override {
+    EXPECT_EQ(item->config, newCfg);
+    EXPECT_EQ(item->state, newState);
+    observed.push_back(
+        {item->id, oldCfg, newCfg, oldState, newState, keys, manager->generateDefaultName()});
+  }
+  void print(std::ostream&) override {}
+
+  CfgMan* manager = nullptr;
+  std::vector<Observed> observed;
+};
+
 class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInterface<bool> {
  protected:
   ~CfgManBesideItsModel() override { stop(); }
@@ -107,9 +123,12 @@ class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInter
     start(service.ordered ? Kind::ordered : Kind::unordered);
     model.restart(service);
     EXPECT_EQ(stores.records("items"), model.records);
+    compareObserved();
     model.told.clear();
   }
   void serve(const CfgService& service) {
+    watcher.manager = cm.get();
+    cm->links.push_back(&watcher);
     cm->configIds.insert(field::number.uid());
     cm->stateIds.insert(field::level.uid());
     cm->namePrefix = service.namePrefix;
@@ -125,8 +144,9 @@ class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInter
         CfgService::judge(cfg, reply);
       };
     if (service.hook == CfgService::Hook::applyItem)
-      cm->applyItem = [](CfgMan*, CfgMan::Item* item, vset<unsigned>&, message& reply) {
+      cm->applyItem = [](CfgMan* manager, CfgMan::Item* item, vset<unsigned>&, message& reply) {
         CfgService::judge(item->config, reply);
+        manager->generateDefaultName();  // leaves no trace, also when the change is refused
       };
   }
   void give(message m) {
@@ -195,6 +215,21 @@ class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInter
     for (std::size_t k = 0; k < told.storeOps.size(); ++k)
       EXPECT_EQ(seen.storeOps[k].record, told.storeOps[k].record);
   }
+  void compareObserved() {
+    ASSERT_EQ(watcher.observed.size(), model.observed.size());
+    for (std::size_t k = 0; k < model.observed.size(); ++k) {
+      const auto &seen = watcher.observed[k], &expected = model.observed[k];
+      EXPECT_EQ(seen.id, expected.id);
+      EXPECT_EQ(seen.oldCfg, expected.oldCfg);
+      EXPECT_EQ(seen.newCfg, expected.newCfg);
+      EXPECT_EQ(seen.oldState, expected.oldState);
+      EXPECT_EQ(seen.newState, expected.newState);
+      EXPECT_TRUE(seen.keys == expected.keys);
+      EXPECT_EQ(seen.defaultName, expected.defaultName);
+    }
+    watcher.observed.clear();
+    model.observed.clear();
+  }
   void compareItems() {
     EXPECT_TRUE(verify(*cm));
     std::vector<std::uint32_t> iterated;
@@ -215,11 +250,6 @@ class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInter
       }
     }
   }
-  void compareNames() {
-    if (!cm->namePrefix.empty()) {
-      EXPECT_EQ(cm->generateDefaultName(), model.defaultName());
-    }
-  }
   void compareStored() {
     kit->settle();
     EXPECT_EQ(stores.records("items"), model.records);
@@ -231,6 +261,7 @@ class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInter
     CfgMan::Iterator end() const { return manager.end(); }
   };
 
+  Watcher watcher;
   Random random;
   CfgManModel model;
   unsigned commands = 0;
@@ -248,8 +279,9 @@ TEST_P(CfgManBesideItsModel, AgreesOnRepliesUndoRecordsItemsAndRecords) {
     runAll();
     model.runAll();
     compareEffects();
+    compareObserved();
     compareItems();
-    compareNames();
+    EXPECT_EQ(cm->generateDefaultName(), model.defaultName());
     if (once(50)) compareStored();
     if (HasFailure()) return;
     if (!model.told.undos.empty()) lastUndo = model.told.undos.back().undo;

@@ -1,6 +1,10 @@
 /// A service for the client's tests: books on a shelf, handler 3 with the shelf's one
-/// configuration, handler 4 that never answers, handler 5 whose list begins again and again, and
-/// handler 6 whose list is gathered while it is read.
+/// configuration, handler 4 that never answers, handler 5 whose list begins again and again,
+/// handler 6 whose list is gathered while it is read, and handler 7 with the readers who wait for a
+/// book.
+#include "cfgman/cfg_handler.h"
+#include "cfgman/cfgman.h"
+#include "cfgman/run_task.h"
 #include "containers/amap.h"
 #include "platform/keys.h"
 #include "platform/looper.h"
@@ -12,6 +16,7 @@ constexpr nv::string_id kTitle(1);
 constexpr nv::u32_id kPages(2);
 constexpr nv::string_array_id kTags(3);
 constexpr nv::string_id kPlace(1);
+constexpr nv::string_id kBook(1);
 
 struct Book : Object {
   nv::message config;
@@ -99,6 +104,16 @@ class Gathered : public nv::Handler {
   std::uint32_t asked_ = 0;
 };
 
+/// In the order in which they get the book.
+void queueUp(CfgMan& readers) {
+  readers.namePrefix = "reader";
+  readers.configIds.insert(kBook.uid());
+  readers.setStore("readers", true);
+  while (readers.runTask->run()) continue;
+  readers.setHandler(7);
+  readers.handler->describe("readers", {{kBook.uid(), "book", "what it waits for"}});
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -114,5 +129,7 @@ int main(int argc, char** argv) {
   nv::getLooper()->addHandler(4, &silent);
   nv::getLooper()->addHandler(5, &round);
   nv::getLooper()->addHandler(6, &gathered);
+  CfgMan readers;
+  queueUp(readers);
   return service.run();
 }

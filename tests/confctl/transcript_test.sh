@@ -33,6 +33,7 @@ stop_service() {
 # A watcher in the background. await waits until it has printed a line that begins with a text, or
 # so many of them.
 start_watch() {
+  : >"$folder/watched"  # there before anybody looks, and without what an earlier one said
   "${emulator[@]}" "$client" watch "$@" >"$folder/watched" 2>&1 &
   watch_pid=$!
 }

@@ -3,7 +3,7 @@
 set -euo pipefail
 
 what='(typeinfo|typeinfo name|vtable|VTT|guard variable) for |(non-)?virtual thunk to '
-ours='(nv::|AMap|AHolder|AOmap|Object|OObject|CfgMan|GetallState|StatefulGetall|InvokeScript|CfgHandler|NotifyGuard|mkSubscrBasic|operator<< *\(.*CfgMan::)'
+ours='(nv::|AMap|AHolder|AOmap|Object|OObject|CfgMan|GetallState|StatefulGetall|InvokeScript|CfgHandler|ItemOrder|NotifyGuard|mkSubscrBasic|operator<< *\(.*CfgMan::)'
 below='sqlite3|\buv_|boost::'
 
 symbols=$(nm --dynamic --demangle --defined-only "$1" | cut -d' ' -f3-)

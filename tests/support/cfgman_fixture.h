@@ -48,6 +48,12 @@ class CfgManTest : public ::testing::Test {
     kind_ = kind;
     restart();
   }
+  /// The same on an empty disk.
+  void startEmpty(Kind kind) {
+    stop();
+    stores.clear();
+    start(kind);
+  }
   /// The process ends, with everything that it gave to the store on disk, and starts again.
   void restart() {
     stop();

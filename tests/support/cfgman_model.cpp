@@ -56,6 +56,7 @@ void CfgService::judge(const message& cfg, message& reply) {
 }
 
 void CfgService::correct(message& cfg, vset<unsigned>& keys) {
+  if (cfg.get(field::number) == 6) cfg.insert(key::absent, 1);
   if (cfg.get(field::number) != 7) return;
   cfg.insert(field::number, 8);
   keys.insert(field::number.uid());
@@ -133,7 +134,9 @@ void CfgManModel::command(const message& cmd) {
   }
   if (code == cmd::removeObj) m.insert(key::absent, 1);
   if (code == cmd::moveObj && !cmd.has(key::nextId)) m.insert(key::nextId, kNoId);
-  schedule({cmd.get(key::objectId, code == cmd::set ? 0 : kNoId), m, m, {}, cmd});
+  auto state = m;
+  if (state.get(key::replaceState)) nv::cleanSys(state);
+  schedule({cmd.get(key::objectId, code == cmd::set ? 0 : kNoId), m, state, {}, cmd});
 }
 
 void CfgManModel::runAll() {
@@ -166,6 +169,7 @@ void CfgManModel::run(Task task) {
   run.reply.insert(key::objectId, run.task.id);
   if (nv::isError(run.reply)) return rollBack(run);
   publishUndo(run);
+  tellObservers(run);
   placeAndStore(run);
   removeIfGone(run);
   answer(run.task.request, run.reply);
@@ -294,12 +298,23 @@ void CfgManModel::publishUndo(Run& run) {
   say(0xfe0003, 0xfe0003, " changed");
 }
 
+void CfgManModel::tellObservers(Run& run) {
+  auto& item = *run.item;
+  const auto old = std::exchange(item.config, run.cfg);
+  observed.push_back(
+      {run.task.id, old, run.cfg, run.state, item.state, run.changed, defaultName()});
+  item.config = old;
+}
+
 void CfgManModel::placeAndStore(Run& run) {
   if (!run.configChanged) return;
   if (service.ordered) place(run);
   run.item->config = run.cfg;
-  if (!run.item->store || updateOrigin == 3) return;
-  if (!isAbsent(run.cfg)) return set(run.task.id, run.cfg);
+  if (updateOrigin == 3) return;
+  // An item that was stored and is dynamic since a restart takes its old record along.
+  const bool hasRecord = run.item->store || records.contains(run.task.id);
+  if (!isAbsent(run.cfg) && run.item->store) set(run.task.id, run.cfg);
+  if (!isAbsent(run.cfg) || !hasRecord) return;
   told.storeRemove(kStore, run.task.id);
   records.erase(run.task.id);
 }

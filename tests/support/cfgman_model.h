@@ -39,9 +39,17 @@ struct CfgService {
   bool isExternal(std::uint32_t id) const { return hasExternalIds && id >= 20 && id < 24; }
   /// Refuses number 13. An accepted one is told in the reply.
   static void judge(const nv::message& cfg, nv::message& reply);
-  /// What `apply` may do besides: it takes number 7 for 8.
+  /// What `apply` may do besides: it takes number 7 for 8, and lets go what has number 6.
   static void correct(nv::message& cfg, vset<unsigned>& keys);
   static std::string describe(const nv::message& cfg);
+};
+
+/// What an observer sees in an update: all that it is handed, and the default name at that time.
+struct Observed {
+  std::uint32_t id;
+  nv::message oldCfg, newCfg, oldState, newState;
+  vset<unsigned> keys;
+  std::string defaultName;
 };
 
 /// Records by id.
@@ -77,6 +85,7 @@ class CfgManModel {
   Records records;
   /// Replies, undo records and store operations, in order.
   nv::testkit::Recorder told;
+  std::vector<Observed> observed;
 
   /// A changing command as it reaches the handler.
   void command(const nv::message& cmd);
@@ -106,6 +115,7 @@ class CfgManModel {
   void callApply(Run& run);
   void rollBack(Run& run);
   void publishUndo(Run& run);
+  void tellObservers(Run& run);
   void placeAndStore(Run& run);
   void place(Run& run);
   void removeIfGone(Run& run);

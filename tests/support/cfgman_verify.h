@@ -1,16 +1,15 @@
-/// What must be true of a configuration manager between updates, whatever happened to it.
+/// `faultOf` as an assertion.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include "cfgman/cfgman.h"
+#include "tests/support/cfgman_faults.h"
 
 namespace test {
 
-/// Every item stands under its own id, which is claimed, and its configuration says so once it
-/// exists. The order leads from item to item and back, through those alone that exist, and the
-/// stored order through the stored ones among them, in the same order. Positions that count as
-/// valid ascend. The allocator is the one that the manager had when its items came.
-testing::AssertionResult verify(const CfgMan& manager);
+inline testing::AssertionResult verify(const CfgMan& manager) {
+  const auto fault = faultOf(manager);
+  return fault.empty() ? testing::AssertionSuccess() : testing::AssertionFailure() << fault;
+}
 
 }  // namespace test

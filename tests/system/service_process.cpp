@@ -21,12 +21,9 @@
 namespace nv::testkit {
 
 namespace {
-/// The emulator, if any, and the program.
-std::vector<std::string> programWords() {
+std::vector<std::string> emulatorWords() {
   std::istringstream emulator(CONFKIT_EMULATOR);
-  std::vector<std::string> words(std::istream_iterator<std::string>(emulator), {});
-  words.emplace_back(CONFKIT_TEST_SERVICE);
-  return words;
+  return {std::istream_iterator<std::string>(emulator), {}};
 }
 
 std::string textOf(const std::filesystem::path& file) {
@@ -75,8 +72,15 @@ ServiceProcess::ServiceProcess(const Place& place, std::filesystem::path storeFi
       storeFile_(storeFile.empty() ? place.storeFile() : std::move(storeFile)),
       output_(place.folder() / outputName()) {}
 
+ServiceProcess::ServiceProcess(const Place& place, std::filesystem::path storeFile,
+                               std::vector<std::string> program)
+    : ServiceProcess(place, std::move(storeFile)) {
+  program_ = std::move(program);
+}
+
 ServiceProcess::~ServiceProcess() {
   if (pid_ > 0) end(SIGKILL);
+  close(firstWords_);
 }
 
 void ServiceProcess::limitFiles(std::optional<rlim_t> bytes) {
@@ -94,9 +98,18 @@ bool ServiceProcess::start() {
   if (pid_ == 0) run(ready[1]);
   close(ready[1]);
   char byte = 0;
-  const bool started = read(ready[0], &byte, 1) == 1;
-  close(ready[0]);
-  return started;
+  close(std::exchange(firstWords_, ready[0]));  // it may say more there
+  return read(firstWords_, &byte, 1) == 1;
+}
+
+std::vector<std::string> ServiceProcess::commandLine(int readyFd) const {
+  auto words = emulatorWords();
+  if (program_.empty())
+    words.insert(words.end(),
+                 {CONFKIT_TEST_SERVICE, std::to_string(readyFd), std::to_string(address_)});
+  words.insert(words.end(), program_.begin(), program_.end());
+  words.insert(words.end(), {"--bus", bus_.string(), "--store", storeFile_.string()});
+  return words;
 }
 
 /// The child, up to the service's main.
@@ -110,10 +123,9 @@ void ServiceProcess::run(int readyFd) const {
   const rlimit limit{fileLimit_.value_or(RLIM_INFINITY), RLIM_INFINITY};
   setrlimit(RLIMIT_FSIZE, &limit);
 
-  auto words = programWords();
-  for (const auto& word : {std::to_string(readyFd), std::to_string(address_), std::string("--bus"),
-                           bus_.string(), std::string("--store"), storeFile_.string()})
-    words.push_back(word);
+  if (!program_.empty()) dup2(readyFd, STDOUT_FILENO);
+
+  auto words = commandLine(readyFd);
   std::vector<char*> argv;
   for (auto& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <sys/resource.h>
 #include <sys/types.h>
@@ -51,6 +52,10 @@ class ServiceProcess {
  public:
   /// `storeFile` empty: the place's.
   explicit ServiceProcess(const Place& place, std::filesystem::path storeFile = {});
+  /// Another service in place of the test's: a program and its options but --bus and --store. It
+  /// can be connected to when it says something on its standard output.
+  ServiceProcess(const Place& place, std::filesystem::path storeFile,
+                 std::vector<std::string> program);
   ~ServiceProcess();
   ServiceProcess(const ServiceProcess&) = delete;
 
@@ -73,10 +78,14 @@ class ServiceProcess {
  private:
   [[noreturn]] void run(int readyFd) const;
 
+  std::vector<std::string> commandLine(int readyFd) const;
+
   std::filesystem::path bus_, storeFile_, output_;
+  std::vector<std::string> program_;
   std::uint32_t address_ = kAddress;
   std::optional<rlim_t> fileLimit_;
   pid_t pid_ = 0;
+  int firstWords_ = -1;  // the reading end of the pipe that tells that it is ready
 };
 
 }  // namespace nv::testkit

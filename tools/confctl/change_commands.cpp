@@ -21,6 +21,15 @@ void change(Client client, const std::string& service, unsigned command, std::st
   client.printer.done(deed, reply);
 }
 
+/// The object at the front, nv::kNoId when there is none.
+std::uint32_t firstObject(Client client, const Target& target) {
+  nv::message request = client.session.request(target.route, nv::cmd::getAll);
+  request.insert(nv::key::maxCount, 1);
+  const nv::message page = client.session.ask(target, request);
+  const auto objects = page.view(nv::key::objects);
+  return objects.empty() ? nv::kNoId : nv::message(objects[0]).get(nv::key::objectId, nv::kNoId);
+}
+
 }  // namespace
 
 void addObject(Client client, const std::string& service, const ChangeOptions& options) {
@@ -33,6 +42,20 @@ void setObject(Client client, const std::string& service, const ChangeOptions& o
 
 void removeObject(Client client, const std::string& service, const ChangeOptions& options) {
   change(client, service, nv::cmd::removeObj, "removed", options);
+}
+
+void moveObject(Client client, const std::string& service, std::uint32_t id, const Place& place) {
+  const Target target = client.open(service);
+  auto next = place.before.value_or(nv::kNoId);
+  if (place.first) next = firstObject(client, target);
+  nv::message reply;
+  if (!place.first || next != id) {
+    nv::message request = client.session.request(target.route, nv::cmd::moveObj);
+    request.insert(nv::key::objectId, id).insert(nv::key::nextId, next);
+    reply = client.session.ask(target, request);
+  }
+  reply.insert(nv::key::objectId, id);
+  client.printer.done("moved", reply);
 }
 
 }  // namespace confctl

@@ -19,4 +19,12 @@ void addObject(Client client, const std::string& service, const ChangeOptions& o
 void setObject(Client client, const std::string& service, const ChangeOptions& options);
 void removeObject(Client client, const std::string& service, const ChangeOptions& options);
 
+/// Where an object goes; one of them.
+struct Place {
+  std::optional<std::uint32_t> before = {};
+  bool first = false;  ///< before all that are there when the service is asked
+  bool last = false;   ///< behind all
+};
+void moveObject(Client client, const std::string& service, std::uint32_t id, const Place& place);
+
 }  // namespace confctl

@@ -123,6 +123,12 @@ class Parser {
     addNumber(list, "--page", read_.pageSize, "Ask for so many objects at a time");
     addCommand("count", "Show how many objects there are",
                [this](Client c) { countObjects(c, service_); });
+    auto& dump =
+        addCommand("dump", "Show the inside of a service, to look for a fault", [this](Client c) {
+          dumpService(c, service_, (dumpKeys_ ? 1U : 0) | (dumpMessages_ ? 2U : 0));
+        });
+    dump.add_flag("--keys", dumpKeys_, "The fields that it keeps as well");
+    dump.add_flag("--messages", dumpMessages_, "All that its objects hold as well");
   }
 
   void addReadOptions(CLI::App& sub) {
@@ -149,6 +155,17 @@ class Parser {
                                [this](Client c) { removeObject(c, service_, change_); });
     addNumber(removed, "id", change_.id, "The object")->required();
     addManager(removed);
+    addMoveCommand();
+  }
+
+  void addMoveCommand() {
+    auto& moved = addCommand("move", "Give an object another place in the order",
+                             [this](Client c) { moveObject(c, service_, *change_.id, place_); });
+    addNumber(moved, "id", change_.id, "The object")->required();
+    auto* place = moved.add_option_group("Place", "One of these")->require_option(1);
+    addNumber(*place, "--before", place_.before, "Before this object");
+    place->add_flag("--first", place_.first, "Before all others");
+    place->add_flag("--last", place_.last, "Behind all others");
   }
 
   void addFields(CLI::App& sub, const std::string& form = "FIELD") {
@@ -185,6 +202,8 @@ class Parser {
     addNumber(sub, "--count", watch_.changes, "End after so many changes");
     addNumber(sub, "--for", watch_.milliseconds, "End after so many milliseconds");
     addNumber(sub, "--flags", watch_.flags, "What services should show (5)");
+    sub.add_option("--where", watch_.where, "Only objects with these values (see `set --help`)")
+        ->type_name("FIELD");
   }
 
   CLI::App app_;
@@ -193,6 +212,8 @@ class Parser {
   std::string service_;
   ReadOptions read_;
   ChangeOptions change_;
+  Place place_;
+  bool dumpKeys_ = false, dumpMessages_ = false;
   WatchOptions watch_;
   std::vector<std::string> words_;
   std::string record_;

@@ -22,10 +22,13 @@ class JsonPrinter : public Printer {
     }
   }
 
-  void object(const nv::message& object) override { line(withFields(Json::object(), object)); }
-  void listed(const nv::message& object) override { line(withFields(Json::object(), object)); }
+  void object(const nv::message& object) override {
+    line(withFields(Json::object(), shown(object)));
+  }
+  void listed(const nv::message& object) override { this->object(object); }
   void defaults(const nv::message& config) override { line({{"default", jsonOf(config, names_)}}); }
   void count(std::uint32_t count) override { line({{"count", count}}); }
+  void dump(std::string_view text) override { line({{"dump", jsonOf(text)}}); }
 
   void done(std::string_view deed, const nv::message& reply) override {
     line(withFields({{"done", deed}}, reply));
@@ -43,7 +46,7 @@ class JsonPrinter : public Printer {
   }
 
   void event(std::string_view what, const nv::message& object) override {
-    line(withFields({{"event", what}}, object));
+    line(withFields({{"event", what}}, shown(object)));
   }
   void event(std::string_view what, std::size_t objects) override {
     line({{"event", what}, {"objects", objects}});

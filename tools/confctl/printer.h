@@ -47,7 +47,9 @@ class Printer {
   virtual void listed(const nv::message& object) = 0;
   virtual void defaults(const nv::message& config) = 0;
   virtual void count(std::uint32_t count) = 0;
-  /// A change was made: "added", "changed", "removed".
+  /// A text of many lines.
+  virtual void dump(std::string_view text) = 0;
+  /// A change was made: "added", "changed", "removed", "moved".
   virtual void done(std::string_view deed, const nv::message& reply) = 0;
   /// The undo record with this number was sent back.
   virtual void undone(std::uint32_t number, const nv::message& reply) = 0;
@@ -60,6 +62,11 @@ class Printer {
   virtual void failure(const Failure& failure) = 0;
 
  protected:
+  /// The object without the fields that say nothing of it: that it is there, that none follows it,
+  /// and the flag of the configuration manager, which every one of its objects has. Fields in the
+  /// service's dictionary are never left out.
+  nv::message shown(nv::message object) const;
+
   std::ostream& out_;
   Dictionary names_;
 };

@@ -81,4 +81,12 @@ void countObjects(Client client, const std::string& service) {
   client.printer.count(count);
 }
 
+void dumpService(Client client, const std::string& service, std::uint32_t flags) {
+  const Target target = findTarget(client.session.options().directory, service);
+  nv::message request = client.session.request(target.route, nv::cmd::dump);
+  request.insert(nv::key::getFlags, flags);
+  for (const std::string_view text : client.session.ask(target, request).get(nv::key::about))
+    client.printer.dump(text);
+}
+
 }  // namespace confctl

@@ -35,5 +35,7 @@ void getObject(Client client, const std::string& service, std::optional<std::uin
 /// All objects, page by page; each page is printed before the next is asked for.
 void listObjects(Client client, const std::string& service, const ReadOptions& options);
 void countObjects(Client client, const std::string& service);
+/// What the service says of its inside.
+void dumpService(Client client, const std::string& service, std::uint32_t flags);
 
 }  // namespace confctl

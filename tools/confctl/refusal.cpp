@@ -64,6 +64,7 @@ std::string verbOf(unsigned command) {
 std::string deedOf(const nv::message& request) {
   const unsigned command = request.get(nv::key::command);
   if (command == nv::cmd::describe) return "describe itself";
+  if (command == nv::cmd::dump) return "show its inside";
   if (command == nv::cmd::getUndo) return "tell its undo records";
   if (command == nv::cmd::get || command == nv::cmd::set) {
     return verbOf(command) + " the configuration";

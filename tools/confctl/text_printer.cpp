@@ -74,13 +74,14 @@ class TextPrinter : public Printer {
   }
 
   void object(const nv::message& object) override {
-    for (const std::string& word : fieldWords(object, names_)) out_ << word << '\n';
+    for (const std::string& word : fieldWords(shown(object), names_)) out_ << word << '\n';
     out_.flush();
   }
 
-  void listed(const nv::message& object) override { line({idOf(object)}, object); }
+  void listed(const nv::message& object) override { line({idOf(object)}, shown(object)); }
   void defaults(const nv::message& config) override { line({"default"}, config); }
   void count(std::uint32_t count) override { out_ << count << std::endl; }
+  void dump(std::string_view text) override { out_ << printableLines(text) << std::flush; }
 
   void done(std::string_view deed, const nv::message& reply) override {
     line({std::string(deed), idOf(reply)}, reply);
@@ -100,7 +101,7 @@ class TextPrinter : public Printer {
   }
 
   void event(std::string_view what, const nv::message& object) override {
-    line({std::string(what), idOf(object)}, object);
+    line({std::string(what), idOf(object)}, shown(object));
   }
   void event(std::string_view what, std::size_t objects) override {
     out_ << what << ' ' << objects << std::endl;

@@ -1,5 +1,6 @@
 #include "tools/confctl/watch.h"
 
+#include <algorithm>
 #include <csignal>
 #include <iostream>
 
@@ -11,6 +12,7 @@
 #include "platform/follow.h"
 #include "platform/keys.h"
 #include "platform/looper.h"
+#include "tools/confctl/fields.h"
 
 namespace confctl {
 namespace {
@@ -33,7 +35,10 @@ void stopLoop(int) { nv::getLooper()->stop(0); }
 
 Watch::Watch(Client client, Target target, const WatchOptions& options)
     : client_(client), target_(std::move(target)), options_(options) {
-  nv::message followed = client_.session.request(target_.route, 0);
+  where_ = readFields(options_.where, client_.printer.names());
+  if (where_.has(nv::key::removals)) throw usage("a filter names values");
+  nv::message followed = where_;
+  followed.merge(client_.session.request(target_.route, 0));
   followed.remove(nv::key::command);
   followed.insert(nv::key::getFlags, options_.flags);
   follow_ = nv::follow([this](const nv::message& object) { heard(object); }, followed, true);
@@ -55,18 +60,29 @@ void Watch::run() {
 void Watch::heard(const nv::message& object) {
   if (object.empty()) return heardAll();
   const std::uint32_t id = object.get(nv::key::objectId);
-  if (object.get(nv::key::absent) != 0) {
-    if (seen_.erase(id) > 0) change("removed", {{nv::key::objectId, id}});
-    return;
-  }
+  if (!isInside(object)) return outside(object);
   const auto [place, isNew] = seen_.try_emplace(id, object);
   if (!isNew && place->second == object) return;
   if (!isNew) place->second = object;
   if (ready_) {
-    change(isNew ? "added" : "changed", object);
+    change(!isNew ? "changed" : where_.empty() ? "added" : "entered", object);
   } else {
     client_.printer.event("initial", object);
   }
+}
+
+bool Watch::isInside(const nv::message& object) const {
+  return object.get(nv::key::absent) == 0 &&
+         std::all_of(where_.begin(), where_.end(), [&object](const nv::field& wanted) {
+           return object.find(wanted.uid()) == wanted;
+         });
+}
+
+void Watch::outside(const nv::message& object) {
+  const std::uint32_t id = object.get(nv::key::objectId);
+  if (seen_.erase(id) == 0) return;
+  if (object.get(nv::key::absent) != 0) return change("removed", {{nv::key::objectId, id}});
+  change("left", object);
 }
 
 void Watch::heardAll() {

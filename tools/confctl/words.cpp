@@ -86,6 +86,17 @@ std::string printable(std::string_view text) {
   return out;
 }
 
+std::string printableLines(std::string_view text) {
+  std::string out;
+  while (!text.empty()) {
+    const auto end = std::min(text.find_first_of("\n\t"), text.size());
+    out += printable(text.substr(0, end));
+    if (end < text.size()) out += text[end];
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return out;
+}
+
 std::string shellWord(std::string_view text) {
   if (!text.empty() && std::ranges::all_of(text, isSafeInShell)) return std::string(text);
   std::string word = "'";

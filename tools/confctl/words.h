@@ -18,6 +18,9 @@ bool isPlain(std::string_view text);
 /// `text` with everything that is not plain as `\xNN`: what others wrote cannot steer the terminal.
 std::string printable(std::string_view text);
 
+/// The same of a text of many lines: line ends and tabs stay.
+std::string printableLines(std::string_view text);
+
 /// `text` as one word of a shell's command line, quoted only when it must be.
 std::string shellWord(std::string_view text);
 

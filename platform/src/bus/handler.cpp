@@ -71,6 +71,7 @@ message Handler::answer(const message& cmd, unsigned code) {
     case cmd::unsubscribe: return subscribers_->end(cmd);
     case cmd::describe: return describeHandler(*this, objectCount());
     case cmd::getUndo: return theLoop().undo.page(cmd, theLoop().routeOf(*this));
+    case cmd::dump: return cmdDump(cmd);
     default: return notTaken();
   }
 }
@@ -84,6 +85,7 @@ message Handler::cmdGetAll(const message&, std::uint32_t, std::uint32_t) { retur
 message Handler::cmdGet(const message&) { return notTaken(); }
 message Handler::cmdSet(const message&) { return notTaken(); }
 message Handler::cmdStopGetAll(const message&) { return {}; }
+message Handler::cmdDump(const message&) { return notTaken(); }
 
 message Handler::cmdGetCount(const message&) { return {{key::count, objectCount()}}; }
 

@@ -109,6 +109,9 @@ Service::Service(int argc, char** argv, ServiceOptions options) {
                     .transport = std::move(transport),
                     .limits = options.limits,
                     .rights = std::move(options.rights)});
+  // From when others can see the service it ends in order.
+  stopOn(SIGTERM);
+  stopOn(SIGINT);
   if (const auto error = looper->listen(options.address, options.name); !error.empty())
     refuseToStart(options.name, error);
   // Last, so that a second instance, which is refused by now, leaves no file of its own.
@@ -121,10 +124,6 @@ Service::~Service() {
   getLooper()->assemble({});
 }
 
-int Service::run() {
-  stopOn(SIGTERM);
-  stopOn(SIGINT);
-  return getLooper()->run();
-}
+int Service::run() { return getLooper()->run(); }
 
 }  // namespace nv

@@ -1,6 +1,6 @@
 /// Replacing a file: the old text or the new one, whatever goes wrong.
 
-#include "examples/hosts/hosts_file.h"
+#include "examples/support/replace_file.h"
 
 #include <csignal>
 #include <fstream>
@@ -9,19 +9,19 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-namespace hosts {
+namespace examples {
 namespace {
 
 namespace fs = std::filesystem;
 
-class HostsFile : public ::testing::Test {
+class ReplacedFile : public ::testing::Test {
  protected:
-  HostsFile() {
+  ReplacedFile() {
     auto name = (fs::temp_directory_path() / "hosts-file-XXXXXX").string();
     directory = mkdtemp(name.data());
     file = directory / "hosts";
   }
-  ~HostsFile() override { fs::remove_all(directory); }
+  ~ReplacedFile() override { fs::remove_all(directory); }
 
   std::string text() const {
     std::ostringstream all;
@@ -36,7 +36,7 @@ class HostsFile : public ::testing::Test {
   fs::path directory, file;
 };
 
-TEST_F(HostsFile, AReaderOfTheOldFileKeepsItAndANewReaderHasTheNewOne) {
+TEST_F(ReplacedFile, AReaderOfTheOldFileKeepsItAndANewReaderHasTheNewOne) {
   ASSERT_EQ(replaceFile(file, "old"), "");
   std::ifstream reader(file);
   ASSERT_EQ(replaceFile(file, "new"), "");
@@ -47,13 +47,13 @@ TEST_F(HostsFile, AReaderOfTheOldFileKeepsItAndANewReaderHasTheNewOne) {
   EXPECT_EQ(filesThere(), 1U);
 }
 
-TEST_F(HostsFile, WhatATornWriteLeftIsOverwritten) {
+TEST_F(ReplacedFile, WhatATornWriteLeftIsOverwritten) {
   std::ofstream(file.string() + ".new") << "half a file, longer than what follows";
   ASSERT_EQ(replaceFile(file, "new"), "");
   EXPECT_EQ(text(), "new");
 }
 
-TEST_F(HostsFile, AFullDiskLeavesTheOldFileAndSaysWhy) {
+TEST_F(ReplacedFile, AFullDiskLeavesTheOldFileAndSaysWhy) {
   ASSERT_EQ(replaceFile(file, "old"), "");
   std::signal(SIGXFSZ, SIG_IGN);
   rlimit before{};
@@ -67,7 +67,7 @@ TEST_F(HostsFile, AFullDiskLeavesTheOldFileAndSaysWhy) {
   EXPECT_EQ(filesThere(), 1U);
 }
 
-TEST_F(HostsFile, ALinkInThePlaceOfTheNewFileIsNotFollowed) {
+TEST_F(ReplacedFile, ALinkInThePlaceOfTheNewFileIsNotFollowed) {
   std::ofstream(directory / "precious") << "precious";
   fs::create_symlink("precious", file.string() + ".new");
   EXPECT_NE(replaceFile(file, "new"), "");
@@ -76,11 +76,11 @@ TEST_F(HostsFile, ALinkInThePlaceOfTheNewFileIsNotFollowed) {
   EXPECT_EQ(precious, "precious");
 }
 
-TEST_F(HostsFile, AMissingDirectoryIsSaid) {
+TEST_F(ReplacedFile, AMissingDirectoryIsSaid) {
   const auto nowhere = directory / "missing" / "hosts";
   EXPECT_EQ(replaceFile(nowhere, "x"),
             "cannot write " + nowhere.string() + ": No such file or directory");
 }
 
 }  // namespace
-}  // namespace hosts
+}  // namespace examples

@@ -1,4 +1,4 @@
-#include "tests/support/cfgman_verify.h"
+#include "tests/support/cfgman_faults.h"
 
 #include <vector>
 
@@ -10,19 +10,16 @@ namespace {
 
 namespace key = nv::key;
 using Item = CfgMan::Item;
-using testing::AssertionFailure;
-using testing::AssertionResult;
-using testing::AssertionSuccess;
 
-AssertionResult fault(std::uint32_t id, const char* what) {
-  return AssertionFailure() << "item " << id << ": " << what;
+std::string fault(std::uint32_t id, const char* what) {
+  return "item " + std::to_string(id) + " " + what;
 }
 
-AssertionResult verifyItem(const CfgMan& manager, std::uint32_t id, const Item& item) {
+std::string itemFault(const CfgMan& manager, std::uint32_t id, const Item& item) {
   if (item.id != id || !item.inTree) return fault(id, "stands under another id");
   if (id >= nv::kHeadId) return fault(id, "has a reserved id");
   if (item.exists() && item.config.get(key::objectId) != id)
-    return fault(id, "its configuration gives another id");
+    return fault(id, "has a configuration with another id");
   if (!item.exists() && item.ord != nullptr) return fault(id, "is absent and has a place");
   if (manager.ordered && item.exists() && item.ord == nullptr) return fault(id, "has no place");
   if (manager.curItem != nullptr || manager.curKeys != nullptr)
@@ -30,11 +27,11 @@ AssertionResult verifyItem(const CfgMan& manager, std::uint32_t id, const Item& 
   const auto& ids = *manager.alloc;
   const bool isOwn =
       id >= ids.min() && id <= ids.max() && !(manager.isExternalId && manager.isExternalId(id));
-  if (isOwn && !ids.isAllocated(id)) return fault(id, "its id is free");
-  return AssertionSuccess();
+  if (isOwn && !ids.isAllocated(id)) return fault(id, "has an id that is free");
+  return {};
 }
 
-AssertionResult verifyOrder(const CfgMan& manager, std::size_t placed) {
+std::string orderFault(const CfgMan& manager, std::size_t placed) {
   const auto& order = *manager.order;
   std::vector<const Item*> stored;
   const Item* previous = nullptr;
@@ -46,11 +43,11 @@ AssertionResult verifyOrder(const CfgMan& manager, std::size_t placed) {
     if (order.previous(*item) != previous) return fault(item->id, "does not lead back");
     if (manager.positionsValid && previous != nullptr &&
         previous->ord->position >= item->ord->position)
-      return fault(item->id, "its position does not ascend");
+      return fault(item->id, "has a position that does not ascend");
     if (item->store) stored.push_back(item);
     previous = item;
   }
-  if (met != placed) return AssertionFailure() << placed - met << " places are not in the order";
+  if (met != placed) return "places are missing in the order";
 
   const Item* next = order.firstStored();
   previous = nullptr;
@@ -60,19 +57,19 @@ AssertionResult verifyOrder(const CfgMan& manager, std::size_t placed) {
     previous = item;
     next = order.nextStored(*item);
   }
-  return next == nullptr ? AssertionSuccess() : fault(next->id, "is not stored");
+  return next == nullptr ? std::string() : fault(next->id, "is not stored");
 }
 
 }  // namespace
 
-testing::AssertionResult verify(const CfgMan& manager) {
+std::string faultOf(const CfgMan& manager) {
   std::size_t placed = 0;
   for (const auto& [id, item] : manager.items) {
-    if (auto result = verifyItem(manager, id, *item); !result) return result;
+    if (auto wrong = itemFault(manager, id, *item); !wrong.empty()) return wrong;
     if (item->ord != nullptr) ++placed;
   }
-  if (!manager.ordered && placed > 0) return AssertionFailure() << "places without an order";
-  return verifyOrder(manager, placed);
+  if (!manager.ordered && placed > 0) return "there are places and no order";
+  return orderFault(manager, placed);
 }
 
 }  // namespace test

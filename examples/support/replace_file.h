@@ -1,0 +1,14 @@
+/// Giving other programs a file that is never half written.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace examples {
+
+/// Puts `text` in the place of `file`: who opens it reads the old text or the new one, never a
+/// part, also after a power failure. Returns when the new one is on disk; empty, or a line that
+/// says why it is not. Then the old one is still there.
+std::string replaceFile(const std::filesystem::path& file, const std::string& text);
+
+}  // namespace examples
