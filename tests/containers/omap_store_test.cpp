@@ -275,6 +275,24 @@ TEST_F(AOmapStore, KeepsTheChainWhenElementsChangeTheOrderWhileTheyAreWritten) {
   }
 }
 
+TEST_F(AOmapStore, ForgetsWhoIsNextWhenTheOrderChangesDuringAFlush) {
+  addAll({4, 1, 2, 3});
+  add({{key::objectId, 9}, {field::isVolatile, true}, {key::nextId, 2}});
+  map->setAutoStore(false);
+  map->changed(&at(1), true);
+  map->changed(&at(4), true);
+  bool isFirst = true;
+  Element::onGet = [&](Object& obj, message&, std::uint32_t) {
+    if (obj.id != 1 || !std::exchange(isFirst, false)) return;
+    map->move(&at(1), nullptr);
+    map->move(&at(2), nullptr);
+  };
+  map->setAutoStore(true);
+  Element::onGet = {};
+  EXPECT_EQ(order(), "4 9 3 1 2");
+  EXPECT_EQ(chain(), "head>4 4>3 3>1 1>2 2>end");
+}
+
 TEST_F(AOmapStore, LetsAnElementOverwriteWhatIsStoredOfItButNotWhatIsToldOfIt) {
   addAll({1, 2});
   Element::onGet = [](Object&, message& out, std::uint32_t) {
