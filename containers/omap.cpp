@@ -35,14 +35,15 @@ message AOmap::cmdGetObj(const message& request, std::uint32_t id) {
 }
 
 message AOmap::cmdGetAll(const message& request, std::uint32_t startId, std::uint32_t count) {
-  OObject* obj = startId == nv::kNoId ? head.next : objects.get(startId);
-  if (obj == nullptr) return refusal(nv::err::noSuchObject);
+  const bool fromFirst = startId == nv::kNoId;
+  if (!fromFirst && !objects.contains(startId)) return refusal(nv::err::noSuchObject);
 
   const std::uint32_t flags = nv::getFlagsOf(request);
   message reply;
   if ((flags & nv::kDefaultCfgBit) != 0) reply.insert(nv::key::defaultCfg, getDefaultCfg());
 
   auto page = nv::pageFor(count);
+  OObject* obj = fromFirst ? head.next : targetAgain(startId);
   while (page.wantsMore() && obj != &head) {
     message record{{nv::key::objectId, obj->id}};
     obj->getConfig(record, nv::clientFlags(flags));
@@ -70,7 +71,7 @@ message AOmap::getDefaultCfg() { return nv::defaultConfig(std::unique_ptr<Object
 // Changing by command.
 
 message AOmap::cmdAddObj(const message& request) {
-  OObject* target = targetOf(positionOf(request));
+  const OObject* const target = targetOf(positionOf(request));
   if (target == nullptr) return refusal(nv::err::noSuchPosition);
   const std::uint32_t targetId = target->id;
   std::uint32_t id = request.get(nv::key::objectId, nv::kNoId);
@@ -81,7 +82,7 @@ message AOmap::cmdAddObj(const message& request) {
   nv::apply(*obj, request, nv::kDefaultFlags, nv::applyMode(mergeOnSet()));
   obj->id = id;
 
-  message reply = checkAdd(obj, nullAtEnd(target));
+  message reply = checkAdd(obj, nullAtEnd(targetAgain(targetId)));
   if (nv::isError(reply)) {
     freeId(id);
     return reply;
@@ -183,7 +184,7 @@ message AOmap::cmdMoveObj(const message& request, std::uint32_t id) {
   objMoved(obj);
   if (!holds(id, obj)) return reply;
   if (obj->isNotifying()) nv::announce(*this, id);
-  if (obj->isUndoable()) sendUndo(request, undo, obj->name() + " moved");
+  if (undoable && obj->isUndoable()) sendUndo(request, undo, obj->name() + " moved");
   return reply;
 }
 
@@ -212,8 +213,13 @@ AOmapIterator AOmap::add(OObject* obj, OObject* next) {
 void AOmap::remove(AOmapIterator at) {
   OObject* const obj = at.get();
   const std::uint32_t id = obj->id;
-  const std::unique_ptr<OObject> removed = takeOut(obj, obj->isStorable());
-  if (removed->isNotifying()) nv::announce(*this, id);
+  if (store != nullptr && store->has(id)) store->remove(id);
+  OObject* const previous = findPrevStorable(obj);
+  const std::unique_ptr<OObject> removed = unlist(obj);
+  if (obj->isStorable()) storeObj(previous);
+  freeId(id);
+  dynamicIds.erase(id);
+  if (obj->isNotifying()) nv::announce(*this, id);
 }
 
 void AOmap::move(OObject* obj, OObject* next) {
@@ -277,33 +283,37 @@ OObject* AOmap::targetOf(std::uint32_t position) {
   return objects.get(position);
 }
 
-// A check may have removed the object that stood there.
 OObject* AOmap::targetAgain(std::uint32_t targetId) {
-  OObject* const target = objects.get(targetId);
+  OObject* const target = targetId == nv::kHeadId ? &head : objects.get(targetId);
   return target == nullptr ? &head : target;
 }
 
 /// Moves `obj` before `next` and stores it and whoever names another object now.
 void AOmap::relink(OObject* obj, OObject* next) {
-  OObject* const formerPrevious = findPrevStorable(obj);
+  const std::uint32_t formerPrevious = findPrevStorable(obj)->id;
   unlink(obj);
   link(obj, next);
   if (!obj->isStorable()) return;
   storeObj(obj);
   storeObj(findPrevStorable(obj));
-  storeObj(formerPrevious);
+  storeAgain(formerPrevious);
 }
 
 /// Takes the object out of the map and its record out of the store, without deleting it.
 std::unique_ptr<OObject> AOmap::takeOut(OObject* obj, bool wasStored) {
   const std::uint32_t id = obj->id;
-  OObject* const previous = wasStored ? findPrevStorable(obj) : nullptr;
-  std::unique_ptr<OObject> taken{objects.take(id)};
-  unlink(obj);
+  const std::uint32_t previous = wasStored ? findPrevStorable(obj)->id : nv::kNoId;
+  std::unique_ptr<OObject> taken = unlist(obj);
   freeId(id);
   dynamicIds.erase(id);
-  removeRecord(id);
-  if (previous != nullptr) storeObj(previous);
+  if (store != nullptr && store->has(id)) store->remove(id);
+  if (wasStored) storeAgain(previous);
+  return taken;
+}
+
+std::unique_ptr<OObject> AOmap::unlist(OObject* obj) {
+  std::unique_ptr<OObject> taken{objects.take(obj->id)};
+  unlink(obj);
   return taken;
 }
 
