@@ -44,8 +44,10 @@ message AOmap::cmdGetAll(const message& request, std::uint32_t startId, std::uin
 
   auto page = nv::pageFor(count);
   OObject* obj = fromFirst ? head.next : targetAgain(startId);
+  message record;  // keeps its memory from object to object
   while (page.wantsMore() && obj != &head) {
-    message record{{nv::key::objectId, obj->id}};
+    record.clear();
+    record.insert(nv::key::objectId, obj->id);
     obj->getConfig(record, nv::clientFlags(flags));
     if (!page.take(record)) break;
     obj = obj->next;
