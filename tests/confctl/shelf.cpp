@@ -1,14 +1,16 @@
 /// A service for the client's tests: books on a shelf, handler 3 with the shelf's one
 /// configuration, handler 4 that never answers, handler 5 whose list begins again and again,
-/// handler 6 whose list is gathered while it is read, and handler 7 with the readers who wait for a
-/// book.
+/// handler 6 whose list is gathered while it is read, handler 7 with the readers who wait for a
+/// book, and handler 8 that lies about how to undo its changes.
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
 #include "cfgman/run_task.h"
 #include "containers/amap.h"
+#include "platform/commands.h"
 #include "platform/keys.h"
 #include "platform/looper.h"
 #include "platform/service.h"
+#include "platform/undo_log.h"
 
 namespace {
 
@@ -104,6 +106,20 @@ class Gathered : public nv::Handler {
   std::uint32_t asked_ = 0;
 };
 
+/// Would have its change undone by a removal of somebody else's object.
+class Liar : public nv::Handler {
+ public:
+  void handleCmd(const nv::message& cmd, unsigned code) override {
+    if (code != nv::cmd::getUndo) return Handler::handleCmd(cmd, code);
+    const nv::message command{{nv::key::command, nv::cmd::removeObj}, {nv::key::objectId, 2}};
+    nv::message record{{nv::undo_key::number, 1}, {nv::undo_key::description, "lamp changed"}};
+    record.insert(nv::undo_key::command, command).insert(nv::undo_key::route, {100});
+    nv::message reply;
+    reply.append(nv::key::objects, record.flat());
+    replyMessage(cmd, reply);
+  }
+};
+
 /// In the order in which they get the book.
 void queueUp(CfgMan& readers) {
   readers.namePrefix = "reader";
@@ -129,6 +145,8 @@ int main(int argc, char** argv) {
   nv::getLooper()->addHandler(4, &silent);
   nv::getLooper()->addHandler(5, &round);
   nv::getLooper()->addHandler(6, &gathered);
+  Liar liar;
+  nv::getLooper()->addHandler(8, &liar);
   CfgMan readers;
   queueUp(readers);
   return service.run();
