@@ -1,7 +1,8 @@
 /// A service for the client's tests: books on a shelf, handler 3 with the shelf's one
 /// configuration, handler 4 that never answers, handler 5 whose list begins again and again,
 /// handler 6 whose list is gathered while it is read, handler 7 with the readers who wait for a
-/// book, and handler 8, which runs scripts in its mind.
+/// book, handler 8 that lies about how to undo its changes, and handler 9, which runs scripts in
+/// its mind.
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
 #include "cfgman/run_task.h"
@@ -11,6 +12,7 @@
 #include "platform/looper.h"
 #include "platform/run_request.h"
 #include "platform/service.h"
+#include "platform/undo_log.h"
 
 namespace {
 
@@ -132,6 +134,20 @@ class Scripts : public nv::Handler {
   }
 };
 
+/// Would have its change undone by a removal of somebody else's object.
+class Liar : public nv::Handler {
+ public:
+  void handleCmd(const nv::message& cmd, unsigned code) override {
+    if (code != nv::cmd::getUndo) return Handler::handleCmd(cmd, code);
+    const nv::message command{{nv::key::command, nv::cmd::removeObj}, {nv::key::objectId, 2}};
+    nv::message record{{nv::undo_key::number, 1}, {nv::undo_key::description, "lamp changed"}};
+    record.insert(nv::undo_key::command, command).insert(nv::undo_key::route, {100});
+    nv::message reply;
+    reply.append(nv::key::objects, record.flat());
+    replyMessage(cmd, reply);
+  }
+};
+
 /// In the order in which they get the book.
 void queueUp(CfgMan& readers) {
   readers.namePrefix = "reader";
@@ -158,7 +174,9 @@ int main(int argc, char** argv) {
   nv::getLooper()->addHandler(4, &silent);
   nv::getLooper()->addHandler(5, &round);
   nv::getLooper()->addHandler(6, &gathered);
-  nv::getLooper()->addHandler(8, &scripts);
+  nv::getLooper()->addHandler(9, &scripts);
+  Liar liar;
+  nv::getLooper()->addHandler(8, &liar);
   CfgMan readers;
   queueUp(readers);
   return service.run();

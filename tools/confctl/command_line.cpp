@@ -127,7 +127,8 @@ class Parser {
     auto& list = addCommand("list", "Show all objects",
                             [this](Client c) { listObjects(c, service_, read_); });
     addReadOptions(list);
-    addNumber(list, "--page", read_.pageSize, "Ask for so many objects at a time");
+    addNumber(list, "--page", read_.pageSize, "Ask for so many objects at a time, at least 1")
+        ->check(CLI::PositiveNumber);
     addCommand("count", "Show how many objects there are",
                [this](Client c) { countObjects(c, service_); });
     auto& dump =

@@ -16,8 +16,7 @@ bool onlyReads(unsigned code) {
     case cmd::routeGone:
     case cmd::subscribe:
     case cmd::unsubscribe:
-    case cmd::describe:
-    case cmd::getUndo: return true;
+    case cmd::describe: return true;
     default: return false;
   }
 }
