@@ -19,12 +19,11 @@ std::string keyOf(Object* obj) { return nameKey(host(obj).hostName); }
 
 HostMap::HostMap(std::filesystem::path file)
     : AMap("hosts", kLowestId, kHighestId), file_(std::move(file)) {
-  describe("hosts",
-           {{kName.uid(), "name", "what the host is called"},
-            {kAddresses.uid(), "addresses", "where it is, IPv4 and IPv6"},
-            {kComment.uid(), "comment", "a line for people"},
-            {kDisabled.uid(), "disabled", "kept, but not told to the resolver"},
-            {kScript.uid(), "script", "run when the addresses change"}});
+  describe("hosts", {{kName.uid(), "name", "what the host is called"},
+                     {kAddresses.uid(), "addresses", "where it is, IPv4 and IPv6"},
+                     {kComment.uid(), "comment", "a line for people"},
+                     {kDisabled.uid(), "disabled", "kept, but not told to the resolver"},
+                     {kScript.uid(), "script", "run when the addresses change"}});
   nv::getRunner().addBeforeSleep([self = std::weak_ptr(self_)] {
     if (const auto map = self.lock()) (*map)->writeFile();
   });

@@ -52,6 +52,7 @@ class Setup {
  private:
   static std::vector<char*> pointers(const std::vector<std::string>& texts) {
     std::vector<char*> all;
+    all.reserve(texts.size() + 1);
     for (const auto& text : texts) all.push_back(const_cast<char*>(text.c_str()));
     all.push_back(nullptr);
     return all;
