@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/follow.h"
 #include "platform/timer.h"
 #include "tests/platform/loop_fixture.h"
 
@@ -51,6 +52,42 @@ TEST_F(Loop, APostIsAnsweredExactlyOnce) {
   service->send(reply);
   kit.advance(5000);
   EXPECT_EQ(taken(), "3");
+}
+
+TEST_F(Loop, NoServiceAnswersForAnother) {
+  constexpr std::uint32_t kForger = 300;
+  kit.serve(kElsewhere);
+  kit.serve(kForger);
+  auto request = requestTo(kElsewhere, cmd::getCount), other = requestTo(kForger, cmd::getCount);
+  const auto heard = [&](const message& reply) { note(std::to_string(reply.get(key::count))); };
+  const Post post(request, heard, 60000);
+  kit.settle();
+  const auto asked = kit.acceptedPeer();
+  const auto tag = asked->received().at(0).get(key::tag);
+  const Post forgers(other, heard, 60000);
+  void* const followed = follow(
+      [&](const message& msg) { note(msg.empty() ? "." : msg.get(key::name)); },
+      requestTo(kElsewhere, 0), false);
+  kit.settle();
+  const auto forger = kit.acceptedPeer();
+  const auto subscription = asked->received().at(0).get(key::tag);
+  asked->send({{key::frameKind, 1}, {key::tag, subscription}});
+  kit.settle();
+  asked->send({{key::frameKind, 1}, {key::tag, asked->received().at(0).get(key::tag)}});
+  kit.settle();
+  EXPECT_EQ(taken(), ".");
+
+  forger->send({{key::frameKind, 1}, {key::tag, tag}, {key::count, 666}});
+  forger->send({{key::frameKind, 2}, {key::tag, subscription}, {key::name, "forged"}});
+  forger->send({{key::frameKind, 3}, {key::tag, subscription}});
+  kit.advance(1000);
+  EXPECT_EQ(taken(), "");
+  EXPECT_TRUE(asked->received().empty()) << "the follow has not begun anew";
+  asked->send({{key::frameKind, 1}, {key::tag, tag}, {key::count, 3}});
+  asked->send({{key::frameKind, 2}, {key::tag, subscription}, {key::name, "told"}});
+  kit.settle();
+  EXPECT_EQ(taken(), "3 told");
+  stopFollow(followed);
 }
 
 TEST_F(Loop, APostWithoutAnswerEndsInAnErrorThatSaysWhy) {

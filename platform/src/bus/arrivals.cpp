@@ -75,11 +75,11 @@ void Connections::frameArrived(std::uint32_t number, std::span<const unsigned ch
   const auto tag = msg->get(key::tag);
   stripFrame(*msg);
   if (kind == Frame::reply)
-    events_.replyArrived(tag, std::move(*msg));
+    events_.replyArrived(number, tag, std::move(*msg));
   else if (kind == Frame::notification)
-    events_.notificationArrived(tag, std::move(*msg));
+    events_.notificationArrived(number, tag, std::move(*msg));
   else if (kind == Frame::ended)
-    events_.subscriptionEnded(tag);
+    events_.subscriptionEnded(number, tag);
   else
     cut(number, "a service sent a request");
 }

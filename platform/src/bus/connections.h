@@ -23,9 +23,11 @@ class ConnectionEvents {
   virtual ~ConnectionEvents() = default;
   /// A client's request, stamped with its route and rights.
   virtual void requestArrived(message request) = 0;
-  virtual void replyArrived(std::uint32_t tag, message reply) = 0;
-  virtual void notificationArrived(std::uint32_t tag, message notification) = 0;
-  virtual void subscriptionEnded(std::uint32_t tag) = 0;
+  // What a service says: its connection, and the tag to which it says that it belongs.
+  virtual void replyArrived(std::uint32_t connection, std::uint32_t tag, message reply) = 0;
+  virtual void notificationArrived(std::uint32_t connection, std::uint32_t tag,
+                                   message notification) = 0;
+  virtual void subscriptionEnded(std::uint32_t connection, std::uint32_t tag) = 0;
 };
 
 /// Frames are a length (u32, little-endian, of what follows) and a flat message. A client's

@@ -77,9 +77,10 @@ struct Looper::Impl : ConnectionEvents {
   bool hasWork() const;
 
   void requestArrived(message request) override;
-  void replyArrived(std::uint32_t tag, message reply) override;
-  void notificationArrived(std::uint32_t tag, message notification) override;
-  void subscriptionEnded(std::uint32_t tag) override;
+  void replyArrived(std::uint32_t connection, std::uint32_t tag, message reply) override;
+  void notificationArrived(std::uint32_t connection, std::uint32_t tag,
+                           message notification) override;
+  void subscriptionEnded(std::uint32_t connection, std::uint32_t tag) override;
 
   Limits limits;
   std::unique_ptr<LoopEngine> loop;

@@ -66,9 +66,9 @@ void Looper::Impl::deliverToSelf(Outgoing&& outgoing) {
   localWork.push_back(
       [this, kind = outgoing.kind, tag = outgoing.tag, msg = std::move(outgoing.msg)] {
         switch (kind) {
-          case Outgoing::Kind::reply: return requests.answer(tag, msg);
-          case Outgoing::Kind::notification: return requests.notify(tag, msg);
-          default: return requests.ended(tag);
+          case Outgoing::Kind::reply: return requests.reply(kSelf, tag, msg);
+          case Outgoing::Kind::notification: return requests.notify(kSelf, tag, msg);
+          default: return requests.ended(kSelf, tag);
         }
       });
 }
