@@ -29,7 +29,7 @@ inline constexpr unsigned notAllowed = 0xfe0101;
 inline constexpr unsigned noRoute = 0xfe0102;
 /// No answer within the time given.
 inline constexpr unsigned timedOut = 0xfe0103;
-/// A limit of the connection is reached (requests in flight, subscriptions).
+/// A limit of the connection or its user is reached (requests in flight, subscriptions).
 inline constexpr unsigned tooMany = 0xfe0104;
 /// The store could not take the change.
 inline constexpr unsigned notStored = 0xfe0105;

@@ -51,7 +51,7 @@ class Connections : public TransportEvents {
   /// What has been sent since the last call leaves.
   void flush();
 
-  /// Counts a subscription of a connection; false when it has all that it may have.
+  /// Counts a subscription of a connection; false when it, or its user, has all that it may have.
   bool addSubscription(std::uint32_t connection);
   void removeSubscription(std::uint32_t connection);
 
@@ -92,6 +92,11 @@ class Connections : public TransportEvents {
     bool readingPaused = false;
   };
 
+  struct User {
+    std::size_t connections = 0;
+    std::size_t subscriptions = 0;
+  };
+
   /// Handles the whole frames at the front of `bytes`, until the connection is congested, and
   /// returns how many bytes they took.
   std::size_t takeFrames(std::uint32_t connection, std::span<const unsigned char> bytes);
@@ -111,7 +116,7 @@ class Connections : public TransportEvents {
   ConnectionEvents& events_;
   std::unordered_map<std::uint32_t, Connection> connections_;
   std::unordered_map<std::uint32_t, std::uint32_t> byAddress_;
-  std::unordered_map<std::uint32_t, std::size_t> perUser_;
+  std::unordered_map<std::uint32_t, User> users_;  // who have connections
   std::set<std::uint32_t> congested_;
   Gone gone_;
   std::unique_ptr<Transport> transport_;  // last: it goes first, and with it all calls
