@@ -146,6 +146,49 @@ TEST_F(Bus, AFullDiskRefusesChangesAndServesReads) {
   EXPECT_EQ(said(*peer), "3 ok");
 }
 
+/// Stores a text on a command of its own.
+struct OwnCommand : ListHandler {
+  using ListHandler::ListHandler;
+  void handleCmd(const message& request, unsigned code) override {
+    if (code != kStore) return ListHandler::handleCmd(request, code);
+    put(1, request.get(key::name));
+    sendUndo(request, {{key::command, cmd::removeObj}, {key::objectId, 1}}, "stored");
+    replyMessage(request, {});
+  }
+  static constexpr unsigned kStore = 0x55;
+};
+
+TEST_F(Bus, WhoWaitsForADiskThatTakesNoChangesIsToldSoAndTheChangeIsWrittenLater) {
+  OwnCommand texts("texts");
+  serve(texts);
+  auto peer = kit.connect();
+  peer->send(command(1, cmd::subscribe));
+  kit.settle();
+  peer->received();
+  const auto store = [](std::uint32_t tag) {
+    return command(tag, OwnCommand::kStore).insert(key::name, "new");
+  };
+  kit.engine().hold();
+  peer->send(store(2));
+  kit.settle();
+  kit.engine().refuse("no space left on device");
+  peer->send(store(3));
+  peer->send(command(4, cmd::getObj, 1).insert(key::settled, true));
+  peer->send(command(5, cmd::getObj, 1));
+  kit.settle();
+  const auto replies = peer->received();
+  EXPECT_EQ(line(replies), "3 fe0105, 4 fe0105, 5 ok") << "2 is being written";
+  EXPECT_EQ(getError(replies[0]), "not on disk yet: no space left on device");
+  kit.engine().release();
+  EXPECT_EQ(said(*peer), "2 ok, ~1 1=new");
+  kit.engine().refuse("");
+  EXPECT_EQ(said(*peer), "~1 1=new");
+  EXPECT_EQ(stores.get("texts", 1).get(key::name), "new");
+  peer->send(command(6, cmd::getUndo));
+  kit.settle();
+  EXPECT_EQ(peer->received().at(0).size(key::objects), 2U);
+}
+
 TEST_F(Bus, AServicesOwnChangesWaitForSpaceOnTheDisk) {
   ListHandler texts("texts");
   serve(texts);

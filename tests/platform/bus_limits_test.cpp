@@ -41,6 +41,8 @@ TEST_F(Bus, WhoBreaksTheRulesIsCutAndTheOthersGoOn) {
        }},
       {"too deep", [](BusPeer& peer) { peer.send(nested(40)); }},
       {"a change that is not counted", [](BusPeer& peer) { peer.send(setText(0, 1, "x")); }},
+      {"a service's own command that is not counted",
+       [](BusPeer& peer) { peer.send(command(0, 0x55)); }},
       {"a reply", [&](BusPeer& peer) { peer.send(reply); }},
       {"one tag twice in flight",
        [&](BusPeer& peer) {

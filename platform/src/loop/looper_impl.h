@@ -109,6 +109,8 @@ struct Looper::Impl : ConnectionEvents {
   void releaseDurable();
   void commitFailed(const std::string& error);
   void storeFailed(const std::string& error);
+  void refuseWaiting();
+  void answerNotStored(std::uint64_t durable, const std::string& why);
   bool shouldLinger();
   std::optional<std::chrono::microseconds> timeToSleep() const;
   void clientGone(std::uint32_t connection);

@@ -23,9 +23,16 @@ void Outbox::release(std::uint64_t durable, const Deliver& deliver) {
   for (auto& outgoing : std::exchange(ready_, {})) deliver(std::move(outgoing));
 }
 
-std::vector<Outgoing> Outbox::takeHeld() {
+std::vector<Outgoing> Outbox::takeReplies(std::uint64_t durable) {
   std::vector<Outgoing> taken;
-  for (auto& held : std::exchange(held_, {})) taken.push_back(std::move(held.outgoing));
+  std::deque<Held> others;
+  for (auto& held : std::exchange(held_, {})) {
+    if (held.after > durable && held.outgoing.kind == Outgoing::Kind::reply)
+      taken.push_back(std::move(held.outgoing));
+    else
+      others.push_back(std::move(held));
+  }
+  held_ = std::move(others);
   return taken;
 }
 

@@ -32,8 +32,8 @@ class Outbox {
   void endTurn(std::uint64_t after);
   /// Delivers what waits for change `durable` or an earlier one, then what waits for nothing.
   void release(std::uint64_t durable, const Deliver& deliver);
-  /// Takes out everything that waits for the disk.
-  std::vector<Outgoing> takeHeld();
+  /// Takes out the replies that wait for a change later than number `durable`.
+  std::vector<Outgoing> takeReplies(std::uint64_t durable);
 
   /// Whether something that waits for nothing has not been delivered yet.
   bool hasReady() const { return !ready_.empty(); }

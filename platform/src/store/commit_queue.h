@@ -39,6 +39,8 @@ class CommitQueue {
   // The loop's side.
   /// How many changes were made.
   std::uint64_t made() const { return made_; }
+  /// How many of them were handed to the engine.
+  std::uint64_t submitted() const { return submitted_; }
   /// How many of them are on disk.
   std::uint64_t durable() const { return durable_; }
   bool allDurable() const { return made_ == durable_; }
