@@ -31,7 +31,8 @@ struct Limits {
   std::size_t subscriptionBytes = 4096;
   /// Connections of one user id; the next is cut at once.
   std::size_t connectionsPerUser = 64;
-  /// Undo records that are kept for clients to read, and how many bytes they may take together.
+  /// Undo records that are kept for clients to read, and how many bytes they may take together; as
+  /// many may wait for the disk.
   std::size_t undoRecords = 100;
   std::size_t undoBytes = 1024 * 1024;
 };

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/follow.h"
 #include "platform/looper.h"
 #include "platform/undo_log.h"
 #include "tests/platform/bus_fixture.h"
@@ -187,6 +188,41 @@ TEST_F(Bus, WhoWaitsForADiskThatTakesNoChangesIsToldSoAndTheChangeIsWrittenLater
   peer->send(command(6, cmd::getUndo));
   kit.settle();
   EXPECT_EQ(peer->received().at(0).size(key::objects), 2U);
+}
+
+TEST_F(Bus, WhatWaitsForADiskThatTakesNoChangesDoesNotGrow) {
+  ListHandler texts("texts");
+  serve(texts);
+  std::vector<std::string> heard;
+  auto target = command(0, 0);
+  void* const followed =
+      follow([&](const message& msg) { heard.push_back(msg.get(key::name)); }, target, false);
+  kit.settle();
+  kit.engine().refuse("no space left on device");
+  constexpr int kChanges = 5000;
+  const auto records = static_cast<int>(Limits().undoRecords);
+  texts.fetches = 0;
+  for (int i = 1; i <= kChanges; ++i) {
+    texts.put(1, std::to_string(i) + std::string(1000, 'x'));
+    texts.sendUndo({}, {{key::objectId, static_cast<std::uint32_t>(i)}}, "changed");
+    kit.pass();
+  }
+  EXPECT_EQ(texts.stalled, 1);
+  kit.engine().refuse("");
+  kit.settle();
+  EXPECT_EQ(texts.stalled, 0);
+  EXPECT_LT(heard.size(), 100U);
+  EXPECT_EQ(heard.back(), texts.texts[1]);
+  stopFollow(followed);
+
+  auto peer = kit.connect();
+  peer->send(command(1, cmd::getUndo));
+  kit.settle();
+  const auto kept = peer->received().at(0).get(key::objects);
+  ASSERT_FALSE(kept.empty());
+  const auto newest = message(kept[0]);
+  EXPECT_EQ(message(newest.get(undo_key::command)).get(key::objectId), 0U + kChanges);
+  EXPECT_EQ(newest.get(undo_key::number), 0U + records) << "the others were dropped before";
 }
 
 TEST_F(Bus, AServicesOwnChangesWaitForSpaceOnTheDisk) {

@@ -90,11 +90,13 @@ void Connections::removeSubscription(std::uint32_t connection) {
 }
 
 void Connections::expect(std::uint32_t connection, std::size_t bytes) {
+  if (connection == kSelf) expectedBySelf_ += bytes;
   const auto found = connections_.find(connection);
   if (found != connections_.end()) found->second.expectedBytes += bytes;
 }
 
 void Connections::expected(std::uint32_t connection, std::size_t bytes) {
+  if (connection == kSelf) expectedBySelf_ -= bytes;
   const auto found = connections_.find(connection);
   if (found != connections_.end()) found->second.expectedBytes -= bytes;
 }
@@ -104,6 +106,7 @@ std::size_t Connections::queued(std::uint32_t number, const Connection& connecti
 }
 
 bool Connections::isCongested(std::uint32_t number) const {
+  if (number == kSelf) return expectedBySelf_ > limits_.queuedBytes;
   const auto found = connections_.find(number);
   return found != connections_.end() && queued(number, found->second) > limits_.queuedBytes;
 }

@@ -55,7 +55,7 @@ class Connections : public TransportEvents {
   bool addSubscription(std::uint32_t connection);
   void removeSubscription(std::uint32_t connection);
 
-  /// Bytes that wait in this process before they are sent count as queued.
+  /// Bytes that wait in this process before they are sent count as queued, to kSelf as well.
   void expect(std::uint32_t connection, std::size_t bytes);
   void expected(std::uint32_t connection, std::size_t bytes);
   /// Whether so much is queued that notifications should wait. The connection is then among those
@@ -117,6 +117,7 @@ class Connections : public TransportEvents {
   std::unordered_map<std::uint32_t, Connection> connections_;
   std::unordered_map<std::uint32_t, std::uint32_t> byAddress_;
   std::unordered_map<std::uint32_t, User> users_;  // who have connections
+  std::size_t expectedBySelf_ = 0;
   std::set<std::uint32_t> congested_;
   Gone gone_;
   std::unique_ptr<Transport> transport_;  // last: it goes first, and with it all calls

@@ -87,7 +87,7 @@ struct Looper::Impl : ConnectionEvents {
   std::unique_ptr<CommitQueue> stores;
   std::function<void(int)> exit;
   TimerQueue timers;
-  Outbox outbox;
+  Outbox outbox{limits.undoRecords, limits.undoBytes};
   Requests requests;
   WaitingRequests waitingRequests{requests, [this](Outgoing& it) { return sendToService(it); }};
   UndoLog undo;

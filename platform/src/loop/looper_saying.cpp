@@ -53,12 +53,11 @@ void Looper::Impl::deliverOutgoing(Outgoing&& outgoing) {
   if (outgoing.kind == Kind::undo) return undo.add(std::move(outgoing.msg));
   if (outgoing.kind == Kind::request) return deliverRequest(std::move(outgoing));
 
+  connections.expected(outgoing.connection, outgoing.msg.bytes().size());
   if (outgoing.connection == kSelf) return deliverToSelf(std::move(outgoing));
-
   const auto frame = outgoing.kind == Kind::reply          ? Frame::reply
                      : outgoing.kind == Kind::notification ? Frame::notification
                                                            : Frame::ended;
-  connections.expected(outgoing.connection, outgoing.msg.bytes().size());
   connections.send(outgoing.connection, frame, outgoing.tag, std::move(outgoing.msg));
 }
 
