@@ -43,7 +43,7 @@ struct Platform {
 /// that it starts again from what is on disk. While the disk takes no changes (it is full), those that a
 /// service makes all the same, by itself or for commands of its own, gather and are written later;
 /// replies that would wait for them become err::notStored replies at once, notifications and undo
-/// records wait. It ends so too, at once, when a record cannot be
+/// records wait. It ends so too, without another pass, when a record cannot be
 /// read: to a service it would look as if it were absent.
 class CONFKIT_API Looper {
  public:

@@ -100,6 +100,27 @@ TEST_F(Bus, WhenACommitFailsGetsAreStillAnsweredAndOnlyWhatWaitsForItIsLost) {
   EXPECT_TRUE(stores.records("texts").empty());
 }
 
+TEST_F(Bus, WhenARecordCannotBeReadWhatReachesTheDiskIsStillAcknowledged) {
+  stores.set("other", 1, {{key::name, "one"}});
+  ListHandler texts("texts");
+  serve(texts);
+  Store other("other");
+  auto writer = kit.connect();
+  kit.engine().hold();
+  writer->send(setText(1, 7, "seven"));
+  kit.settle();
+  writer->send(setText(2, 8, "eight"));
+  kit.settle();
+  kit.engine().failReads("the disk is gone");
+  EXPECT_TRUE(other.get(1).empty());
+  const auto replies = writer->received();
+  ASSERT_EQ(line(replies), "1 ok, 2 fe0105");
+  EXPECT_EQ(getError(replies[1]), "the store cannot be read: the disk is gone");
+  EXPECT_EQ(kit.exitStatus(), Looper::kNotStored);
+  EXPECT_EQ(stores.get("texts", 7).get(key::name), "seven");
+  EXPECT_TRUE(stores.get("texts", 8).empty());
+}
+
 TEST_F(Bus, StoppingWaitsForTheCommitUnderWayAndForTheNext) {
   ListHandler texts("texts");
   serve(texts);

@@ -24,7 +24,9 @@ void Looper::Impl::useStores(std::unique_ptr<StoreEngine> engine) {
   });
   stores->onUnreadable([this](const std::string& why) {
     std::cout << "store: " << why << std::endl;
-    storeFailed(why);
+    // What is being written may reach the disk all the same.
+    stores->finishWriting();
+    storeFailed("the store cannot be read: " + why);
   });
 }
 

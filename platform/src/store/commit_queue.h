@@ -61,6 +61,8 @@ class CommitQueue {
   /// Takes the outcome of the batch being written if there is one. Afterwards durable() has grown,
   /// or the outcome's error says why not; after an error the queue takes no further batch.
   std::optional<StoreEngine::Outcome> reap();
+  /// Waits for the outcome of the batch being written, if there is one, also after an error.
+  void finishWriting();
   /// Submits what is gathered and waits until all is on disk; the error, or empty. What the engine
   /// refuses is left, and one line on the standard output says so.
   std::string drain();
