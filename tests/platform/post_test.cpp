@@ -189,6 +189,34 @@ TEST_F(Loop, ARequestCausedByAChangeLeavesWhenTheChangeIsOnDisk) {
   EXPECT_TRUE(kit.acceptedPeer());
 }
 
+TEST_F(Loop, ARequestThatNobodyAwaitsAnyMoreWhenItMayLeaveStays) {
+  kit.serve(kElsewhere);
+  Store store("texts");
+  kit.engine().hold();
+  const auto asked = [](std::uint32_t id) {
+    return requestTo(kElsewhere, cmd::setObj).insert(key::objectId, id);
+  };
+  const auto heard = [&](const message& reply) { note(isError(reply) ? "error" : "ok"); };
+  std::vector<message> requests{asked(1), asked(2), asked(3), asked(4)};
+  store.set(1, {{key::name, "one"}});
+  const Post timedOut(requests[0], heard, 100);
+  Post cancelled(requests[1], heard, 60000);
+  const Post waiting(requests[2], heard, 60000);
+  const Post endless(requests[3], {}, 0);
+  getLooper()->send(asked(5));
+  kit.advance(1000);
+  cancelled.cancel();
+  kit.engine().release();
+  kit.settle();
+  EXPECT_EQ(taken(), "error");
+  const auto service = kit.acceptedPeer();
+  ASSERT_TRUE(service);
+  std::string arrived;
+  for (const auto& request : service->received())
+    arrived += std::to_string(request.get(key::objectId));
+  EXPECT_EQ(arrived, "345");
+}
+
 TEST_F(Loop, WhatIsSaidOutsideOfTheLoopWaitsForWhatWasStoredBefore) {
   kit.serve(kElsewhere);
   Store store("texts");

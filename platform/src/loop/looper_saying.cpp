@@ -18,7 +18,7 @@ void Looper::Impl::say(Outgoing outgoing) {
 }
 
 void Looper::Impl::request(std::uint32_t tag, message msg) {
-  say({Outgoing::Kind::request, 0, tag != 0 ? tag : requests.freshTag(), std::move(msg)});
+  say({Outgoing::Kind::request, 0, tag, std::move(msg)});
 }
 
 void Looper::Impl::reply(const message& request, message msg) {
@@ -73,6 +73,10 @@ void Looper::Impl::deliverToSelf(Outgoing&& outgoing) {
 }
 
 void Looper::Impl::deliverRequest(Outgoing&& outgoing) {
+  if (outgoing.tag == 0)
+    outgoing.tag = requests.freshTag();
+  else if (!requests.awaits(outgoing.tag))
+    return;  // was cancelled, or timed out, while it was held back
   auto& msg = outgoing.msg;
   const auto route = msg.get(key::route);
   if (isLocal(route)) {
