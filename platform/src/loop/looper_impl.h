@@ -64,7 +64,8 @@ struct Looper::Impl : ConnectionEvents {
   // The phases of a pass, in order.
   void waitForEvents(bool mayWait);
   void takeCommitOutcome();
-  void fireTimers();
+  /// Those that are older than timer number `before`.
+  void fireTimers(std::uint64_t before);
   void deliverLocal();
   void dropGone();
   void runHooks();

@@ -53,8 +53,7 @@ void Looper::Impl::takeCommitOutcome() {
   releaseDurable();
 }
 
-void Looper::Impl::fireTimers() {
-  const auto before = TimerQueue::nextNumber();
+void Looper::Impl::fireTimers(std::uint64_t before) {
   while (auto function = timers.takeDue(now(), before)) {
     const Turn turn(*this);
     (*function)();
