@@ -80,7 +80,7 @@ void NameIndex::build() {
 }
 
 std::string NameIndex::highest() const {
-  const auto number = numbers_.used() == 0 ? "0" : std::to_string(numbers_.highest());
+  auto number = numbers_.used() == 0 ? "0" : std::to_string(numbers_.highest());
   if (others_.empty() || ByLength()(*others_.rbegin(), number)) return number;
   return *others_.rbegin();
 }

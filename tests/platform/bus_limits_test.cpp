@@ -41,6 +41,8 @@ TEST_F(Bus, WhoBreaksTheRulesIsCutAndTheOthersGoOn) {
        }},
       {"too deep", [](BusPeer& peer) { peer.send(nested(40)); }},
       {"a change that is not counted", [](BusPeer& peer) { peer.send(setText(0, 1, "x")); }},
+      {"a service's own command that is not counted",
+       [](BusPeer& peer) { peer.send(command(0, 0x55)); }},
       {"a reply", [&](BusPeer& peer) { peer.send(reply); }},
       {"one tag twice in flight",
        [&](BusPeer& peer) {
@@ -122,6 +124,37 @@ TEST_F(Bus, AClientThatDoesNotReadItsRepliesIsNotReadEither) {
   for (int i = 0; i < 1100; ++i) kit.pass();
   EXPECT_EQ(texts.fetches, 1000);
   EXPECT_EQ(peer->received().size(), 1000U);
+}
+
+TEST_F(Bus, TheSubscriptionsOfAUserAreCountedTogether) {
+  ListHandler texts;
+  serve(texts);
+  const auto limits = Limits();
+  std::vector<std::unique_ptr<BusPeer>> crowd;
+  std::size_t refused = 0;
+  for (std::size_t i = 0; i < limits.connectionsPerUser; ++i) {
+    crowd.push_back(kit.connect({500, 500, 1}));
+    for (std::uint32_t tag = 1; tag <= limits.subscriptions; ++tag)
+      crowd.back()->send(command(tag, cmd::subscribe));
+    kit.settle();
+    for (const auto& reply : crowd.back()->received()) refused += errorCode(reply) == err::tooMany;
+  }
+  const auto most = static_cast<int>(limits.subscriptionsPerUser);
+  EXPECT_EQ(texts.subscribers, most);
+  EXPECT_EQ(refused, limits.connectionsPerUser * limits.subscriptions - limits.subscriptionsPerUser);
+  auto other = kit.connect({501, 501, 1});
+  other->send(command(1, cmd::subscribe));
+  EXPECT_EQ(said(*other), "1 ok");
+
+  crowd[0]->close();
+  crowd[1]->send(command(1001, cmd::unsubscribe, 1));
+  kit.settle();
+  for (std::uint32_t tag = 1; tag <= limits.subscriptions; ++tag)
+    crowd.back()->send(command(tag, cmd::subscribe));
+  crowd[1]->send(command(1002, cmd::subscribe));
+  crowd[1]->send(command(1003, cmd::subscribe));
+  EXPECT_EQ(said(*crowd[1]), "1001 ok, 1002 ok, 1003 fe0104");
+  EXPECT_EQ(texts.subscribers, most + 1);
 }
 
 /// Answers no get before it is told to.

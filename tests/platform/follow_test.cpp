@@ -217,6 +217,21 @@ TEST_F(Loop, AFollowComesBackWhenThereIsAnotherHandler) {
   stopFollow(handle);
 }
 
+TEST_F(Loop, FollowsThatEndOneAnotherAreForgottenTogether) {
+  struct Ends {
+    ~Ends() { stopFollow(handle); }
+    void* handle;
+  };
+  for (int i = 0; i < 20; ++i) {
+    const auto ends = std::make_shared<Ends>();
+    ends->handle = follow([](const message&) {}, requestTo(7, 0), false);
+    follow([this, ends](const message&) { note("called"); }, requestTo(7, 0), false);
+  }
+  setObserver(nullptr);
+  getLooper()->assemble({});
+  EXPECT_EQ(taken(), "");
+}
+
 TEST_F(Loop, AFollowSubscribesAnewWhenItsSubscriptionIsEndedOverTheBus) {
   kit.serve(kElsewhere);
   void* const handle =

@@ -64,14 +64,24 @@ void Requests::answer(std::uint32_t tag, const message& reply) {
   if (awaited && awaited.mapped().done) awaited.mapped().done(reply);
 }
 
-void Requests::notify(std::uint32_t tag, const message& notification) {
+void Requests::reply(std::uint32_t connection, std::uint32_t tag, const message& reply) {
+  const auto found = awaited_.find(tag);
+  if (found != awaited_.end() && found->second.connection == connection) answer(tag, reply);
+}
+
+void Requests::notify(std::uint32_t connection, std::uint32_t tag, const message& notification) {
   const auto found = listeners_.find(tag);
-  if (found == listeners_.end()) return;
+  if (found == listeners_.end() || found->second->connection != connection) return;
   const auto listener = found->second;
   listener->notify(notification);
 }
 
-void Requests::ended(std::uint32_t tag) {
+void Requests::ended(std::uint32_t connection, std::uint32_t tag) {
+  const auto found = listeners_.find(tag);
+  if (found != listeners_.end() && found->second->connection == connection) lose(tag);
+}
+
+void Requests::lose(std::uint32_t tag) {
   if (const auto listener = listeners_.extract(tag)) listener.mapped()->lost();
 }
 
@@ -83,7 +93,7 @@ void Requests::connectionLost(std::uint32_t connection) {
     if (listener->connection == connection) deaf.push_back(tag);
 
   for (const auto tag : unanswered) answer(tag, errorMsg(err::noRoute, "the connection ended"));
-  for (const auto tag : deaf) ended(tag);
+  for (const auto tag : deaf) lose(tag);
 }
 
 }  // namespace nv
