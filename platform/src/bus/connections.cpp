@@ -168,12 +168,13 @@ void Connections::closed(std::uint32_t connection) { forget(connection); }
 
 void Connections::cut(std::uint32_t number, std::string_view why) {
   const auto& connection = connections_.at(number);
+  const auto isCut = " is cut: " + std::string(why);
   if (connection.client)
-    std::cout << "bus: connection " << number - Transport::kFirstConnection << " of user "
-              << connection.peer.uid;
+    cutLog_.add(connection.peer.uid,
+                "bus: connection " + std::to_string(number - Transport::kFirstConnection) +
+                    " of user " + std::to_string(connection.peer.uid) + isCut);
   else
-    std::cout << "bus: connection to " << connection.address;
-  std::cout << " is cut: " << why << std::endl;
+    std::cout << "bus: connection to " << connection.address << isCut << std::endl;
   transport_->close(number);
   forget(number);
 }

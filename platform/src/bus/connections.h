@@ -12,6 +12,7 @@
 
 #include "platform/limits.h"
 #include "platform/message.h"
+#include "platform/src/bus/cut_log.h"
 #include "platform/src/bus/envelope.h"
 #include "platform/transport.h"
 
@@ -32,7 +33,7 @@ class ConnectionEvents {
 
 /// Frames are a length (u32, little-endian, of what follows) and a flat message. A client's
 /// connection carries requests in and the rest out; a connection that this process made, the other
-/// way round. Whoever breaks a rule or a limit is cut, with one line on the standard output.
+/// way round. Whoever breaks a rule or a limit is cut, with a line on the standard output.
 class Connections : public TransportEvents {
  public:
   using Rights = std::function<std::uint32_t(const Peer&)>;
@@ -120,6 +121,7 @@ class Connections : public TransportEvents {
   std::size_t expectedBySelf_ = 0;
   std::set<std::uint32_t> congested_;
   Gone gone_;
+  CutLog cutLog_;
   std::unique_ptr<Transport> transport_;  // last: it goes first, and with it all calls
 };
 
