@@ -101,6 +101,7 @@ TEST_F(Bus, LimitsCostTheOneWhoReachesThem) {
     crowd.push_back(kit.connect({500, 500, 1}));
   kit.settle();
   EXPECT_TRUE(crowd.back()->cut());
+  EXPECT_EQ(line(crowd.back()->received()), "0 fe0104");
   EXPECT_FALSE(crowd.front()->cut());
   crowd.front()->close();
   kit.settle();

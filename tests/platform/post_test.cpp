@@ -230,6 +230,22 @@ TEST_F(Loop, WhatIsSaidOutsideOfTheLoopWaitsForWhatWasStoredBefore) {
   EXPECT_TRUE(kit.acceptedPeer());
 }
 
+TEST_F(Loop, AnErrorToNumberZeroAnswersAllThatWasAskedThere) {
+  constexpr std::uint32_t kOther = 300;
+  kit.serve(kElsewhere);
+  kit.serve(kOther);
+  auto request = requestTo(kElsewhere, cmd::getCount), other = requestTo(kOther, cmd::getCount);
+  const auto heard = [&](const message& reply) { note(getError(reply)); };
+  const Post first(request, heard, 1000), second(request, heard, 1000), third(other, heard, 1000);
+  kit.settle();
+  const auto service = kit.acceptedPeer();
+  service->send(errorMsg(err::tooMany, "full").insert(key::frameKind, 1));
+  service->close();
+  kit.settle();
+  EXPECT_EQ(taken(), "full full");
+  EXPECT_TRUE(third.pending());
+}
+
 TEST_F(Loop, AnswersAreReadHoweverManyRequestsWait) {
   kit.serve(kElsewhere);
   auto request = requestTo(kElsewhere, cmd::setObj);

@@ -106,6 +106,7 @@ class Connections : public TransportEvents {
   void pauseIfCongested(std::uint32_t number);
   void resume(std::uint32_t number);
   bool isCongested(std::uint32_t number) const;
+  /// `tag` 0: all that this client has asked or asks, before it is cut.
   void refuse(std::uint32_t number, std::uint32_t tag, std::string_view why);
   std::uint32_t grantedRights(const Connection& connection, const message& request) const;
   std::size_t queued(std::uint32_t number, const Connection& connection) const;
