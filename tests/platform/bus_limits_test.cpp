@@ -143,7 +143,8 @@ TEST_F(Bus, TheSubscriptionsOfAUserAreCountedTogether) {
   }
   const auto most = static_cast<int>(limits.subscriptionsPerUser);
   EXPECT_EQ(texts.subscribers, most);
-  EXPECT_EQ(refused, limits.connectionsPerUser * limits.subscriptions - limits.subscriptionsPerUser);
+  EXPECT_EQ(refused,
+            limits.connectionsPerUser * limits.subscriptions - limits.subscriptionsPerUser);
   auto other = kit.connect({501, 501, 1});
   other->send(command(1, cmd::subscribe));
   EXPECT_EQ(said(*other), "1 ok");

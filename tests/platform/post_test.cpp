@@ -65,9 +65,9 @@ TEST_F(Loop, NoServiceAnswersForAnother) {
   const auto asked = kit.acceptedPeer();
   const auto tag = asked->received().at(0).get(key::tag);
   const Post forgers(other, heard, 60000);
-  void* const followed = follow(
-      [&](const message& msg) { note(msg.empty() ? "." : msg.get(key::name)); },
-      requestTo(kElsewhere, 0), false);
+  void* const followed =
+      follow([&](const message& msg) { note(msg.empty() ? "." : msg.get(key::name)); },
+             requestTo(kElsewhere, 0), false);
   kit.settle();
   const auto forger = kit.acceptedPeer();
   const auto subscription = asked->received().at(0).get(key::tag);

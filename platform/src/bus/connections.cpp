@@ -174,9 +174,9 @@ void Connections::cut(std::uint32_t number, std::string_view why) {
   const auto& connection = found->second;
   const auto isCut = " is cut: " + std::string(why);
   if (connection.client)
-    cutLog_.add(connection.peer.uid,
-                "bus: connection " + std::to_string(number - Transport::kFirstConnection) +
-                    " of user " + std::to_string(connection.peer.uid) + isCut);
+    cutLog_.add(connection.peer.uid, "bus: connection " +
+                                         std::to_string(number - Transport::kFirstConnection) +
+                                         " of user " + std::to_string(connection.peer.uid) + isCut);
   else
     std::cout << "bus: connection to " << connection.address << isCut << std::endl;
   transport_->close(number);
