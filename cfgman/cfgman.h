@@ -234,9 +234,9 @@ class CONFKIT_API CfgMan {
   // Updates.
   void post(UpdateTask task);
   /// The turn of a task: carries it out, or keeps it while the store is being read.
-  void take(UpdateTask task);
+  void take(UpdateTask&& task);
   /// Carries out an update; from within another one, right after that.
-  void update(UpdateTask task);
+  void update(UpdateTask&& task);
   bool mustWait(const UpdateTask& task) const;
   /// Posts the turn of the first update that waits.
   void postWaiting();

@@ -30,7 +30,7 @@ void releaseAll(const std::vector<CfgMan::ItemLink*>& links) {
 
 }  // namespace
 
-Update::Update(CfgMan& manager, UpdateTask task)
+Update::Update(CfgMan& manager, UpdateTask&& task)
     : life_(manager.watch()), manager_(manager), task_(std::move(task)) {}
 
 void Update::run() {
@@ -248,8 +248,11 @@ void Update::place() {
   const bool hasPlace = item_->ord != nullptr;
   const auto next = placement.nextId();
   if (hasPlace && !goes_ && cfg_.get(key::nextId, next) == next) return;
+  // Its name counts as long as it has a place, also while it changes that.
+  if (hasPlace && goes_) manager_.names_->remove(*item_);
   if (hasPlace) placement.unlink();
   if (!goes_) placement.link(cfg_.get(key::nextId, nv::kNoId));
+  if (!hasPlace && !goes_) manager_.names_->add(*item_);
 }
 
 /// A move of the item before itself leaves it where it is.

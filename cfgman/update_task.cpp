@@ -18,7 +18,7 @@ void CfgMan::post(UpdateTask task) {
   });
 }
 
-void CfgMan::take(UpdateTask task) {
+void CfgMan::take(UpdateTask&& task) {
   if (mustWait(task)) {
     waiting_.push_back(std::move(task));
     if (!isReadingStore()) postWaiting();
@@ -49,14 +49,17 @@ void CfgMan::updateWaiting() {
   update(std::move(task));
 }
 
-void CfgMan::update(UpdateTask task) {
-  nested_.push_back(std::move(task));
-  if (isUpdating_) return;
+void CfgMan::update(UpdateTask&& task) {
+  if (isUpdating_) {
+    nested_.push_back(std::move(task));
+    return;
+  }
   const auto life = watch();
   isUpdating_ = true;
   const AtEnd over([this, &life] {
     if (!life.gone()) isUpdating_ = false;
   });
+  Update(*this, std::move(task)).run();
   while (!life.gone() && !nested_.empty()) {
     auto next = std::move(nested_.front());
     nested_.pop_front();

@@ -8,7 +8,8 @@ namespace examples {
 
 /// Puts `text` in the place of `file`: who opens it reads the old text or the new one, never a
 /// part, also after a power failure. Returns when the new one is on disk; empty, or a line that
-/// says why it is not. Then the old one is still there.
+/// says why it is not: then the old one is still there, or the new one, which a power failure may
+/// still take back.
 std::string replaceFile(const std::filesystem::path& file, const std::string& text);
 
 }  // namespace examples

@@ -97,7 +97,7 @@ void stopOn(int signal) {
 
 Service::Service(int argc, char** argv, ServiceOptions options) {
   if (!isWord(options.name))
-    refuseToStart(options.name, "a service's name is letters, digits and '-'");
+    refuseToStart(options.name, "a service's name is a letter, then letters, digits and '-'");
   if (options.address == 0 || options.address >= Transport::kFirstConnection)
     refuseToStart(options.name, "no such address: " + std::to_string(options.address));
   readCommandLine(argc, argv, options);
