@@ -23,7 +23,8 @@ namespace nv {
 class CONFKIT_API Post {
  public:
   Post() = default;
-  /// `timeout` in milliseconds.
+  /// `timeout` in milliseconds; 0: none, the answer is awaited as long as it takes, and a service
+  /// that takes no more connections is tried for ever.
   Post(message& request, std::function<void(const message&)> done, std::uint32_t timeout);
   ~Post() { cancel(); }
   Post(Post&& other) noexcept;

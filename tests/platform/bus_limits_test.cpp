@@ -4,6 +4,7 @@
 
 #include "platform/undo_log.h"
 #include "tests/platform/bus_fixture.h"
+#include "tests/support/captured_output.h"
 
 namespace nv::testkit {
 namespace {
@@ -100,6 +101,7 @@ TEST_F(Bus, LimitsCostTheOneWhoReachesThem) {
     crowd.push_back(kit.connect({500, 500, 1}));
   kit.settle();
   EXPECT_TRUE(crowd.back()->cut());
+  EXPECT_EQ(line(crowd.back()->received()), "0 fe0104");
   EXPECT_FALSE(crowd.front()->cut());
   crowd.front()->close();
   kit.settle();
@@ -141,7 +143,8 @@ TEST_F(Bus, TheSubscriptionsOfAUserAreCountedTogether) {
   }
   const auto most = static_cast<int>(limits.subscriptionsPerUser);
   EXPECT_EQ(texts.subscribers, most);
-  EXPECT_EQ(refused, limits.connectionsPerUser * limits.subscriptions - limits.subscriptionsPerUser);
+  EXPECT_EQ(refused,
+            limits.connectionsPerUser * limits.subscriptions - limits.subscriptionsPerUser);
   auto other = kit.connect({501, 501, 1});
   other->send(command(1, cmd::subscribe));
   EXPECT_EQ(said(*other), "1 ok");
@@ -168,6 +171,30 @@ struct LateHandler : ListHandler {
   }
   std::vector<message> waiting;
 };
+
+TEST_F(Bus, AUserWhoIsCutAgainAndAgainFillsNoLog) {
+  const auto cuts = [this](std::uint32_t user, int times) {
+    for (int i = 0; i < times; ++i) {
+      kit.connect({user, user, 1})->sendBytes({0xff, 0xff, 0xff, 0xff});
+      kit.settle();
+    }
+  };
+  const auto linesOf = [](const std::string& text, const std::string& what) {
+    int lines = 0;
+    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++lines;
+    return lines;
+  };
+  const CapturedOutput output;
+  cuts(500, 1000);
+  cuts(501, 3);
+  EXPECT_EQ(linesOf(output.text(), "of user 500 is cut: "), 10);
+  EXPECT_EQ(linesOf(output.text(), "of user 501 is cut: "), 3);
+  kit.advance(1000);
+  EXPECT_EQ(linesOf(output.text(), "990 more connections of user 500 were cut within a second"), 1);
+  EXPECT_EQ(linesOf(output.text(), "more connections"), 1);
+  cuts(500, 1);
+  EXPECT_EQ(linesOf(output.text(), "of user 500 is cut: "), 11);
+}
 
 class TightBus : public Bus {
  protected:

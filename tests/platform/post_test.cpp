@@ -65,9 +65,9 @@ TEST_F(Loop, NoServiceAnswersForAnother) {
   const auto asked = kit.acceptedPeer();
   const auto tag = asked->received().at(0).get(key::tag);
   const Post forgers(other, heard, 60000);
-  void* const followed = follow(
-      [&](const message& msg) { note(msg.empty() ? "." : msg.get(key::name)); },
-      requestTo(kElsewhere, 0), false);
+  void* const followed =
+      follow([&](const message& msg) { note(msg.empty() ? "." : msg.get(key::name)); },
+             requestTo(kElsewhere, 0), false);
   kit.settle();
   const auto forger = kit.acceptedPeer();
   const auto subscription = asked->received().at(0).get(key::tag);
@@ -228,6 +228,22 @@ TEST_F(Loop, WhatIsSaidOutsideOfTheLoopWaitsForWhatWasStoredBefore) {
   kit.engine().release();
   kit.settle();
   EXPECT_TRUE(kit.acceptedPeer());
+}
+
+TEST_F(Loop, AnErrorToNumberZeroAnswersAllThatWasAskedThere) {
+  constexpr std::uint32_t kOther = 300;
+  kit.serve(kElsewhere);
+  kit.serve(kOther);
+  auto request = requestTo(kElsewhere, cmd::getCount), other = requestTo(kOther, cmd::getCount);
+  const auto heard = [&](const message& reply) { note(getError(reply)); };
+  const Post first(request, heard, 1000), second(request, heard, 1000), third(other, heard, 1000);
+  kit.settle();
+  const auto service = kit.acceptedPeer();
+  service->send(errorMsg(err::tooMany, "full").insert(key::frameKind, 1));
+  service->close();
+  kit.settle();
+  EXPECT_EQ(taken(), "full full");
+  EXPECT_TRUE(third.pending());
 }
 
 TEST_F(Loop, AnswersAreReadHoweverManyRequestsWait) {

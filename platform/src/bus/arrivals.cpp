@@ -50,7 +50,9 @@ std::size_t Connections::takeFrames(std::uint32_t connection,
     // An answer is longer than the request that made its object, and a page than its longest
     // object.
     if (length > (found->second.client ? limits_.frameBytes : limits_.maxQueuedBytes)) {
-      cut(connection, "a frame of " + std::to_string(length) + " bytes is over the limit");
+      const auto why = "a frame of " + std::to_string(length) + " bytes is over the limit";
+      if (found->second.client) refuse(connection, 0, why);
+      cut(connection, why);
       break;
     }
     if (rest.size() - kFrameHeaderBytes < length) break;

@@ -158,8 +158,10 @@ void Connections::accepted(std::uint32_t connection, const Peer& peer) {
   client.peer = peer;
   client.rights = rights_(peer);
   connections_.emplace(connection, std::move(client));
-  if (++users_[peer.uid].connections > limits_.connectionsPerUser)
-    cut(connection, "this user has too many connections");
+  if (++users_[peer.uid].connections <= limits_.connectionsPerUser) return;
+  constexpr auto kWhy = "this user has too many connections";
+  refuse(connection, 0, kWhy);
+  cut(connection, kWhy);
 }
 
 void Connections::drained(std::uint32_t) {}  // the pass that brings this asks takeRelieved
@@ -167,13 +169,16 @@ void Connections::drained(std::uint32_t) {}  // the pass that brings this asks t
 void Connections::closed(std::uint32_t connection) { forget(connection); }
 
 void Connections::cut(std::uint32_t number, std::string_view why) {
-  const auto& connection = connections_.at(number);
+  const auto found = connections_.find(number);
+  if (found == connections_.end()) return;  // it did not take what was said to it before
+  const auto& connection = found->second;
+  const auto isCut = " is cut: " + std::string(why);
   if (connection.client)
-    std::cout << "bus: connection " << number - Transport::kFirstConnection << " of user "
-              << connection.peer.uid;
+    cutLog_.add(connection.peer.uid, "bus: connection " +
+                                         std::to_string(number - Transport::kFirstConnection) +
+                                         " of user " + std::to_string(connection.peer.uid) + isCut);
   else
-    std::cout << "bus: connection to " << connection.address;
-  std::cout << " is cut: " << why << std::endl;
+    std::cout << "bus: connection to " << connection.address << isCut << std::endl;
   transport_->close(number);
   forget(number);
 }

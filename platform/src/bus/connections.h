@@ -12,6 +12,7 @@
 
 #include "platform/limits.h"
 #include "platform/message.h"
+#include "platform/src/bus/cut_log.h"
 #include "platform/src/bus/envelope.h"
 #include "platform/transport.h"
 
@@ -32,7 +33,7 @@ class ConnectionEvents {
 
 /// Frames are a length (u32, little-endian, of what follows) and a flat message. A client's
 /// connection carries requests in and the rest out; a connection that this process made, the other
-/// way round. Whoever breaks a rule or a limit is cut, with one line on the standard output.
+/// way round. Whoever breaks a rule or a limit is cut, with a line on the standard output.
 class Connections : public TransportEvents {
  public:
   using Rights = std::function<std::uint32_t(const Peer&)>;
@@ -105,6 +106,7 @@ class Connections : public TransportEvents {
   void pauseIfCongested(std::uint32_t number);
   void resume(std::uint32_t number);
   bool isCongested(std::uint32_t number) const;
+  /// `tag` 0: all that this client has asked or asks, before it is cut.
   void refuse(std::uint32_t number, std::uint32_t tag, std::string_view why);
   std::uint32_t grantedRights(const Connection& connection, const message& request) const;
   std::size_t queued(std::uint32_t number, const Connection& connection) const;
@@ -120,6 +122,7 @@ class Connections : public TransportEvents {
   std::size_t expectedBySelf_ = 0;
   std::set<std::uint32_t> congested_;
   Gone gone_;
+  CutLog cutLog_;
   std::unique_ptr<Transport> transport_;  // last: it goes first, and with it all calls
 };
 

@@ -1,7 +1,6 @@
 #include "platform/src/bus/requests.h"
 
 #include <utility>
-#include <vector>
 
 #include "platform/errors.h"
 
@@ -85,10 +84,20 @@ void Requests::lose(std::uint32_t tag) {
   if (const auto listener = listeners_.extract(tag)) listener.mapped()->lost();
 }
 
-void Requests::connectionLost(std::uint32_t connection) {
-  std::vector<std::uint32_t> unanswered, deaf;
+std::vector<std::uint32_t> Requests::awaitedOver(std::uint32_t connection) const {
+  std::vector<std::uint32_t> tags;
   for (const auto& [tag, awaited] : awaited_)
-    if (awaited.connection == connection) unanswered.push_back(tag);
+    if (awaited.connection == connection) tags.push_back(tag);
+  return tags;
+}
+
+void Requests::refused(std::uint32_t connection, const message& error) {
+  for (const auto tag : awaitedOver(connection)) reply(connection, tag, error);
+}
+
+void Requests::connectionLost(std::uint32_t connection) {
+  const auto unanswered = awaitedOver(connection);
+  std::vector<std::uint32_t> deaf;
   for (const auto& [tag, listener] : listeners_)
     if (listener->connection == connection) deaf.push_back(tag);
 

@@ -93,6 +93,7 @@ void Looper::Impl::requestArrived(message request) { dispatch(request); }
 
 void Looper::Impl::replyArrived(std::uint32_t connection, std::uint32_t tag, message reply) {
   const Turn turn(*this);
+  if (tag == 0 && isError(reply)) return requests.refused(connection, reply);
   requests.reply(connection, tag, reply);
 }
 
