@@ -71,6 +71,8 @@ ended() {
 
 source "$here/demo/hosts.sh"
 source "$here/demo/vlans.sh"
+source "$here/demo/firewall.sh"
+source "$here/demo/identity.sh"
 
 go_on() {
   say 'That was all of it. To go on by hand:'
@@ -93,4 +95,6 @@ END
 
 show_hosts
 show_vlans
+show_firewall
+show_identity
 go_on

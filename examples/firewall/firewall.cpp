@@ -42,8 +42,8 @@ Firewall::Firewall(Box box)
 void Firewall::init() {
   AOmap::init();
   placeProgramRules();
-  startChecking();
   if (withKernel_) startKernel();
+  startChecking();
   file_.write();
 }
 
@@ -58,7 +58,7 @@ void Firewall::placeProgramRules() {
 
 void Firewall::startChecking() {
   if (const auto why = nftComplaint(); !why.empty())
-    say("the ruleset file is not checked: " + why);
+    say("the ruleset file is neither checked nor loaded: " + why);
   else
     file_.check = checkRuleset;
 }
@@ -71,7 +71,7 @@ void Firewall::startKernel() {
 }
 
 void Firewall::tellKernel() {
-  if (!isInKernel_) return;
+  if (!isInKernel_ || !file_.check) return;
   const auto why = loadRuleset(file_.path());
   if (why.empty()) return;
   say("the kernel is left alone from here on: " + why);
