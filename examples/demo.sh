@@ -73,6 +73,8 @@ source "$here/demo/hosts.sh"
 source "$here/demo/vlans.sh"
 source "$here/demo/neighbours.sh"
 source "$here/demo/scripts.sh"
+source "$here/demo/firewall.sh"
+source "$here/demo/identity.sh"
 
 go_on() {
   say 'That was all of it. To go on by hand:'
@@ -104,4 +106,6 @@ show_hosts
 show_vlans
 show_neighbours
 show_scripts
+show_firewall
+show_identity
 go_on

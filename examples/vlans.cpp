@@ -4,32 +4,24 @@
 ///           [--device-states DIRECTORY] [--netns yes|no]
 #include "examples/vlans/vlans.h"
 
-#include <cstdlib>
 #include <iostream>
 #include <sstream>
 
+#include "examples/support/options.h"
+#include "examples/support/texts.h"
 #include "platform/service.h"
 
 namespace {
-
-[[noreturn]] void refuseToStart(const std::string& why) {
-  std::cerr << "vlans: " << why << std::endl;
-  std::exit(EXIT_FAILURE);
-}
 
 std::vector<std::string> devicesIn(const std::string& text) {
   std::vector<std::string> devices;
   std::istringstream in(text);
   for (std::string name; std::getline(in, name, ',');) {
-    if (const auto fault = vlans::nameFault(name); !fault.empty()) refuseToStart(fault);
+    const auto fault = examples::interfaceNameFault(name);
+    if (!fault.empty()) examples::refuseToStart("vlans", fault);
     devices.push_back(name);
   }
   return devices;
-}
-
-bool yesOrNo(const std::string& text) {
-  if (text != "yes" && text != "no") refuseToStart("--netns is yes or no");
-  return text == "yes";
 }
 
 }  // namespace
@@ -48,7 +40,7 @@ int main(int argc, char** argv) {
   if (!devices.empty()) box.devices = devicesIn(devices);
   box.interfacesFile = file;
   box.deviceStates = states;
-  box.withKernel = yesOrNo(netns);
+  box.withKernel = examples::yesOrNo("vlans", "--netns", netns);
 
   vlans::Vlans vlans(box);
   vlans.open(kAddress);

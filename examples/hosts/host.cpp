@@ -1,21 +1,14 @@
 #include "examples/hosts/host.h"
 
 #include "examples/hosts/addresses.h"
-#include "examples/hosts/host_names.h"
 #include "examples/support/addresses.h"
+#include "examples/support/host_names.h"
+#include "examples/support/take.h"
 #include "examples/support/texts.h"
 #include "platform/run_request.h"
 
 namespace hosts {
 namespace {
-
-template <class Id, class Value>
-void take(const nv::message& in, Id id, Value& value) {
-  if (in.has(id))
-    value = in.get(id);
-  else if (in.hasElem(nv::key::removals, id.uid()))
-    value = {};
-}
 
 // What a script runs with, in its configuration.
 constexpr nv::u32_id kScriptRights{2};
@@ -39,10 +32,10 @@ void Host::getConfig(nv::message& out, std::uint32_t flags) {
 }
 
 void Host::setConfig(const nv::message& in, std::uint32_t flags) {
-  take(in, kName, hostName);
-  take(in, kAddresses, addresses);
-  take(in, kComment, comment);
-  take(in, kDisabled, disabled);
+  examples::take(in, kName, hostName);
+  examples::take(in, kAddresses, addresses);
+  examples::take(in, kComment, comment);
+  examples::take(in, kDisabled, disabled);
   setScript(in, flags);
 }
 
@@ -64,7 +57,7 @@ void Host::runScript() const {
 }
 
 std::string Host::fault() const {
-  for (auto why : {nameFault(hostName), addressesFault(addresses), examples::commentFault(comment),
+  for (auto why : {examples::hostNameFault(hostName), addressesFault(addresses), examples::commentFault(comment),
                    scriptFault_})
     if (!why.empty()) return why;
   return "";

@@ -1,45 +1,32 @@
 #include "examples/hosts/host_map.h"
 
-#include <iostream>
 #include <utility>
 
-#include "examples/hosts/host_names.h"
 #include "examples/hosts/hosts_file.h"
-#include "examples/support/replace_file.h"
-#include "platform/runner.h"
+#include "examples/support/host_names.h"
 
 namespace hosts {
 namespace {
 
 Host& host(Object* obj) { return static_cast<Host&>(*obj); }
 
-std::string keyOf(Object* obj) { return nameKey(host(obj).hostName); }
+std::string keyOf(Object* obj) { return examples::nameKey(host(obj).hostName); }
 
 }  // namespace
 
 HostMap::HostMap(std::filesystem::path file)
-    : AMap("hosts", kLowestId, kHighestId), file_(std::move(file)) {
+    : AMap("hosts", kLowestId, kHighestId),
+      file_("hosts", std::move(file), [this] { return fileText(); }) {
   describe("hosts", {{kName.uid(), "name", "what the host is called"},
                      {kAddresses.uid(), "addresses", "where it is, IPv4 and IPv6"},
                      {kComment.uid(), "comment", "a line for people"},
                      {kDisabled.uid(), "disabled", "kept, but not told to the resolver"},
                      {kScript.uid(), "script", "run when the addresses change"}});
-  nv::getRunner().addBeforeSleep([self = std::weak_ptr(self_)] {
-    if (const auto map = self.lock()) (*map)->writeFile();
-  });
 }
 
 void HostMap::init() {
   AMap::init();
-  writeFile();
-}
-
-void HostMap::writeFile() {
-  if (!std::exchange(fileIsOld_, false)) return;
-  const auto error = examples::replaceFile(file_, fileText());
-  if (error.empty()) return;
-  std::cerr << "hosts: " << error << std::endl;
-  retry_ = nv::Timer(kRetryInterval, [this] { fileIsOld_ = true; });
+  file_.write();
 }
 
 std::string HostMap::fileText() {
@@ -49,7 +36,7 @@ std::string HostMap::fileText() {
 }
 
 std::uint32_t HostMap::idOf(std::string_view name) const {
-  const auto found = idsByName_.find(nameKey(name));
+  const auto found = idsByName_.find(examples::nameKey(name));
   return found == idsByName_.end() ? nv::kNoId : found->second;
 }
 
@@ -67,7 +54,7 @@ nv::message HostMap::checkChange(Object*, Object* obj) { return check(obj); }
 
 void HostMap::objAdded(Object* obj) {
   idsByName_[keyOf(obj)] = obj->id;
-  fileIsOld_ = true;
+  file_.outdate();
 }
 
 void HostMap::objChanged(Object* old, Object* obj) {
@@ -78,7 +65,7 @@ void HostMap::objChanged(Object* old, Object* obj) {
 
 void HostMap::objRemoved(Object* obj) {
   idsByName_.erase(keyOf(obj));
-  fileIsOld_ = true;
+  file_.outdate();
 }
 
 }  // namespace hosts

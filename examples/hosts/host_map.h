@@ -5,24 +5,19 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "containers/amap.h"
 #include "examples/hosts/host.h"
-#include "platform/timer.h"
+#include "examples/support/kept_file.h"
 
 namespace hosts {
 
 /// Keeps the hosts, refuses faulty ones and names that are taken, and writes the file of those that
 /// are not disabled.
 ///
-/// The file is written by `init()` and, after changes, before the loop sleeps: any number of
-/// changes in one pass are one file, and the file is there before anybody is told of them. It is
-/// ahead of the store while a commit is under way; should that fail, the next start writes it from
-/// the store. Writing waits for the disk. When the file cannot be written, one line on the standard
-/// error stream says so, and it is tried again after `kRetryInterval`.
+/// The file is written by `init()` and after changes, see KeptFile.
 ///
 /// A host may have a script, which the script service runs when the addresses change, once that is
 /// on disk. What comes of it nobody is told.
@@ -33,8 +28,6 @@ class HostMap : public AMap {
  public:
   static constexpr std::uint32_t kLowestId = 1;
   static constexpr std::uint32_t kHighestId = 65535;
-  /// How long after a file that could not be written it is tried again, in milliseconds.
-  static constexpr unsigned kRetryInterval = 5000;
 
   /// `file`: what is written. Its directory must be there.
   explicit HostMap(std::filesystem::path file);
@@ -54,17 +47,12 @@ class HostMap : public AMap {
   void init() override;
 
  private:
-  void writeFile();
   /// Refuses a host with a fault or with the name of another one.
   nv::message check(Object* obj) const;
   std::string fileText();
 
-  std::filesystem::path file_;
   std::map<std::string, std::uint32_t> idsByName_;  // by nameKey, of all objects
-  bool fileIsOld_ = true;
-  nv::Timer retry_;
-  /// What the loop holds of this map, since it keeps its hooks for ever.
-  std::shared_ptr<HostMap*> self_ = std::make_shared<HostMap*>(this);
+  examples::KeptFile file_;
 };
 
 }  // namespace hosts

@@ -52,13 +52,17 @@ bool syncDirectory(const fs::path& directory) {
 
 }  // namespace
 
-std::string replaceFile(const fs::path& file, const std::string& text) {
+std::string replaceFile(const fs::path& file, const std::string& text,
+                        const std::function<std::string(const fs::path& fresh)>& check) {
   auto fresh = file;
   fresh += ".new";
-  if (writeDurably(fresh, text) && ::rename(fresh.c_str(), file.c_str()) == 0 &&
-      syncDirectory(file.parent_path()))
-    return "";
-  const std::string why = std::strerror(errno);
+  std::string why;
+  if (!writeDurably(fresh, text)) why = std::strerror(errno);
+  if (why.empty() && check) why = check(fresh);
+  if (why.empty() &&
+      (::rename(fresh.c_str(), file.c_str()) != 0 || !syncDirectory(file.parent_path())))
+    why = std::strerror(errno);
+  if (why.empty()) return "";
   ::unlink(fresh.c_str());
   return "cannot write " + file.string() + ": " + why;
 }

@@ -1,24 +1,12 @@
 #include "examples/vlans/kernel_vlans.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-
-#include <sched.h>
+#include "examples/support/network.h"
 
 namespace vlans {
 namespace {
 
-/// The first line that `ip` says when it does not do it. No word of `arguments` means anything to a
-/// shell.
-std::string ip(const std::string& arguments) {
-  auto* const child = ::popen(("ip " + arguments + " 2>&1").c_str(), "r");
-  if (child == nullptr) return std::strerror(errno);
-  std::string said;
-  for (int c = std::getc(child); c != EOF; c = std::getc(child)) said += static_cast<char>(c);
-  if (::pclose(child) == 0) return "";
-  return "ip " + arguments + ": " + said.substr(0, said.find('\n'));
-}
+/// No word of `arguments` means anything to a shell.
+std::string ip(const std::string& arguments) { return examples::complaintOf("ip " + arguments); }
 
 std::string addVlan(const Vlan& vlan) {
   auto fault = ip("link add link " + vlan.parent + " name " + vlan.name + " type vlan id " +
@@ -27,11 +15,6 @@ std::string addVlan(const Vlan& vlan) {
 }
 
 }  // namespace
-
-std::string enterOwnNetwork() {
-  if (::unshare(CLONE_NEWNET) == 0) return "";
-  return std::string("no network namespace: ") + std::strerror(errno);
-}
 
 std::string KernelVlans::addDevices(const std::vector<std::string>& names) {
   for (const auto& name : names) {

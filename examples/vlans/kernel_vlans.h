@@ -9,10 +9,6 @@
 
 namespace vlans {
 
-/// Moves this process into a network namespace of its own, which goes with it: nothing that it does
-/// there touches the machine. Empty, or why not; that mostly needs root.
-std::string enterOwnNetwork();
-
 /// Makes and deletes interfaces by running `ip`, found by PATH, and waiting for its end. Each
 /// operation returns nothing, or the line in which `ip` said why not; what it was at is then open.
 class KernelVlans {

@@ -1,7 +1,5 @@
 #include "examples/vlans/vlan.h"
 
-#include <algorithm>
-
 #include "examples/support/texts.h"
 
 namespace vlans {
@@ -10,14 +8,7 @@ namespace key = nv::key;
 
 namespace {
 
-constexpr std::size_t kLongestName = 15;  // the kernel's
 constexpr std::uint32_t kHighestVid = 4094;
-
-// Not the functions of the C library: what a name is does not depend on the locale.
-bool isLetterOrDigit(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-}
-bool isNameCharacter(char c) { return isLetterOrDigit(c) || c == '-' || c == '_' || c == '.'; }
 
 std::string vidFault(std::uint32_t vid) {
   if (vid >= 1 && vid <= kHighestVid) return "";
@@ -48,20 +39,8 @@ std::string label(const nv::message& config) {
   return vlan.name + " (VLAN " + std::to_string(vlan.vid) + " on " + vlan.parent + ")";
 }
 
-std::string nameFault(std::string_view name) {
-  const auto quoted = '"' + examples::shown(name) + '"';
-  if (name.empty()) return "an interface needs a name";
-  if (name.size() > kLongestName)
-    return quoted + " is no interface name: it has more than 15 characters";
-  if (!std::all_of(name.begin(), name.end(), isNameCharacter))
-    return quoted + " is no interface name: it may hold letters, digits, '-', '_' and '.' only";
-  if (!isLetterOrDigit(name.front()))
-    return quoted + " is no interface name: it begins with neither a letter nor a digit";
-  return "";
-}
-
 std::string fault(const nv::message& config) {
-  for (auto why : {nameFault(config.view(key::name)), vidFault(config.get(kVid)),
+  for (auto why : {examples::interfaceNameFault(config.view(key::name)), vidFault(config.get(kVid)),
                    examples::commentFault(config.view(kComment))})
     if (!why.empty()) return why;
   return "";

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "cfgman/cfgman.h"
@@ -37,8 +36,6 @@ struct Vlan {
 /// "office (VLAN 7 on eth0)"
 std::string label(const nv::message& config);
 
-/// Why `name` cannot be that of an interface; empty when it can.
-std::string nameFault(std::string_view name);
 /// Why this is no proper VLAN, looked at alone; empty when it is one.
 std::string fault(const nv::message& config);
 

@@ -10,6 +10,7 @@
 #include "cfgman/iterator.h"
 #include "cfgman/notify_guard.h"
 #include "cfgman/run_task.h"
+#include "examples/support/network.h"
 #include "examples/support/replace_file.h"
 #include "examples/support/texts.h"
 #include "examples/vlans/interfaces_file.h"
@@ -184,7 +185,7 @@ void Vlans::writeFile() {
 }
 
 void Vlans::startKernel() {
-  auto why = enterOwnNetwork();
+  auto why = examples::enterOwnNetwork();
   if (why.empty()) why = kernel_.emplace().addDevices(box_.devices);
   if (why.empty()) return;
   say("the kernel is left alone: " + why);

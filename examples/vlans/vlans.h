@@ -20,7 +20,7 @@ namespace vlans {
 
 /// What the box is like. The defaults are those of the built-in VLANs.
 struct Box {
-  /// What VLANs can be on; each name without `nameFault`.
+  /// What VLANs can be on; each name one of an interface.
   std::vector<std::string> devices{"eth0", "eth1"};
   /// Written for ifupdown. Its directory must be there.
   std::filesystem::path interfacesFile = "/etc/network/interfaces.d/vlans";

@@ -11,7 +11,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include "examples/hosts/host_names.h"
+#include "examples/support/host_names.h"
 #include "platform/commands.h"
 #include "testing/kit.h"
 
@@ -227,7 +227,7 @@ TEST_F(Hosts, AFileThatCannotBeWrittenIsTriedAgain) {
   kit->settle();
   fs::rename(directory.string() + ".away", directory);
   EXPECT_EQ(fileText(), "") << "not at once: the disk may need its time";
-  kit->advance(HostMap::kRetryInterval);
+  kit->advance(examples::KeptFile::kRetryInterval);
   EXPECT_EQ(fileText(), "192.0.2.1\tnas\n");
 }
 
@@ -263,7 +263,7 @@ struct Model {
 
   bool takes(std::uint32_t id, const std::string& name) const {
     return std::none_of(hosts.begin(), hosts.end(), [&](const auto& host) {
-      return host.first != id && nameKey(host.second.name) == nameKey(name);
+      return host.first != id && examples::nameKey(host.second.name) == examples::nameKey(name);
     });
   }
   std::string fileText() const {
@@ -285,7 +285,7 @@ TEST_F(Hosts, RandomChangesAndRestartsGiveTheFileOfTheModel) {
   for (int step = 0; step < 1000; ++step) {
     const auto id = 1 + below(6);
     Fields fields{names[below(8)], {"10.0.0." + std::to_string(1 + below(9))}, "", below(3) == 0};
-    const bool isName = nameFault(fields.name).empty();
+    const bool isName = examples::hostNameFault(fields.name).empty();
     const bool isThere = model.hosts.contains(id);
     if (const auto choice = below(100); choice < 40) {
       const auto reply = ask(fields.command(nv::cmd::addObj), id);

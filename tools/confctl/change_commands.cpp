@@ -7,11 +7,30 @@
 namespace confctl {
 namespace {
 
+/// The object at the front, nv::kNoId when there is none. Not every ordered service has a position
+/// that means the front, but each puts an object before one that is named.
+std::uint32_t firstObject(Client client, const Target& target) {
+  nv::message request = client.session.request(target.route, nv::cmd::getAll);
+  request.insert(nv::key::maxCount, 1);
+  const nv::message page = client.session.ask(target, request);
+  const auto objects = page.view(nv::key::objects);
+  return objects.empty() ? nv::kNoId : nv::message(objects[0]).get(nv::key::objectId, nv::kNoId);
+}
+
+/// The object that will stand behind, nv::kNoId for nobody.
+std::uint32_t nextAt(Client client, const Target& target, const Place& place) {
+  return place.first ? firstObject(client, target) : place.before.value_or(nv::kNoId);
+}
+
 /// The fields are read with the names of the service before anything is sent.
 void change(Client client, const std::string& service, unsigned command, std::string_view deed,
             const ChangeOptions& options) {
   const Target target = client.open(service);
   nv::message request = readFields(options.fields, client.printer.names());
+  if (options.place.isGiven()) {
+    if (request.has(nv::key::nextId)) throw usage("argument 'next': the place is given twice");
+    request.insert(nv::key::nextId, nextAt(client, target, options.place));
+  }
   request.merge(client.session.request(target.route, command));
   if (options.id) request.insert(nv::key::objectId, *options.id);
   if (options.dynamic) request.insert(nv::key::dynamic, true);
@@ -19,15 +38,6 @@ void change(Client client, const std::string& service, unsigned command, std::st
   nv::message reply = client.session.ask(target, request);
   if (options.id) reply.insert(nv::key::objectId, *options.id);
   client.printer.done(deed, reply);
-}
-
-/// The object at the front, nv::kNoId when there is none.
-std::uint32_t firstObject(Client client, const Target& target) {
-  nv::message request = client.session.request(target.route, nv::cmd::getAll);
-  request.insert(nv::key::maxCount, 1);
-  const nv::message page = client.session.ask(target, request);
-  const auto objects = page.view(nv::key::objects);
-  return objects.empty() ? nv::kNoId : nv::message(objects[0]).get(nv::key::objectId, nv::kNoId);
 }
 
 }  // namespace
@@ -44,10 +54,16 @@ void removeObject(Client client, const std::string& service, const ChangeOptions
   change(client, service, nv::cmd::removeObj, "removed", options);
 }
 
+void dropManaged(Client client, const std::string& service, std::uint32_t manager) {
+  const Target target = client.open(service);
+  nv::message request = client.session.request(target.route, nv::cmd::set);
+  request.insert(nv::key::managedId, manager).insert(nv::key::absent, 1);
+  client.printer.done("dropped", client.session.ask(target, request));
+}
+
 void moveObject(Client client, const std::string& service, std::uint32_t id, const Place& place) {
   const Target target = client.open(service);
-  auto next = place.before.value_or(nv::kNoId);
-  if (place.first) next = firstObject(client, target);
+  const auto next = nextAt(client, target, place);
   nv::message reply;
   if (!place.first || next != id) {
     nv::message request = client.session.request(target.route, nv::cmd::moveObj);

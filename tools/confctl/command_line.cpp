@@ -151,14 +151,16 @@ class Parser {
     });
     addFields(added);
     addNumber(added, "--id", change_.id, "Its id; the service chooses when there is none");
+    addPlace(added, change_.place)->require_option(0, 1);
     added.add_flag("--dynamic", change_.dynamic, "Users cannot change it (needs --system)");
     auto& set =
         addCommand("set", "Change an object, or the configuration of a service without objects",
                    [this](Client c) {
                      takeId();
-                     setObject(c, service_, change_);
+                     drop_ ? dropConfiguration(c) : setObject(c, service_, change_);
                    });
     addFields(set, "[ID] FIELD");
+    set.add_flag("--drop", drop_, "Take back all that the manager says (needs --managed)");
     auto& removed = addCommand("remove", "Remove an object",
                                [this](Client c) { removeObject(c, service_, change_); });
     addNumber(removed, "id", change_.id, "The object")->required();
@@ -170,10 +172,22 @@ class Parser {
     auto& moved = addCommand("move", "Give an object another place in the order",
                              [this](Client c) { moveObject(c, service_, *change_.id, place_); });
     addNumber(moved, "id", change_.id, "The object")->required();
-    auto* place = moved.add_option_group("Place", "One of these")->require_option(1);
-    addNumber(*place, "--before", place_.before, "Before this object");
-    place->add_flag("--first", place_.first, "Before all others");
-    place->add_flag("--last", place_.last, "Behind all others");
+    addPlace(moved, place_)->require_option(1);
+  }
+
+  static CLI::Option_group* addPlace(CLI::App& sub, Place& place) {
+    auto* group = sub.add_option_group("Place", "One of these");
+    addNumber(*group, "--before", place.before, "Before this object");
+    group->add_flag("--first", place.first, "Before all others");
+    group->add_flag("--last", place.last, "Behind all others");
+    return group;
+  }
+
+  void dropConfiguration(Client client) const {
+    if (!change_.managedBy) throw usage("--drop needs --managed: the manager whose fields go");
+    if (change_.id || !change_.fields.empty())
+      throw usage("--drop takes back all that the manager says: it goes with no id and no field");
+    dropManaged(client, service_, *change_.managedBy);
   }
 
   void addFields(CLI::App& sub, const std::string& form = "FIELD") {
@@ -183,7 +197,7 @@ class Parser {
   }
 
   void addManager(CLI::App& sub) {
-    addNumber(sub, "--managed-by", change_.managedBy, "Speak for the manager of the object");
+    addNumber(sub, "--managed,--managed-by", change_.managedBy, "Speak for this manager");
   }
 
   /// The first word of a set is an id unless it is a field.
@@ -232,6 +246,7 @@ class Parser {
   ReadOptions read_;
   ChangeOptions change_;
   Place place_;
+  bool drop_ = false;
   bool dumpKeys_ = false, dumpMessages_ = false;
   WatchOptions watch_;
   RunOptions run_;

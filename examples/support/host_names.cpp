@@ -1,10 +1,10 @@
-#include "examples/hosts/host_names.h"
+#include "examples/support/host_names.h"
 
 #include <algorithm>
 
 #include "examples/support/texts.h"
 
-namespace hosts {
+namespace examples {
 namespace {
 
 constexpr std::size_t kLongestName = 253;
@@ -41,12 +41,12 @@ std::string labelsFault(std::string_view name) {
 
 }  // namespace
 
-std::string nameFault(std::string_view name) {
+std::string hostNameFault(std::string_view name) {
   if (name.empty()) return "a host needs a name";
   if (name.size() > kLongestName)
     return "a host name has at most 253 characters, this one has " + std::to_string(name.size());
   const auto why = labelsFault(name);
-  return why.empty() ? "" : "\"" + examples::shown(name) + "\" is no host name: " + why;
+  return why.empty() ? "" : "\"" + shown(name) + "\" is no host name: " + why;
 }
 
 std::string nameKey(std::string_view name) {
@@ -55,4 +55,4 @@ std::string nameKey(std::string_view name) {
   return key;
 }
 
-}  // namespace hosts
+}  // namespace examples
