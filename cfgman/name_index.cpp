@@ -37,16 +37,15 @@ bool NameIndex::ByLength::operator()(std::string_view a, std::string_view b) con
   return a.size() != b.size() ? a.size() < b.size() : a < b;
 }
 
-std::string_view NameIndex::digitsOf(const CfgMan::Item& item) const {
+std::string_view NameIndex::digitsOf(const CfgMan::Item& item, std::string_view name) const {
   if (!prefix_ || (manager_.ordered && item.ord == nullptr)) return {};
-  const auto name = item.config.view(nv::key::name);
   if (!name.starts_with(*prefix_)) return {};
   const auto digits = name.substr(prefix_->size());
   return std::all_of(digits.begin(), digits.end(), isDigit) ? digits : std::string_view();
 }
 
 void NameIndex::add(const CfgMan::Item& item) {
-  const auto digits = digitsOf(item);
+  const auto digits = digitsOf(item, item.config.view(nv::key::name));
   if (digits.empty()) return;
   const auto number = plainNumber(digits);
   if (!number)
@@ -58,7 +57,16 @@ void NameIndex::add(const CfgMan::Item& item) {
 }
 
 void NameIndex::remove(const CfgMan::Item& item) {
-  const auto digits = digitsOf(item);
+  take(digitsOf(item, item.config.view(nv::key::name)));
+}
+
+void NameIndex::renamed(const CfgMan::Item& item, std::string_view before) {
+  if (item.config.view(nv::key::name) == before) return;
+  take(digitsOf(item, before));
+  add(item);
+}
+
+void NameIndex::take(std::string_view digits) {
   if (digits.empty()) return;
   const auto number = plainNumber(digits);
   if (!number) {

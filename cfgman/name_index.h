@@ -22,6 +22,10 @@ class NameIndex {
 
   void add(const CfgMan::Item& item);
   void remove(const CfgMan::Item& item);
+  /// The item's name was `before` until now, when somebody changed it in place.
+  void renamed(const CfgMan::Item& item, std::string_view before);
+  /// Others may count from now on.
+  void forget() { prefix_.reset(); }
   std::string nextName();
 
  private:
@@ -31,7 +35,8 @@ class NameIndex {
   };
 
   /// What follows the prefix in the name of an item that counts; empty when that is not digits.
-  std::string_view digitsOf(const CfgMan::Item& item) const;
+  std::string_view digitsOf(const CfgMan::Item& item, std::string_view name) const;
+  void take(std::string_view digits);
   std::string highest() const;
   void build();
 
