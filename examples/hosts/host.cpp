@@ -57,8 +57,8 @@ void Host::runScript() const {
 }
 
 std::string Host::fault() const {
-  for (auto why : {examples::hostNameFault(hostName), addressesFault(addresses), examples::commentFault(comment),
-                   scriptFault_})
+  for (auto why : {examples::hostNameFault(hostName), addressesFault(addresses),
+                   examples::commentFault(comment), scriptFault_})
     if (!why.empty()) return why;
   return "";
 }

@@ -128,8 +128,9 @@ Ids someIds(Random& random, std::uint32_t from) {
 
 void damage(Random& random, Records& records) {
   for (auto count = 1 + random.below(5); count > 0; --count) {
-    const auto id =
-        std::next(records.begin(), random.below(static_cast<unsigned>(records.size())))->first;
+    const auto id = std::next(records.begin(),
+                              static_cast<int>(random.below(static_cast<unsigned>(records.size()))))
+                        ->first;
     constexpr std::uint32_t odd[] = {0, 99, 0xfffffffd, kHeadId, kNoId};
     const auto next = random.below(4) == 0 ? odd[random.below(5)] : 1 + random.below(32);
     if (random.below(4) == 0 && records.size() > 1)
