@@ -1,7 +1,7 @@
 /// A service for the client's tests: books on a shelf, handler 3 with the shelf's one
 /// configuration, handler 4 that never answers, handler 5 whose list begins again and again,
 /// handler 6 whose list is gathered while it is read, and handler 7 with the readers who wait for a
-/// book.
+/// book, handler 8 with a lane of cars, and handler 9 with the barrier at its end.
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
 #include "cfgman/run_task.h"
@@ -9,6 +9,7 @@
 #include "platform/keys.h"
 #include "platform/looper.h"
 #include "platform/service.h"
+#include "tests/confctl/lanes.h"
 
 namespace {
 
@@ -129,6 +130,12 @@ int main(int argc, char** argv) {
   nv::getLooper()->addHandler(4, &silent);
   nv::getLooper()->addHandler(5, &round);
   nv::getLooper()->addHandler(6, &gathered);
+  Lane lane;
+  Barrier barrier;
+  lane.init();
+  barrier.init();
+  nv::getLooper()->addHandler(8, &lane);
+  nv::getLooper()->addHandler(9, &barrier);
   CfgMan readers;
   queueUp(readers);
   return service.run();
