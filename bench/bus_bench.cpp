@@ -11,8 +11,6 @@
 // makes it slower. Works in CONFKIT_BENCH_DIR, or the current directory, which decides what disk is
 // measured. Ends with status 1 when a bar does not hold.
 #include <algorithm>
-#include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
@@ -22,23 +20,25 @@
 #include <vector>
 
 #include <sqlite3.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "bench/support/child.h"
+#include "bench/support/clients.h"
 #include "platform/looper.h"
 #include "platform/service.h"
-#include "tests/support/raw_client.h"
 #include "tests/support/temp_directory.h"
 #include "tests/support/text_map.h"
 
 namespace {
 
 using namespace nv;
-using testkit::RawClient;
-using Clock = std::chrono::steady_clock;
-using Micros = std::chrono::duration<double, std::micro>;
+using bench::ask;
+using bench::Child;
+using bench::Clock;
+using bench::connect;
+using bench::Micros;
+using bench::RawClient;
 using Bytes = std::vector<unsigned char>;
 
 constexpr std::uint32_t kAddress = 100;
@@ -60,25 +60,6 @@ message setCommand(unsigned n) {
   return command(cmd::setObj, 1 + n % kTexts).insert(testkit::kText, text(n));
 }
 
-/// A process that runs `body` until it is told to end.
-class Child {
- public:
-  explicit Child(const std::function<void()>& body) : pid_(fork()) {
-    if (pid_ != 0) return;
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    body();
-    _exit(0);
-  }
-  ~Child() {
-    kill(pid_, SIGTERM);
-    waitpid(pid_, nullptr, 0);
-  }
-  Child(const Child&) = delete;
-
- private:
-  pid_t pid_;
-};
-
 void serve(const TempDirectory& place) {
   ServiceOptions options{.name = "texts", .address = kAddress};
   options.busDirectory = place / "bus";
@@ -92,9 +73,7 @@ void serve(const TempDirectory& place) {
   service.run();
 }
 
-void connect(RawClient& client, const TempDirectory& place) {
-  while (!client.connect(place / "bus" / "100.sock")) usleep(1000);
-}
+std::filesystem::path socketIn(const TempDirectory& place) { return place / "bus" / "100.sock"; }
 
 bool readAll(int fd, Bytes& bytes) {
   for (std::size_t got = 0; got < bytes.size();) {
@@ -172,30 +151,6 @@ std::vector<double> timed(unsigned count, const std::function<void(unsigned)>& c
 double median(const std::vector<double>& sorted) { return sorted[sorted.size() / 2]; }
 double percentile99(const std::vector<double>& sorted) { return sorted[sorted.size() * 99 / 100]; }
 
-void ask(RawClient& client, const Bytes& request) {
-  client.sendBytes(request);
-  if (!client.receive()) std::abort();
-}
-
-/// Microseconds a set, with kInFlight of each client under way.
-double setsInFlight(std::deque<RawClient>& clients) {
-  const auto start = Clock::now();
-  unsigned sent = 0;
-  const auto send = [&](RawClient& client, std::uint32_t tag) {
-    client.send(setCommand(sent++).insert(key::tag, tag));
-  };
-  for (std::uint32_t tag = 1; tag <= kInFlight; ++tag)
-    for (auto& client : clients) send(client, tag);
-  constexpr unsigned kMany = kSets * 4;
-  for (unsigned answered = 0; answered < kMany; ++answered) {
-    auto& client = clients[answered % clients.size()];
-    const auto reply = client.receive();
-    if (!reply || isError(*reply)) std::abort();
-    if (sent < kMany) send(client, reply->get(key::tag));
-  }
-  return Micros(Clock::now() - start).count() / kMany;
-}
-
 /// The fastest turn of each row, in microseconds a call.
 struct Rows {
   double pingPong = 1e9, get = 1e9, commit = 1e9, set = 1e9, sets16 = 1e9, busyGet99 = 1e9;
@@ -225,7 +180,7 @@ bool report(const Rows& us) {
 
 Rows measure(const TempDirectory& place) {
   RawClient client;
-  connect(client, place);
+  connect(client, socketIn(place));
   for (unsigned n = 0; n < kTexts; ++n)
     client.ask(command(cmd::addObj, 1 + n).insert(testkit::kText, text(n)));
   const auto get = testkit::frameOf(command(cmd::getObj, 7));
@@ -239,7 +194,7 @@ Rows measure(const TempDirectory& place) {
   Bytes answer(reply.size());
   BareStore store(place / "bare.db");
   std::deque<RawClient> clients(kClients);
-  for (auto& one : clients) connect(one, place);
+  for (auto& one : clients) connect(one, socketIn(place));
 
   Rows rows;
   for (unsigned turn = 0; turn < kTurns; ++turn) {
@@ -251,11 +206,11 @@ Rows measure(const TempDirectory& place) {
     keep(rows.commit, median(timed(kSets, [&](unsigned n) { store.commit(n); })));
     keep(rows.set,
          median(timed(kSets, [&](unsigned n) { ask(client, testkit::frameOf(setCommand(n))); })));
-    keep(rows.sets16, setsInFlight(clients));
+    keep(rows.sets16, bench::inFlight(clients, kInFlight, kSets * 4, setCommand));
   }
   const Child writing([&] {
     RawClient writer;
-    connect(writer, place);
+    connect(writer, socketIn(place));
     for (unsigned n = 0;; ++n) ask(writer, testkit::frameOf(setCommand(n)));
   });
   for (unsigned turn = 0; turn < kTurns; ++turn)
@@ -267,8 +222,7 @@ Rows measure(const TempDirectory& place) {
 }  // namespace
 
 int main() {
-  const char* given = std::getenv("CONFKIT_BENCH_DIR");
-  const TempDirectory place(std::filesystem::absolute(given ? given : "."));
+  const TempDirectory place(bench::benchDirectory());
   const Child service([&] { serve(place); });
   return report(measure(place)) ? 0 : 1;
 }

@@ -47,7 +47,8 @@ struct UpdateTask;
 ///
 /// Only keys in `configIds` and `stateIds` are kept; a service adds its own before the first
 /// change. A callback may be empty unless it says otherwise, and may call the manager, post updates
-/// and replace itself. It may even delete the manager; what is queued then does nothing.
+/// and replace itself. It may even delete the manager; what is queued then does nothing. None may
+/// throw.
 ///
 /// Owns its items (but those with a cookie), store, allocator and handler. Event-loop thread only.
 class CONFKIT_API CfgMan {
@@ -143,8 +144,9 @@ class CONFKIT_API CfgMan {
   // Remotes.
 
   /// Follows the handler at `target`'s key::route: each of its objects becomes, and stays, an item
-  /// here under the same id. `onLoaded` is called once, when all are known. The inverse of `flag`
-  /// is passed to `nv::follow`.
+  /// here under the same id. `onLoaded` is called once, when all were told; their updates are
+  /// queued by then, but need not have been carried out. The inverse of `flag` is passed to
+  /// `nv::follow`.
   void addRemote(const nv::message& target, std::function<void()> onLoaded, bool flag);
   /// Follows this one in place of all others. Items stay.
   void setRemote(const nv::message& target, std::function<void()> onLoaded);
@@ -161,8 +163,9 @@ class CONFKIT_API CfgMan {
   std::function<void(CfgMan*, Item*, nv::message& out, std::uint32_t flags)> fillItemMsg;
   /// Makes a changed configuration take effect, or refuses it with an error in `reply`. `cfg` is
   /// the new one and may be changed, the item still holds the old one; `keys` are the UIds that
-  /// changed. Changes to `cfg` are kept only when configuration keys are among them. Called when a
-  /// configuration key changed, a name was given, or the update brought keys.
+  /// changed. Changes to `cfg` are kept only when configuration keys are among them; else a removal
+  /// in it takes the item from memory alone. Called when a configuration key changed, a name was
+  /// given, or the update brought keys.
   std::function<void(CfgMan*, Item*, nv::message& cfg, vset<unsigned>& keys, nv::message& reply)>
       apply;
   /// The same for those who want the new configuration in the item. Not called when `apply` is set.
@@ -234,9 +237,9 @@ class CONFKIT_API CfgMan {
   // Updates.
   void post(UpdateTask task);
   /// The turn of a task: carries it out, or keeps it while the store is being read.
-  void take(UpdateTask task);
+  void take(UpdateTask&& task);
   /// Carries out an update; from within another one, right after that.
-  void update(UpdateTask task);
+  void update(UpdateTask&& task);
   bool mustWait(const UpdateTask& task) const;
   /// Posts the turn of the first update that waits.
   void postWaiting();

@@ -34,6 +34,8 @@ struct CONFKIT_API CfgMan::Item {
   bool inTree = false;
   /// Whether the item is written to the store, decided once: when it is made, by key::dynamic.
   bool store = true;
+  /// Whether it came from a record of the store.
+  bool isRecorded = false;
   /// Null while it has no place in the order. Owned.
   OrdNode* ord = nullptr;
   /// Texts that are reported under key::about, asked each time; null for none. Dropped before each

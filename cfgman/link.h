@@ -11,7 +11,8 @@
 class CONFKIT_API CfgMan::Link {
  public:
   /// After each accepted update, also one that changed nothing (`keys` is then empty: do nothing).
-  /// The item holds `newCfg` while this runs. What is posted from here runs right after the update.
+  /// The item holds `newCfg` while this runs. What is posted from here runs right after the update,
+  /// unless it has to wait until the store is read.
   /// An item that was just made has key::absent 1 in `oldCfg`, one that goes has it in `newCfg`.
   virtual void update(Item* item, const nv::message& oldCfg, const nv::message& newCfg,
                       const nv::message& oldState, const nv::message& newState,

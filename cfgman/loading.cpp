@@ -5,6 +5,7 @@
 #include "cfgman/at_end.h"
 #include "cfgman/cfgman.h"
 #include "cfgman/loading_order.h"
+#include "cfgman/name_index.h"
 #include "cfgman/run_task.h"
 #include "cfgman/update_task.h"
 #include "platform/commands.h"
@@ -14,6 +15,7 @@ namespace key = nv::key;
 void CfgMan::setStore(const std::string& name, bool isOrdered) {
   if (store != nullptr) return;
   ordered = isOrdered;
+  names_->forget();
   store = new nv::Store(name);
   storeUnread_ = true;
   runTask->post([life = watch(), name] {

@@ -1,7 +1,7 @@
 #include "cfgman/name_index.h"
 
 #include <algorithm>
-#include <tuple>
+#include <charconv>
 
 #include "cfgman/item.h"
 #include "cfgman/iterator.h"
@@ -23,48 +23,79 @@ void increment(std::string& name, std::size_t prefixLength) {
   if (name[prefixLength] == '0') name.insert(prefixLength, 1, '1');
 }
 
-}  // namespace
-
-bool NameIndex::Entry::operator<(const Entry& other) const {
-  return std::tuple(digits.size(), std::string_view(digits), id) <
-         std::tuple(other.digits.size(), std::string_view(other.digits), other.id);
+/// The number that is written so, if it has nine digits at most.
+std::optional<std::uint32_t> plainNumber(std::string_view digits) {
+  std::uint32_t number = 0;
+  if (digits.size() > 9 || digits.front() == '0') return {};
+  std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  return number;
 }
 
-std::optional<NameIndex::Entry> NameIndex::entryOf(const CfgMan::Item& item) const {
+}  // namespace
+
+bool NameIndex::ByLength::operator()(std::string_view a, std::string_view b) const {
+  return a.size() != b.size() ? a.size() < b.size() : a < b;
+}
+
+std::string_view NameIndex::digitsOf(const CfgMan::Item& item, std::string_view name) const {
   if (!prefix_ || (manager_.ordered && item.ord == nullptr)) return {};
-  const auto name = item.config.view(nv::key::name);
-  if (name.size() <= prefix_->size() || !name.starts_with(*prefix_)) return {};
+  if (!name.starts_with(*prefix_)) return {};
   const auto digits = name.substr(prefix_->size());
-  if (!std::all_of(digits.begin(), digits.end(), isDigit)) return {};
-  return Entry{std::string(digits), item.id};
+  return std::all_of(digits.begin(), digits.end(), isDigit) ? digits : std::string_view();
 }
 
 void NameIndex::add(const CfgMan::Item& item) {
-  if (auto entry = entryOf(item)) entries_.insert(std::move(*entry));
+  const auto digits = digitsOf(item, item.config.view(nv::key::name));
+  if (digits.empty()) return;
+  const auto number = plainNumber(digits);
+  if (!number)
+    others_.emplace(digits);
+  else if (numbers_.isAllocated(*number))
+    ++repeats_[*number];
+  else
+    numbers_.allocate(*number);
 }
 
 void NameIndex::remove(const CfgMan::Item& item) {
-  if (const auto entry = entryOf(item)) entries_.erase(*entry);
+  take(digitsOf(item, item.config.view(nv::key::name)));
+}
+
+void NameIndex::renamed(const CfgMan::Item& item, std::string_view before) {
+  if (item.config.view(nv::key::name) == before) return;
+  take(digitsOf(item, before));
+  add(item);
+}
+
+void NameIndex::take(std::string_view digits) {
+  if (digits.empty()) return;
+  const auto number = plainNumber(digits);
+  if (!number) {
+    if (const auto one = others_.find(std::string(digits)); one != others_.end())
+      others_.erase(one);
+  } else if (const auto repeated = repeats_.find(*number); repeated != repeats_.end()) {
+    if (--repeated->second == 0) repeats_.erase(repeated);
+  } else {
+    numbers_.free(*number);
+  }
 }
 
 void NameIndex::build() {
   prefix_ = manager_.namePrefix;
-  entries_.clear();
+  numbers_ = nv::Allocator(0, nv::kNoId);
+  repeats_.clear();
+  others_.clear();
   for (auto it = manager_.begin(); it.item() != nullptr; it.next()) add(*it.item());
 }
 
-// A service may have changed an item behind the manager's back.
-bool NameIndex::isTrue(const Entry& entry) const {
-  const auto* const item = manager_.find(entry.id);
-  const auto now = item ? entryOf(*item) : std::nullopt;
-  return now && now->digits == entry.digits;
+std::string NameIndex::highest() const {
+  auto number = numbers_.used() == 0 ? "0" : std::to_string(numbers_.highest());
+  if (others_.empty() || ByLength()(*others_.rbegin(), number)) return number;
+  return *others_.rbegin();
 }
 
 std::string NameIndex::nextName() {
   if (prefix_ != manager_.namePrefix) build();
-  while (!entries_.empty() && !isTrue(*entries_.rbegin()))
-    entries_.erase(std::prev(entries_.end()));
-  std::string name = *prefix_ + (entries_.empty() ? "0" : entries_.rbegin()->digits);
+  std::string name = *prefix_ + highest();
   increment(name, prefix_->size());
   return name;
 }

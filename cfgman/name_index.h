@@ -2,13 +2,16 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "cfgman/cfgman.h"
+#include "platform/allocator.h"
 
-/// The names made of a manager's prefix and digits, greatest last, so that a default name costs
+/// The numbers in the names that are a manager's prefix and digits, so that a default name costs
 /// O(log n). Built with the first name asked for, and anew when the prefix has changed.
 ///
 /// An item counts as long as an iteration over the manager meets it. Whoever changes its name or
@@ -19,21 +22,28 @@ class NameIndex {
 
   void add(const CfgMan::Item& item);
   void remove(const CfgMan::Item& item);
+  /// The item's name was `before` until now, when somebody changed it in place.
+  void renamed(const CfgMan::Item& item, std::string_view before);
+  /// Others may count from now on.
+  void forget() { prefix_.reset(); }
   std::string nextName();
 
  private:
-  /// Ordered as numbers of any length, leading zeros counted as digits.
-  struct Entry {
-    std::string digits;
-    std::uint32_t id;
-    bool operator<(const Entry& other) const;
+  /// Orders digits as numbers of any length, leading zeros counted.
+  struct ByLength {
+    bool operator()(std::string_view a, std::string_view b) const;
   };
 
-  std::optional<Entry> entryOf(const CfgMan::Item& item) const;
-  bool isTrue(const Entry& entry) const;
+  /// What follows the prefix in the name of an item that counts; empty when that is not digits.
+  std::string_view digitsOf(const CfgMan::Item& item, std::string_view name) const;
+  void take(std::string_view digits);
+  std::string highest() const;
   void build();
 
   CfgMan& manager_;
   std::optional<std::string> prefix_;  // none: not built
-  std::set<Entry> entries_;
+  // Names mostly are numbered without gaps, and then stand in a few intervals.
+  nv::Allocator numbers_{0, nv::kNoId};
+  std::map<std::uint32_t, std::uint32_t> repeats_;  // how often beyond once
+  std::multiset<std::string, ByLength> others_;     // with leading zeros, or more than nine digits
 };

@@ -4,7 +4,6 @@
 
 #include "cfgman/item.h"
 #include "cfgman/item_order.h"
-#include "cfgman/name_index.h"
 #include "cfgman/update_task.h"
 
 namespace key = nv::key;
@@ -31,7 +30,6 @@ void Placement::unlink() {
       state.append(key::removals, key::nextId.uid());
     tell(*previous, std::move(state));
   }
-  manager_.names_->remove(item_);
   order_.drop(item_);
 }
 
@@ -51,7 +49,6 @@ void Placement::writeChain(CfgMan::Item* previous, std::uint32_t next) {
 
 void Placement::link(std::uint32_t before) {
   order_.addNode(item_);
-  manager_.names_->add(item_);
   if (manager_.store && item_.store) linkStored(before);
   order_.insert(item_, findPlace(before, order_.first()));
   if (const auto* const previous = order_.previous(item_))

@@ -30,7 +30,7 @@ void releaseAll(const std::vector<CfgMan::ItemLink*>& links) {
 
 }  // namespace
 
-Update::Update(CfgMan& manager, UpdateTask task)
+Update::Update(CfgMan& manager, UpdateTask&& task)
     : life_(manager.watch()), manager_(manager), task_(std::move(task)) {}
 
 void Update::run() {
@@ -169,7 +169,11 @@ void Update::callHook() {
 
   if (const auto apply = manager_.apply) return apply(&manager_, item_, cfg_, changed_, reply_);
   const auto applyItem = manager_.applyItem;
-  withNewConfig([&] { applyItem(&manager_, item_, changed_, reply_); });
+  withNewConfig([&] {
+    const auto name = item_->config.get(key::name);
+    applyItem(&manager_, item_, changed_, reply_);
+    if (!life_.gone()) manager_.names_->renamed(*item_, name);
+  });
 }
 
 template <class Call>
@@ -239,7 +243,10 @@ void Update::placeAndStore() {
   if (!configChanged_) return;
   if (manager_.ordered) place();
   swapConfig();
-  if (manager_.store != nullptr && origin_ != CfgMan::kFromStore) writeRecord();
+  if (origin_ == CfgMan::kFromStore)
+    item_->isRecorded = true;
+  else if (manager_.store != nullptr)
+    writeRecord();
 }
 
 void Update::place() {
@@ -248,8 +255,11 @@ void Update::place() {
   const bool hasPlace = item_->ord != nullptr;
   const auto next = placement.nextId();
   if (hasPlace && !goes_ && cfg_.get(key::nextId, next) == next) return;
+  // Its name counts as long as it has a place, also while it changes that.
+  if (hasPlace && goes_) manager_.names_->remove(*item_);
   if (hasPlace) placement.unlink();
   if (!goes_) placement.link(cfg_.get(key::nextId, nv::kNoId));
+  if (!hasPlace && !goes_) manager_.names_->add(*item_);
 }
 
 /// A move of the item before itself leaves it where it is.
@@ -260,12 +270,12 @@ void Update::keepOwnPlace() {
     cfg_.remove(key::nextId);
 }
 
-// An item that was made dynamic after it was stored may still have a record.
+// An item that was made dynamic after it was stored still has the record that it came from.
 void Update::writeRecord() {
   auto& store = *manager_.store;
   if (!goes_ && item_->store)
     store.set(task_.id, item_->config);
-  else if (goes_ && (item_->store || store.has(task_.id)))
+  else if (goes_ && (item_->store || std::exchange(item_->isRecorded, false)))
     store.remove(task_.id);
 }
 
@@ -273,6 +283,8 @@ void Update::removeIfGone() {
   if (!goes_) return;
   releaseAll(std::exchange(item_->links, {}));
   if (life_.gone()) return;
+  // Still in its place when only keys of the update led here.
+  if (item_->ord != nullptr) manager_.names_->remove(*item_);
   manager_.order->drop(*item_);
   if (item_->cookie == nullptr) manager_.dropItem(item_);
 }

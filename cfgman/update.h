@@ -10,7 +10,7 @@
 /// runs meanwhile, so the item stays; but service code may delete the manager in most phases.
 class Update {
  public:
-  Update(CfgMan& manager, UpdateTask task);
+  Update(CfgMan& manager, UpdateTask&& task);
   void run();
 
  private:

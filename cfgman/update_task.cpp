@@ -18,7 +18,7 @@ void CfgMan::post(UpdateTask task) {
   });
 }
 
-void CfgMan::take(UpdateTask task) {
+void CfgMan::take(UpdateTask&& task) {
   if (mustWait(task)) {
     waiting_.push_back(std::move(task));
     if (!isReadingStore()) postWaiting();
@@ -28,11 +28,13 @@ void CfgMan::take(UpdateTask task) {
 }
 
 /// Before all records are items, an update could take the id of one that is still to come, or put
-/// itself into a chain of which only the end is there. Only what leaves items and their places as
-/// they are need not wait.
+/// itself into a chain of which only the end is there. What makes, moves and removes no item need
+/// not wait.
 bool CfgMan::mustWait(const UpdateTask& task) const {
   if (task.source != UpdateTask::Source::outside) return false;
-  if (!isReadingStore() && waiting_.empty()) return false;
+  // Updates of one item take effect in the order in which they came.
+  if (!waiting_.empty()) return true;
+  if (!isReadingStore()) return false;
   return !task.request.empty() || !items.contains(task.id) || task.cfg.has(nv::key::nextId) ||
          task.cfg.get(nv::key::absent) != 0;
 }
@@ -49,14 +51,17 @@ void CfgMan::updateWaiting() {
   update(std::move(task));
 }
 
-void CfgMan::update(UpdateTask task) {
-  nested_.push_back(std::move(task));
-  if (isUpdating_) return;
+void CfgMan::update(UpdateTask&& task) {
+  if (isUpdating_) {
+    nested_.push_back(std::move(task));
+    return;
+  }
   const auto life = watch();
   isUpdating_ = true;
   const AtEnd over([this, &life] {
     if (!life.gone()) isUpdating_ = false;
   });
+  Update(*this, std::move(task)).run();
   while (!life.gone() && !nested_.empty()) {
     auto next = std::move(nested_.front());
     nested_.pop_front();

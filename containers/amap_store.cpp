@@ -92,7 +92,7 @@ void AMap::init() {
   const nv::Allocator& stored = store->ids();
   // What the service stores meanwhile is no news to it.
   const std::uint32_t last = stored.highest();
-  for (auto at = stored.begin(); at != stored.end();) {
+  for (auto at = stored.begin(); at != stored.end() && *at <= last;) {
     const std::uint32_t id = *at;
     const bool isLast = id == last || ++at == stored.end();
     const std::uint32_t next = isLast ? id : *at;

@@ -1,6 +1,5 @@
 #include "containers/omap.h"
 
-#include <cassert>
 #include <memory>
 #include <string>
 #include <utility>
@@ -35,16 +34,19 @@ message AOmap::cmdGetObj(const message& request, std::uint32_t id) {
 }
 
 message AOmap::cmdGetAll(const message& request, std::uint32_t startId, std::uint32_t count) {
-  OObject* obj = startId == nv::kNoId ? head.next : objects.get(startId);
-  if (obj == nullptr) return refusal(nv::err::noSuchObject);
+  const bool fromFirst = startId == nv::kNoId;
+  if (!fromFirst && !objects.contains(startId)) return refusal(nv::err::noSuchObject);
 
   const std::uint32_t flags = nv::getFlagsOf(request);
   message reply;
   if ((flags & nv::kDefaultCfgBit) != 0) reply.insert(nv::key::defaultCfg, getDefaultCfg());
 
   auto page = nv::pageFor(count);
+  OObject* obj = fromFirst ? head.next : targetAgain(startId);
+  message record;  // keeps its memory from object to object
   while (page.wantsMore() && obj != &head) {
-    message record{{nv::key::objectId, obj->id}};
+    record.clear();
+    record.insert(nv::key::objectId, obj->id);
     obj->getConfig(record, nv::clientFlags(flags));
     if (!page.take(record)) break;
     obj = obj->next;
@@ -70,7 +72,7 @@ message AOmap::getDefaultCfg() { return nv::defaultConfig(std::unique_ptr<Object
 // Changing by command.
 
 message AOmap::cmdAddObj(const message& request) {
-  OObject* target = targetOf(positionOf(request));
+  const OObject* const target = targetOf(positionOf(request));
   if (target == nullptr) return refusal(nv::err::noSuchPosition);
   const std::uint32_t targetId = target->id;
   std::uint32_t id = request.get(nv::key::objectId, nv::kNoId);
@@ -81,7 +83,7 @@ message AOmap::cmdAddObj(const message& request) {
   nv::apply(*obj, request, nv::kDefaultFlags, nv::applyMode(mergeOnSet()));
   obj->id = id;
 
-  message reply = checkAdd(obj, nullAtEnd(target));
+  message reply = checkAdd(obj, nullAtEnd(targetAgain(targetId)));
   if (nv::isError(reply)) {
     freeId(id);
     return reply;
@@ -183,128 +185,8 @@ message AOmap::cmdMoveObj(const message& request, std::uint32_t id) {
   objMoved(obj);
   if (!holds(id, obj)) return reply;
   if (obj->isNotifying()) nv::announce(*this, id);
-  if (obj->isUndoable()) sendUndo(request, undo, obj->name() + " moved");
+  if (undoable && obj->isUndoable()) sendUndo(request, undo, obj->name() + " moved");
   return reply;
-}
-
-// Changing by the service.
-
-AOmapIterator AOmap::add(OObject* obj, OObject* next) {
-  if (obj->id == nv::kNoId) {
-    obj->id = allocateId();
-  } else {
-    allocateId(obj->id);
-  }
-  if (obj->id == nv::kNoId) {
-    delete obj;
-    return end();
-  }
-  const auto [at, isNew] = objects.emplace(obj->id, obj);
-  assert(isNew);
-  if (isNew) {
-    link(obj, next == nullptr ? &head : next);
-    storeAdded(obj);
-    if (obj->isNotifying()) nv::announce(*this, obj->id);
-  }
-  return AOmapIterator(at);
-}
-
-void AOmap::remove(AOmapIterator at) {
-  OObject* const obj = at.get();
-  const std::uint32_t id = obj->id;
-  const std::unique_ptr<OObject> removed = takeOut(obj, obj->isStorable());
-  if (removed->isNotifying()) nv::announce(*this, id);
-}
-
-void AOmap::move(OObject* obj, OObject* next) {
-  if (next == nullptr) next = &head;
-  if (obj->next == next) return;
-  assert(obj != next);
-  if (obj == next) return;
-  relink(obj, next);
-  if (obj->isNotifying()) nv::announce(*this, obj->id);
-}
-
-void AOmap::changed(OObject* obj, bool mayStore) {
-  if (mayStore) storeObj(obj);
-  if (obj->isNotifying()) nv::announce(*this, obj->id);
-}
-
-// The order.
-
-void AOmap::link(OObject* obj, OObject* next) {
-  ++orderChanges_;
-  obj->prev = next->prev;
-  obj->next = next;
-  next->prev->next = obj;
-  next->prev = obj;
-}
-
-void AOmap::unlink(OObject* obj) {
-  ++orderChanges_;
-  obj->prev->next = obj->next;
-  obj->next->prev = obj->prev;
-  obj->prev = obj->next = nullptr;
-}
-
-OObject* AOmap::getNextObj(OObject* obj) { return nullAtEnd((obj ? obj : &head)->next); }
-
-OObject* AOmap::getPrevObj(OObject* obj) { return nullAtEnd((obj ? obj : &head)->prev); }
-
-OObject* AOmap::findPrevStorable(OObject* obj) {
-  do obj = (obj ? obj : &head)->prev;
-  while (obj != &head && !obj->isStorable());
-  return obj;
-}
-
-OObject* AOmap::findNextStorable(OObject* obj) {
-  do obj = (obj ? obj : &head)->next;
-  while (obj != &head && !obj->isStorable());
-  return obj;
-}
-
-void AOmap::addNextId(message& m, OObject* obj) {
-  m.insert(nv::key::nextId, idOrNone((obj ? obj : &head)->next));
-}
-
-void AOmap::addNextStorableId(message& m, OObject* obj) {
-  m.insert(nv::key::nextId, idOrNone(findNextStorable(obj)));
-}
-
-OObject* AOmap::targetOf(std::uint32_t position) {
-  if (position == frontId()) return head.next;
-  if (position == nv::kNoId) return &head;
-  return objects.get(position);
-}
-
-// A check may have removed the object that stood there.
-OObject* AOmap::targetAgain(std::uint32_t targetId) {
-  OObject* const target = objects.get(targetId);
-  return target == nullptr ? &head : target;
-}
-
-/// Moves `obj` before `next` and stores it and whoever names another object now.
-void AOmap::relink(OObject* obj, OObject* next) {
-  OObject* const formerPrevious = findPrevStorable(obj);
-  unlink(obj);
-  link(obj, next);
-  if (!obj->isStorable()) return;
-  storeObj(obj);
-  storeObj(findPrevStorable(obj));
-  storeObj(formerPrevious);
-}
-
-/// Takes the object out of the map and its record out of the store, without deleting it.
-std::unique_ptr<OObject> AOmap::takeOut(OObject* obj, bool wasStored) {
-  const std::uint32_t id = obj->id;
-  OObject* const previous = wasStored ? findPrevStorable(obj) : nullptr;
-  std::unique_ptr<OObject> taken{objects.take(id)};
-  unlink(obj);
-  freeId(id);
-  dynamicIds.erase(id);
-  removeRecord(id);
-  if (previous != nullptr) storeObj(previous);
-  return taken;
 }
 
 // Ids.

@@ -130,14 +130,16 @@ class CONFKIT_API AOmap : public nv::Handler {
 
   /// Makes an object of the record `id` and puts it at the end of the order; returns the id of the
   /// record that comes after it, 0xffffffff for none. One that `checkRestore` refuses is reported
-  /// in one line on the standard output and stays in the store. Requires: no object has this id.
+  /// in one line on the standard output and stays in the store. Requires: there is a store, and no
+  /// object has this id.
   std::uint32_t restoreObj(std::uint32_t id);
   /// Writes the record of `obj`, or of `head`. Requires: there is a store.
   void saveObj(OObject* obj);
   /// Writes the record of `obj` if it is storable, or that of `head`, now or at the next flush.
   void storeObj(OObject* obj);
   /// Carries out what was put off, ascending by id: an object that is there and storable then is
-  /// written, and the head; any other record is removed.
+  /// written, and the head; any other record is removed. Waits for the end of `init` while that is
+  /// under way.
   void flushConfig();
   /// Whether changes are written at once (as at first) or put off until a flush. Turning it on
   /// flushes.
@@ -218,7 +220,7 @@ class CONFKIT_API AOmap : public nv::Handler {
   void unlink(OObject* obj);
   /// Who stands at the position that a request gives: `head` for the end, null for nobody.
   OObject* targetOf(std::uint32_t position);
-  /// The target of before, if it is still there; else `head`.
+  /// The target of before, if what the service supplies has left it there; else `head`.
   OObject* targetAgain(std::uint32_t targetId);
   unsigned claimId(std::uint32_t& id);
   bool holds(std::uint32_t id, const OObject* obj) const { return objects.get(id) == obj; }
@@ -230,10 +232,12 @@ class CONFKIT_API AOmap : public nv::Handler {
   nv::message undoOfRemove(OObject* obj);
   void relink(OObject* obj, OObject* next);
   std::unique_ptr<OObject> takeOut(OObject* obj, bool wasStored);
+  std::unique_ptr<OObject> unlist(OObject* obj);
 
+  /// Stores the object `id`, or `head`, if elements that were written before have left it there.
+  void storeAgain(std::uint32_t id);
   void storeAdded(OObject* obj);
   void storeChange(OObject& old, OObject& obj);
-  void removeRecord(std::uint32_t id);
   void saveWithNext(OObject* obj, std::uint32_t next);
   void flushOne(std::uint32_t id, NextIds& known);
   std::uint32_t nextStorableId(OObject* obj, NextIds& known);

@@ -31,13 +31,14 @@ AOmap::AOmap(const std::string& storeName, std::uint32_t minId, std::uint32_t ma
 
 AOmap::~AOmap() {
   bool isCut = false;
-  for (OObject *obj = head.prev, *previous; obj != &head; obj = previous) {
-    previous = obj->prev;
-    if (!obj->isStorable()) {
+  for (OObject* behind = &head; behind->prev != &head;) {
+    OObject* const obj = behind->prev;
+    if (obj->isStorable()) {
+      if (isCut) storeObj(obj);
+      behind = obj;
+    } else {
       unlink(obj);
       isCut = true;
-    } else if (isCut) {
-      storeObj(obj);
     }
   }
   delete std::exchange(store, nullptr);
@@ -54,7 +55,10 @@ void AOmap::saveObj(OObject* obj) { saveWithNext(obj, idOrNone(findNextStorable(
 
 void AOmap::saveWithNext(OObject* obj, std::uint32_t next) {
   message record{{nv::key::objectId, obj->id}, {nv::key::nextId, next}};
+  const auto seen = orderChanges_;
   obj->getConfig(record, kStoreFlags);
+  // An element that changes the order while it is written must not have the former one stored.
+  if (orderChanges_ != seen && record.get(nv::key::nextId) == next) addNextStorableId(record, obj);
   store->set(obj->id, record);
 }
 
@@ -68,6 +72,11 @@ void AOmap::storeObj(OObject* obj) {
   }
 }
 
+void AOmap::storeAgain(std::uint32_t id) {
+  OObject* const obj = id == nv::kHeadId ? &head : objects.get(id);
+  if (obj != nullptr) storeObj(obj);
+}
+
 void AOmap::storeAdded(OObject* obj) {
   if (store == nullptr || !obj->isStorable()) return;
   storeObj(obj);
@@ -79,19 +88,16 @@ void AOmap::storeChange(OObject& old, OObject& obj) {
   const bool wasStorable = old.isStorable();
   if (isStorable) {
     storeObj(&obj);
-  } else if (wasStorable) {
-    removeRecord(old.id);
+  } else if (wasStorable && store != nullptr) {
+    store->remove(old.id);
   }
   // The chain gains or loses a link here.
   if (isStorable != wasStorable) storeObj(findPrevStorable(&obj));
 }
 
-void AOmap::removeRecord(std::uint32_t id) {
-  if (store != nullptr && store->has(id)) store->remove(id);
-}
-
 void AOmap::flushConfig() {
-  if (store == nullptr) return;
+  // A chain that is half restored would be cut where it ends now.
+  if (store == nullptr || restoring) return;
   NextIds known;
   auto seen = orderChanges_;
   // What the elements put off while they are written waits for the next flush.

@@ -71,6 +71,8 @@ ended() {
 
 source "$here/demo/hosts.sh"
 source "$here/demo/vlans.sh"
+source "$here/demo/neighbours.sh"
+source "$here/demo/scripts.sh"
 source "$here/demo/firewall.sh"
 source "$here/demo/identity.sh"
 
@@ -88,13 +90,22 @@ go_on() {
     until confctl count vlans >/dev/null 2>&1; do sleep 0.1; done
     vlan-mirror --bus . --store mirror.db &
     confctl add vlans vid=7
+    neighbours --bus . --store neighbours.db &
+    until confctl list neighbours >/dev/null 2>&1; do sleep 0.1; done
+    confctl list neighbours
+    scripts --bus . --store scripts.db &
+    until confctl count scripts.101 >/dev/null 2>&1; do sleep 0.1; done
+    confctl --system add scripts.101 name=greet source='echo hello \$1'
+    confctl run scripts.101 greet world
     confctl --help
-    kill %1 %2 %3; cd /; rm -r \$CONFKIT_BUS    # when it is enough
+    kill %1 %2 %3 %4 %5; cd /; rm -r \$CONFKIT_BUS    # when it is enough
 END
 }
 
 show_hosts
 show_vlans
+show_neighbours
+show_scripts
 show_firewall
 show_identity
 go_on

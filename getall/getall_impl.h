@@ -8,12 +8,15 @@
 
 #include "cfgman/token.h"
 #include "getall/getall_state.h"
+#include "getall/stateful_getall.h"
 #include "platform/timer.h"
-
-class StatefulGetall;
 
 /// Made by `StatefulGetall` and taken by the constructor of the state that the service makes;
 /// deleted with that state, or by its maker when no state took it.
+///
+/// Ended by its owner it leaves the index first and is deleted then, so that nobody finds it while
+/// the service's destructor runs. One that is ended while the service still makes it is deleted
+/// when that is over.
 class GetallState::Impl {
  public:
   /// The weight of a record beside its bytes, and of a reply without records.
@@ -36,6 +39,10 @@ class GetallState::Impl {
   /// Whether all is delivered and nobody waits.
   bool isIdle() const { return isDone && !waiting && records.empty(); }
 
+  /// Takes the state out of its owner's index: from here on it is on its way to its end.
+  void leave();
+  bool isListed() const { return isListed_; }
+
   LifeToken<Impl>::Watch watch() const { return token_.watch(); }
 
   /// The record for the state under construction, null at other times.
@@ -43,6 +50,8 @@ class GetallState::Impl {
 
   /// Null until a state has taken this.
   GetallState* state = nullptr;
+  /// Whether `newState` has not returned yet.
+  bool isBeingMade = true;
   StatefulGetall* const owner;
   /// What the pending records weigh, with a reply around them.
   std::uint32_t bytes = kReplyWeight;
@@ -58,6 +67,9 @@ class GetallState::Impl {
  private:
   std::vector<nv::flat_message> takeRecords(std::size_t baseWeight);
   void answerIn(unsigned milliseconds);
+  void noteIdle();
 
+  LifeToken<StatefulGetall::Impl>::Watch index_;  // gone: so is the owner
+  bool isListed_ = true;
   LifeToken<Impl> token_{this};
 };

@@ -4,7 +4,6 @@
 
 #include "getall/getall_impl.h"
 #include "getall/state_index.h"
-#include "getall/stateful_getall.h"
 #include "platform/keys.h"
 
 namespace key = nv::key;
@@ -43,14 +42,23 @@ GetallState::Impl* GetallState::Impl::backdoorCtorArg = nullptr;
 
 GetallState::Impl::Impl(StatefulGetall* maker, std::vector<std::uint32_t> requester,
                         std::uint32_t id, const message& first)
-    : owner(maker), route(std::move(requester)), stateId(id), request(first) {
-  owner->impl->insert(*this);
+    : owner(maker),
+      route(std::move(requester)),
+      stateId(id),
+      request(first),
+      index_(maker->impl->watch()) {
+  maker->impl->insert(*this);
 }
 
-GetallState::Impl::~Impl() {
-  if (backdoorCtorArg == this) backdoorCtorArg = nullptr;
+GetallState::Impl::~Impl() { leave(); }
+
+void GetallState::Impl::leave() {
   timer.stop();
-  owner->impl->remove(*this);
+  if (std::exchange(isListed_, false)) index_.get()->remove(*this);
+}
+
+void GetallState::Impl::noteIdle() {
+  if (isListed_) index_.get()->noteIdle(*this);
 }
 
 bool GetallState::Impl::isFull() const {
@@ -62,14 +70,14 @@ void GetallState::Impl::add(nv::flat_message record) {
   if (waiting && records.empty()) answerIn(kGatherTime);
   bytes += static_cast<std::uint32_t>(record.size()) + kRecordWeight;
   records.push_back(std::move(record));
-  owner->impl->noteIdle(*this);
+  noteIdle();
   if (waiting && isFull()) flush();
 }
 
 void GetallState::Impl::finish() {
   if (isDone) return;
   isDone = true;
-  owner->impl->noteIdle(*this);
+  noteIdle();
   flush();
 }
 
@@ -79,11 +87,11 @@ void GetallState::Impl::answerIn(unsigned milliseconds) {
 
 void GetallState::Impl::applyRequest(const message& next) {
   const auto life = watch();
-  if (waiting) flush();
+  while (!life.gone() && waiting) flush();
   if (life.gone()) return;
   request = next;
   waiting = true;
-  owner->impl->noteIdle(*this);
+  noteIdle();
   if (isDone || isFull()) flush();
   if (life.gone() || !waiting) return;
   state->more();
@@ -99,12 +107,14 @@ void GetallState::Impl::flush() {
   if (!isDone || !records.empty()) reply.insert(key::startId, stateId);
   waiting = false;
   timer.stop();
-  owner->impl->noteIdle(*this);
+  noteIdle();
 
   const auto life = watch();
+  const message answered = request;
   state->beforeReply(reply);
   if (life.gone()) return;
-  const message answered = std::exchange(request, {});
+  if (!waiting) request.clear();
+  if (index_.gone()) return;
   if (auto* const handler = owner->handler()) handler->replyMessage(answered, std::move(reply));
 }
 

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "getall/getall_impl.h"
-#include "getall/stateful_getall.h"
 #include "platform/allocator.h"
 #include "platform/timer.h"
 
@@ -34,22 +33,35 @@ class StatefulGetall::Impl {
   /// Ends the states that have delivered everything and to which no request came since.
   void cleanup();
 
+  LifeToken<Impl>::Watch watch() const { return token_.watch(); }
+
   // Called by the states.
   void insert(State& state);
   void remove(State& state);
   /// Takes note of whether the state may be cleaned up.
-  void noteIdle(const State& state);
+  void noteIdle(State& state);
 
  private:
-  using Key = std::pair<std::uint32_t, Route>;
-  static Key keyOf(const State& state) { return {state.stateId, state.route}; }
-  /// Ends those of the states that are still there when their turn comes.
-  void end(const std::vector<State*>& states);
+  using Key = std::pair<std::uint32_t, const Route&>;
+  struct ByKey {
+    using is_transparent = void;
+    static Key keyOf(const Key& key) { return key; }
+    static Key keyOf(const State* state) { return {state->stateId, state->route}; }
+    template <class A, class B>
+    bool operator()(const A& a, const B& b) const {
+      return keyOf(a) < keyOf(b);
+    }
+  };
+  using States = std::set<State*, ByKey>;
+  /// Ends those that are still there when their turn comes, and that `isMeant` still.
+  template <class IsMeant>
+  static void end(const States& states, IsMeant isMeant);
+  static void end(State& state);
   void armCleanup();
 
-  std::map<Key, State*> states_;
+  States states_;
+  States idle_;
   std::map<Route, nv::Allocator> usedIds_;  // none empty
-  std::set<Key> idle_;
   nv::Timer cleanupTimer_;
   LifeToken<Impl> token_{this};
 };

@@ -58,8 +58,9 @@ void StatefulGetall::setCm(CfgMan* cm) {
     auto* const self = life.get();
     return self != nullptr && self->cfgMan == cm && self->handleCmd(request);
   };
-  cm->doCmd = [answers, previous = cm->doCmd](nv::Handler* handler, const message& request) {
-    if (!answers(request) && previous) previous(handler, request);
+  cm->doCmd = [answers, managerLife = cm->watch(), previous = cm->doCmd](nv::Handler* handler,
+                                                                         const message& request) {
+    if (!answers(request) && !managerLife.gone() && previous) previous(handler, request);
   };
   cm->doGet = [life, answers](CfgMan* manager, std::uint32_t id, std::uint32_t flags,
                               const message& request) {
@@ -77,9 +78,8 @@ CfgMan* StatefulGetall::manager() {
 
 CfgMan* StatefulGetall::cm() {
   if (manager() == nullptr) {
-    auto made = std::make_unique<CfgMan>(nullptr);
-    setCm(made.get());
-    ownManager_ = std::move(made);
+    if (!ownManager_) ownManager_ = std::make_unique<CfgMan>(nullptr);
+    setCm(ownManager_.get());
   }
   return cfgMan;
 }
@@ -150,9 +150,9 @@ void StatefulGetall::getAll(const message& request) {
   const auto life = token_.watch();
   Page page;
   auto* state = impl->find(request.get(key::startId, nv::kNoId), request.get(key::requester));
-  if (state == nullptr) {
+  if (state == nullptr || state->isBeingMade) {
     if (manager() != nullptr && !fillPage(request, page)) return;
-    if (!life.gone()) state = startState(request);
+    state = startState(request);
     if (life.gone()) return;
     if (state == nullptr) return reply(request, nv::errorMsg(err::noIterationId, ""));
   }
@@ -212,12 +212,16 @@ GetallState::Impl* StatefulGetall::startState(const message& request) {
 
   auto* const record = new GetallState::Impl(this, route, id, request);
   const auto recordLife = record->watch();
-  const auto life = token_.watch();
   GetallState::Impl::backdoorCtorArg = record;
   auto* const made = newState(request);
   GetallState::Impl::backdoorCtorArg = nullptr;
-  if (life.gone()) return nullptr;
-  // A service that returns something else than the one new object gets no further than this.
-  if (!recordLife.gone() && record->state == nullptr) delete record;
-  return made == nullptr ? nullptr : made->impl;
+  if (recordLife.gone()) return nullptr;  // deleted by the service
+
+  record->isBeingMade = false;
+  const bool isMeant = record->isListed();
+  if (record->state == nullptr)
+    delete record;  // the service made none, or returns another
+  else if (!isMeant)
+    delete record->state;  // ended while it was made
+  return isMeant && made != nullptr ? made->impl : nullptr;
 }

@@ -72,7 +72,7 @@ class CONFKIT_API StatefulGetall {
   /// What a get without a request answers: an object, or the count for 0xffffffff.
   nv::message handleCmGet(std::uint32_t id, std::uint32_t flags);
 
-  /// Null when there is none; see `cm()`.
+  /// What `setCm` was given last, also when that is gone since; `cm()` is one that lives.
   CfgMan* cfgMan = nullptr;
   nv::Handler* handlerCache = nullptr;
   /// The live iterations. Owned.

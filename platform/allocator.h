@@ -38,6 +38,8 @@ class CONFKIT_API Allocator {
   std::uint32_t max() const { return max_; }
   /// How many ids are claimed. 64 bits, since a full 32-bit range has 2^32 ids.
   std::uint64_t used() const { return used_; }
+  /// How many intervals without a gap they form: what the set takes in memory.
+  std::size_t intervals() const { return intervals_.size(); }
   /// How many ids can still be claimed.
   std::uint64_t unused() const { return size() - used_; }
 

@@ -32,6 +32,24 @@ inline constexpr unsigned getUndo = 0xfe0016;
 /// says how much of it, in the handler's own bits. Needs a right: it shows addresses of memory.
 inline constexpr unsigned dump = 0xfe0017;
 
+/// Whether a command with this code changes nothing, whatever the service: the platform's reading
+/// commands, and what the bus says of a client that has gone. Any other code may be a change.
+constexpr bool onlyReads(unsigned code) {
+  switch (code) {
+    case getObj:
+    case getAll:
+    case get:
+    case getCount:
+    case stopGetAll:
+    case routeGone:
+    case subscribe:
+    case unsubscribe:
+    case describe:
+    case getUndo: return true;
+    default: return false;
+  }
+}
+
 /// Whether a command with this code asks for a change of configuration.
 constexpr bool isChange(unsigned code) {
   return code == setObj || code == addObj || code == removeObj || code == moveObj || code == set;

@@ -29,9 +29,11 @@ inline constexpr unsigned notAllowed = 0xfe0101;
 inline constexpr unsigned noRoute = 0xfe0102;
 /// No answer within the time given.
 inline constexpr unsigned timedOut = 0xfe0103;
-/// A limit of the connection is reached (requests in flight, subscriptions).
+/// A limit of the connection or its user is reached (requests in flight, subscriptions,
+/// connections, the length of a request).
 inline constexpr unsigned tooMany = 0xfe0104;
-/// The store could not take the change.
+/// The store could not take the change, or has not taken it yet: "not on disk yet: " and why says
+/// that the change is made (or the answer knows of one) and will be written when it can be.
 inline constexpr unsigned notStored = 0xfe0105;
 
 }  // namespace nv::err

@@ -3,6 +3,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 
 #include "platform/export.h"
@@ -22,6 +24,16 @@ class CONFKIT_API LoopEngine {
   virtual void wait(std::optional<std::chrono::microseconds> timeout) = 0;
   /// Ends a `wait` that is under way, or the next one. From any thread and from signal handlers.
   virtual void wake() noexcept = 0;
+
+  /// A descriptor that is looked at until this is destroyed, which comes before the engine's end.
+  class Watch {
+   public:
+    virtual ~Watch() = default;
+  };
+  /// Calls `readable` from each `wait` in which `fd` can be read without waiting, its end and its
+  /// errors included; that call may destroy the Watch. Null: this engine looks at no descriptors,
+  /// or not at this one.
+  virtual std::unique_ptr<Watch> watch(int fd, std::function<void()> readable);
 };
 
 }  // namespace nv

@@ -40,8 +40,11 @@ struct Platform {
 /// requests) is held back as a whole when the turn changed the store, until that change is on disk;
 /// notifications wait for all changes made so far. When a change cannot be written, the replies
 /// that wait for it become err::notStored replies and the process ends with status `kNotStored`, so
-/// that it starts again from what is on disk. It ends so too, at once, when a record cannot be
-/// read: to a service it would look as if it were absent.
+/// that it starts again from what is on disk. While the disk takes no changes (it is full), those
+/// that a service makes all the same, by itself or for commands of its own, gather and are written
+/// later; replies that would wait for them become err::notStored replies at once, notifications and
+/// undo records wait. It ends so too, without another pass, when a record cannot be read: to a
+/// service it would look as if it were absent.
 class CONFKIT_API Looper {
  public:
   /// Exit status of a process whose store failed.

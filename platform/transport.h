@@ -26,12 +26,13 @@ class CONFKIT_API TransportEvents {
   virtual void received(std::uint32_t connection, std::span<const unsigned char> bytes) = 0;
   /// All bytes queued to the connection have left.
   virtual void drained(std::uint32_t connection) = 0;
-  /// The other end is gone. The connection's number is not used again.
+  /// The other end is gone. The connection's number stays unused for long (see Transport).
   virtual void closed(std::uint32_t connection) = 0;
 };
 
 /// Streams of bytes between processes that know one another by address. Connections have numbers
-/// from `kFirstConnection` on; a number is used once.
+/// from `kFirstConnection` on. They begin anew after 2^30 connections, and pass over those that are
+/// open: within one pass of the loop no number has two meanings.
 class CONFKIT_API Transport {
  public:
   static constexpr std::uint32_t kFirstConnection = 0xc0000000;

@@ -6,6 +6,7 @@
 #include "platform/commands.h"
 #include "platform/errors.h"
 #include "platform/looper.h"
+#include "platform/run_request.h"
 
 namespace nv {
 
@@ -19,11 +20,9 @@ constexpr string_id source{4};
 constexpr message_array_id args{5};
 }  // namespace setting
 
-// The script service: its address, its handler of stored scripts, and the keys of a run request.
+// The script service: its address, and its handler of stored scripts.
 constexpr unsigned kScriptService = 48;
 constexpr unsigned kScripts = 101;
-constexpr message_array_id kArguments{0x450};
-constexpr string_id kSource{101};
 
 /// Whether `all` has every bit of `some`.
 bool covers(std::uint32_t all, std::uint32_t some) { return (some & ~all) == 0; }
@@ -91,14 +90,14 @@ message InvokeScript::runmsg(std::vector<flat_message> callArgs) const {
   if (kind == kNone) return request;
   request.insert(key::rights, rights).insert(key::scriptOrigin, origin);
   callArgs.insert(callArgs.end(), args.begin(), args.end());
-  if (!callArgs.empty()) request.insert(kArguments, callArgs);
+  if (!callArgs.empty()) request.insert(run_key::arguments, callArgs);
   request.insert(key::command, cmd::runScript);
   if (kind == kById) {
     request.insert_vector(key::route, kScriptService, kScripts);
     request.insert(key::objectId, id);
   } else {
     request.insert_vector(key::route, kScriptService);
-    request.insert(kSource, source);
+    request.insert(run_key::source, source);
   }
   return request;
 }

@@ -21,14 +21,16 @@ void InProcessTransport::send(std::uint32_t connection, std::span<const unsigned
 }
 
 void InProcessTransport::flush() {
-  for (auto& [connection, line] : lines_) {
-    if (!line.reading) {
-      line.wasFull = line.wasFull || !line.outgoing.empty();
-      continue;
-    }
-    line.arrived.insert(line.arrived.end(), line.outgoing.begin(), line.outgoing.end());
-    line.outgoing.clear();
+  for (auto& [connection, line] : lines_) flushOne(line);
+}
+
+void InProcessTransport::flushOne(Line& line) {
+  if (!line.reading) {
+    line.wasFull = line.wasFull || !line.outgoing.empty();
+    return;
   }
+  line.arrived.insert(line.arrived.end(), line.outgoing.begin(), line.outgoing.end());
+  line.outgoing.clear();
 }
 
 std::size_t InProcessTransport::queued(std::uint32_t connection) const {
@@ -41,8 +43,9 @@ void InProcessTransport::pauseReading(std::uint32_t connection, bool pause) {
 }
 
 void InProcessTransport::close(std::uint32_t connection) {
-  flush();
-  line(connection).cut = true;
+  auto& closed = line(connection);
+  flushOne(closed);
+  closed.cut = true;
 }
 
 std::uint32_t InProcessTransport::connectFrom(const Peer& peer) {

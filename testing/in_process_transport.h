@@ -58,6 +58,7 @@ class InProcessTransport : public Transport {
     bool wasFull = false;    // something stayed queued since the last drained()
   };
 
+  static void flushOne(Line& line);
   Line& line(std::uint32_t connection) { return lines_.at(connection); }
   void deliverTo(std::uint32_t connection);
 

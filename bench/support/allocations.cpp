@@ -4,7 +4,7 @@
 #include <new>
 
 namespace {
-std::uint64_t count = 0;
+thread_local std::uint64_t count = 0;
 }
 
 namespace bench {

@@ -1,4 +1,4 @@
-/// Heap allocations of this process, counted by its operator new.
+/// Heap allocations of the calling thread, counted by the operator new of this program.
 #pragma once
 
 #include <cstdint>

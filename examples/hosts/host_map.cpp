@@ -20,7 +20,8 @@ HostMap::HostMap(std::filesystem::path file)
   describe("hosts", {{kName.uid(), "name", "what the host is called"},
                      {kAddresses.uid(), "addresses", "where it is, IPv4 and IPv6"},
                      {kComment.uid(), "comment", "a line for people"},
-                     {kDisabled.uid(), "disabled", "kept, but not told to the resolver"}});
+                     {kDisabled.uid(), "disabled", "kept, but not told to the resolver"},
+                     {kScript.uid(), "script", "run when the addresses change"}});
 }
 
 void HostMap::init() {
@@ -59,6 +60,7 @@ void HostMap::objAdded(Object* obj) {
 void HostMap::objChanged(Object* old, Object* obj) {
   idsByName_.erase(keyOf(old));
   objAdded(obj);
+  if (host(old).addresses != host(obj).addresses) host(obj).runScript();
 }
 
 void HostMap::objRemoved(Object* obj) {

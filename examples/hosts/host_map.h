@@ -19,7 +19,10 @@ namespace hosts {
 ///
 /// The file is written by `init()` and after changes, see KeptFile.
 ///
-/// An element takes the fields of a request itself (the map does not merge on set): the four fields
+/// A host may have a script, which the script service runs when the addresses change, once that is
+/// on disk. What comes of it nobody is told.
+///
+/// An element takes the fields of a request itself (the map does not merge on set): its fields
 /// do not depend on one another, so there is nothing that a complete configuration would tell it.
 class HostMap : public AMap {
  public:

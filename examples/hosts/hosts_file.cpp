@@ -1,6 +1,6 @@
 #include "examples/hosts/hosts_file.h"
 
-#include "examples/hosts/addresses.h"
+#include "examples/support/addresses.h"
 
 namespace hosts {
 
@@ -8,7 +8,7 @@ std::string hostsLines(const Host& host) {
   std::string lines;
   if (host.disabled) return lines;
   for (const auto& address : host.addresses) {
-    lines += addressText(address) + '\t' + host.hostName;
+    lines += examples::addressText(address) + '\t' + host.hostName;
     if (!host.comment.empty()) lines += "\t# " + host.comment;
     lines += '\n';
   }

@@ -9,7 +9,8 @@ namespace examples {
 
 /// Puts `text` in the place of `file`: who opens it reads the old text or the new one, never a
 /// part, also after a power failure. Returns when the new one is on disk; empty, or a line that
-/// says why it is not. Then the old one is still there.
+/// says why it is not: then the old one is still there, or the new one, which a power failure may
+/// still take back.
 ///
 /// `check` is asked before, with the path of a file that holds `text`; what it returns is why not.
 std::string replaceFile(

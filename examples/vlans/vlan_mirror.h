@@ -13,9 +13,10 @@ namespace vlans {
 /// its own: the configuration with the id of the next VLAN, and, not stored, whether it has a link.
 /// Takes no changes from others. It answers from its store until the other one is there, and is in
 /// step again when the other one has told everything: then it removes what was not named.
-class VlanMirror final : private CfgMan::Link {
+class VlanMirror : private CfgMan::Link {
  public:
   VlanMirror();
+  virtual ~VlanMirror() = default;
   /// Reads the store, then answers as handler `id` and follows the handler at `source`. Called
   /// once.
   void open(unsigned id, std::uint32_t source);

@@ -41,7 +41,7 @@ struct Box {
 /// number of changes in one pass are one file, there before anybody is told of them. Both wait for
 /// others: the disk, and `ip`. A file that cannot be written is one line on the standard error
 /// stream and is tried again; a kernel that refuses is one line and then left alone.
-class Vlans final : private CfgMan::Link {
+class Vlans : private CfgMan::Link {
  public:
   /// How often the states of devices are read, in milliseconds.
   static constexpr unsigned kPollInterval = 500;
@@ -49,6 +49,7 @@ class Vlans final : private CfgMan::Link {
   static constexpr unsigned kRetryInterval = 5000;
 
   explicit Vlans(Box box);
+  virtual ~Vlans() = default;
   /// Reads the store, and then answers as handler `id`. Called once.
   void open(unsigned id);
 

@@ -9,6 +9,7 @@
 using namespace test;
 namespace cmd = nv::cmd;
 namespace key = nv::key;
+using nv::message;
 
 namespace {
 
@@ -18,6 +19,43 @@ class CfgManNames : public CfgManTest {
  protected:
   std::string nameOf(std::uint32_t id) const { return cm->find(id)->config.get(key::name); }
 };
+
+TEST_F(CfgManNames, CountWhateverAHookMakesOfThem) {
+  for (const auto kind : {Kind::unordered, Kind::ordered}) {
+    configure = [this] {
+      cm->namePrefix = "vlan";
+      cm->applyItem = [](CfgMan*, CfgMan::Item* item, vset<unsigned>&, message& reply) {
+        if (item->config.get(key::name) != "VLAN2") return;
+        item->config.insert(key::name, "vlan2");
+        reply = nv::failedMsg("taken");
+      };
+    };
+    start(kind);
+    add();
+    add();
+    EXPECT_EQ(nameOf(2), "vlan2");
+    EXPECT_TRUE(nv::isError(ask(cmd::addObj, {{key::name, "VLAN2"}})));
+    EXPECT_EQ(cm->generateDefaultName(), "vlan3");
+    ask(cmd::setObj, {{key::objectId, 2}, {key::name, "office"}});
+    EXPECT_EQ(cm->generateDefaultName(), "vlan2");
+    for (const auto id : {1u, 2u}) ask(cmd::removeObj, {{key::objectId, id}});
+  }
+}
+
+TEST_F(CfgManNames, AreForgottenWithAnItemThatAKeyTakesAway) {
+  configure = [this] {
+    cm->namePrefix = "vlan";
+    cm->apply = [](CfgMan*, CfgMan::Item*, message& cfg, vset<unsigned>& keys, message&) {
+      if (keys.has(1)) cfg.insert(key::absent, 1);
+    };
+  };
+  start(Kind::ordered);
+  for (int k = 0; k < 3; ++k) add();
+  cm->scheduleUpdate(3, {}, {}, {1}, {});
+  runAll();
+  EXPECT_EQ(ids(), "1 2");
+  EXPECT_EQ(cm->generateDefaultName(), "vlan3");
+}
 
 TEST_F(CfgManNames, AreOneAboveTheHighest) {
   const struct {

@@ -47,7 +47,7 @@ TEST_F(CfgManRemotes, AreFollowedByRoute) {
   EXPECT_TRUE(follow(3).stopped);
 }
 
-TEST_F(CfgManRemotes, TheirObjectsBecomeItemsThatAreStoredAndUndone) {
+TEST_F(CfgManRemotes, TheirObjectsBecomeItemsThatAreStoredAndLeaveNoUndoRecord) {
   cm->setRemote(7, nv::kNoId, {});
   EXPECT_EQ(says({{key::objectId, 4}, {key::name, "a"}, {key::stateFlag, false}}), "store 4");
   EXPECT_EQ(cm->find(4)->config, message({{key::objectId, 4}, {key::name, "a"}, {key::absent, 0}}));

@@ -195,4 +195,18 @@ TEST_F(CfgManRunner, CommandsThatComeWhileTheStoreIsReadWaitAndKeepTheirOrder) {
   EXPECT_EQ(ids(), "2 3");
 }
 
+TEST_F(CfgManRunner, NoUpdateOvertakesOneThatWaits) {
+  stores.set("items", 1, {{key::name, "one"}});
+  stores.set("items", 2, {{key::name, "two"}});
+  stop();
+  kit = std::make_unique<nv::testkit::Kit>(stores);
+  cm = std::make_unique<CfgMan>(&tasks);
+  cm->setStore("items", false);
+  cm->scheduleUpdate(1, {{key::name, "first"}}, {}, {}, {});
+  while (cm->find(1) == nullptr) tasks.run();
+  cm->scheduleUpdate(1, {{key::name, "second"}}, {}, {}, {});
+  runAll();
+  EXPECT_EQ(cm->find(1)->config.get(key::name), "second");
+}
+
 }  // namespace

@@ -35,6 +35,12 @@ struct Case {
 
 TEST(Printers, SayTheSameAsTextAndAsJson) {
   const Case table[] = {
+      {[](Printer& p) { p.ran("a\nb", 7); }, "a\nb\nended 7\n",
+       R"({"output":"a\nb","status":7})"
+       "\n"},
+      {[](Printer& p) { p.ran("\x1b[2J\n", std::nullopt); }, "\\x1b[2J\n",
+       R"({"output":"\u001b[2J\n"})"
+       "\n"},
       {[](Printer& p) { p.object(object(5, "a b")); }, "host='a b'\noff=false\n",
        R"({"id":5,"fields":{"host":"a b","off":false}})"
        "\n"},

@@ -1,14 +1,18 @@
 /// A service for the client's tests: books on a shelf, handler 3 with the shelf's one
 /// configuration, handler 4 that never answers, handler 5 whose list begins again and again,
-/// handler 6 whose list is gathered while it is read, and handler 7 with the readers who wait for a
-/// book, handler 8 with a lane of cars, and handler 9 with the barrier at its end.
+/// handler 6 whose list is gathered while it is read, handler 7 with the readers who wait for a
+/// book, handler 8 that lies about how to undo its changes, handler 9, which runs scripts in
+/// its mind, handler 10 with a lane of cars, and handler 11 with the barrier at its end.
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
 #include "cfgman/run_task.h"
 #include "containers/amap.h"
+#include "platform/commands.h"
 #include "platform/keys.h"
 #include "platform/looper.h"
+#include "platform/run_request.h"
 #include "platform/service.h"
+#include "platform/undo_log.h"
 #include "tests/confctl/lanes.h"
 
 namespace {
@@ -105,6 +109,46 @@ class Gathered : public nv::Handler {
   std::uint32_t asked_ = 0;
 };
 
+/// Script 1 says what it was given, "fail" ends with status 7, "stay" is killed.
+class Scripts : public nv::Handler {
+ public:
+  void handleCmd(const nv::message& cmd, unsigned code) override {
+    if (code != nv::cmd::runScript) return Handler::handleCmd(cmd, code);
+    const auto name = cmd.get(nv::key::name);
+    nv::message answer;
+    if (name == "stay")
+      answer = nv::failedMsg("it ran too long");
+    else
+      answer.insert(nv::run_key::status, name == "fail" ? 7 : 0);
+    replyMessage(cmd, answer.insert(nv::run_key::output, heard(cmd)));
+  }
+
+ private:
+  static std::string heard(const nv::message& cmd) {
+    std::string text = cmd.get(nv::run_key::source) + cmd.get(nv::key::name);
+    if (cmd.has(nv::key::objectId)) text += std::to_string(cmd.get(nv::key::objectId));
+    text += " with " + std::to_string(cmd.get(nv::key::rights)) + " by " +
+            cmd.get(nv::key::scriptOrigin);
+    for (const auto word : cmd.view(nv::run_key::arguments))
+      text += " [" + nv::message(word).get(nv::run_key::word) + "]";
+    return text;
+  }
+};
+
+/// Would have its change undone by a removal of somebody else's object.
+class Liar : public nv::Handler {
+ public:
+  void handleCmd(const nv::message& cmd, unsigned code) override {
+    if (code != nv::cmd::getUndo) return Handler::handleCmd(cmd, code);
+    const nv::message command{{nv::key::command, nv::cmd::removeObj}, {nv::key::objectId, 2}};
+    nv::message record{{nv::undo_key::number, 1}, {nv::undo_key::description, "lamp changed"}};
+    record.insert(nv::undo_key::command, command).insert(nv::undo_key::route, {100});
+    nv::message reply;
+    reply.append(nv::key::objects, record.flat());
+    replyMessage(cmd, reply);
+  }
+};
+
 /// In the order in which they get the book.
 void queueUp(CfgMan& readers) {
   readers.namePrefix = "reader";
@@ -124,18 +168,22 @@ int main(int argc, char** argv) {
   Silent silent;
   Round round;
   Gathered gathered;
+  Scripts scripts;
   shelf.init();
   nv::getLooper()->addHandler(100, &shelf);
   nv::getLooper()->addHandler(3, &place);
   nv::getLooper()->addHandler(4, &silent);
   nv::getLooper()->addHandler(5, &round);
   nv::getLooper()->addHandler(6, &gathered);
+  nv::getLooper()->addHandler(9, &scripts);
+  Liar liar;
+  nv::getLooper()->addHandler(8, &liar);
   Lane lane;
   Barrier barrier;
   lane.init();
   barrier.init();
-  nv::getLooper()->addHandler(8, &lane);
-  nv::getLooper()->addHandler(9, &barrier);
+  nv::getLooper()->addHandler(10, &lane);
+  nv::getLooper()->addHandler(11, &barrier);
   CfgMan readers;
   queueUp(readers);
   return service.run();

@@ -75,30 +75,7 @@ TEST_F(AMapReading, CountIsTheNumberOfObjectsAndOtherCommandsAreNotTaken) {
 
 // Get all.
 
-class AMapPages : public AMapTest {
- protected:
-  /// "1 2 3 next 4"
-  std::string page(Fields fields) {
-    const message reply = ask(cmd::getAll, fields);
-    if (nv::isError(reply)) return reply == refused(err::noSuchObject) ? "none" : "error";
-    EXPECT_TRUE(reply.has(key::objects));
-    std::string ids;
-    for (const auto entry : reply.view(key::objects))
-      ids += (ids.empty() ? "" : " ") + std::to_string(message(entry).get(key::objectId));
-    if (reply.has(key::startId)) ids += " next " + std::to_string(reply.get(key::startId));
-    return ids;
-  }
-  /// Elements whose entries in a page have exactly this many bytes.
-  void padTo(std::size_t size) {
-    Element::onGet = [size](Object&, message& out, std::uint32_t) {
-      out.insert(field::padding, std::vector<unsigned char>());
-      const std::size_t base = out.max_length();
-      ASSERT_LE(base, size);
-      out.insert(field::padding, std::vector<unsigned char>(size - base));
-      ASSERT_EQ(out.max_length(), size);
-    };
-  }
-};
+using AMapPages = AMapTest;
 
 TEST_F(AMapPages, BeginWithTheStartObjectAndSayWhereTheNextOneBegins) {
   EXPECT_EQ(page({}), "");

@@ -13,13 +13,6 @@ namespace {
 
 class AMapStore : public AMapTest {
  protected:
-  /// Loads the map and returns what it printed.
-  std::string initPrints() {
-    testing::internal::CaptureStdout();
-    map->init();
-    EXPECT_TRUE(verify(*map));
-    return testing::internal::GetCapturedStdout();
-  }
   void putRecord(std::uint32_t id, Fields fields = {}) {
     message record(fields);
     record.insert(key::objectId, id);

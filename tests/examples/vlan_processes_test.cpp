@@ -55,10 +55,11 @@ class VlanProcesses : public ::testing::Test {
   static std::uint32_t add(std::uint32_t vid) {
     return change(nv::cmd::addObj, nv::kNoId, {{kVid, vid}}).get(key::objectId, nv::kNoId);
   }
-  /// All objects, by id.
+  /// All objects, by id, when they are on disk.
   static std::map<std::uint32_t, message> allOf(std::uint32_t address) {
     std::map<std::uint32_t, message> objects;
-    for (const auto& flat : ask(address, {{key::command, nv::cmd::getAll}}).get(key::objects)) {
+    const message request{{key::command, nv::cmd::getAll}, {key::settled, true}};
+    for (const auto& flat : ask(address, request).get(key::objects)) {
       const message object(flat);
       objects.emplace(object.get(key::objectId), object);
     }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/follow.h"
 #include "platform/looper.h"
 #include "platform/undo_log.h"
 #include "tests/platform/bus_fixture.h"
@@ -99,6 +100,27 @@ TEST_F(Bus, WhenACommitFailsGetsAreStillAnsweredAndOnlyWhatWaitsForItIsLost) {
   EXPECT_TRUE(stores.records("texts").empty());
 }
 
+TEST_F(Bus, WhenARecordCannotBeReadWhatReachesTheDiskIsStillAcknowledged) {
+  stores.set("other", 1, {{key::name, "one"}});
+  ListHandler texts("texts");
+  serve(texts);
+  Store other("other");
+  auto writer = kit.connect();
+  kit.engine().hold();
+  writer->send(setText(1, 7, "seven"));
+  kit.settle();
+  writer->send(setText(2, 8, "eight"));
+  kit.settle();
+  kit.engine().failReads("the disk is gone");
+  EXPECT_TRUE(other.get(1).empty());
+  const auto replies = writer->received();
+  ASSERT_EQ(line(replies), "1 ok, 2 fe0105");
+  EXPECT_EQ(getError(replies[1]), "the store cannot be read: the disk is gone");
+  EXPECT_EQ(kit.exitStatus(), Looper::kNotStored);
+  EXPECT_EQ(stores.get("texts", 7).get(key::name), "seven");
+  EXPECT_TRUE(stores.get("texts", 8).empty());
+}
+
 TEST_F(Bus, StoppingWaitsForTheCommitUnderWayAndForTheNext) {
   ListHandler texts("texts");
   serve(texts);
@@ -144,6 +166,84 @@ TEST_F(Bus, AFullDiskRefusesChangesAndServesReads) {
   kit.engine().refuse("");
   peer->send(setText(3, 1, "new"));
   EXPECT_EQ(said(*peer), "3 ok");
+}
+
+/// Stores a text on a command of its own.
+struct OwnCommand : ListHandler {
+  using ListHandler::ListHandler;
+  void handleCmd(const message& request, unsigned code) override {
+    if (code != kStore) return ListHandler::handleCmd(request, code);
+    put(1, request.get(key::name));
+    sendUndo(request, {{key::command, cmd::removeObj}, {key::objectId, 1}}, "stored");
+    replyMessage(request, {});
+  }
+  static constexpr unsigned kStore = 0x55;
+};
+
+TEST_F(Bus, WhoWaitsForADiskThatTakesNoChangesIsToldSoAndTheChangeIsWrittenLater) {
+  OwnCommand texts("texts");
+  serve(texts);
+  auto peer = kit.connect();
+  peer->send(command(1, cmd::subscribe));
+  kit.settle();
+  peer->received();
+  const auto store = [](std::uint32_t tag) {
+    return command(tag, OwnCommand::kStore).insert(key::name, "new");
+  };
+  kit.engine().hold();
+  peer->send(store(2));
+  kit.settle();
+  kit.engine().refuse("no space left on device");
+  peer->send(store(3));
+  peer->send(command(4, cmd::getObj, 1).insert(key::settled, true));
+  peer->send(command(5, cmd::getObj, 1));
+  kit.settle();
+  const auto replies = peer->received();
+  EXPECT_EQ(line(replies), "3 fe0105, 4 fe0105, 5 ok") << "2 is being written";
+  EXPECT_EQ(getError(replies[0]), "not on disk yet: no space left on device");
+  kit.engine().release();
+  EXPECT_EQ(said(*peer), "2 ok, ~1 1=new");
+  kit.engine().refuse("");
+  EXPECT_EQ(said(*peer), "~1 1=new");
+  EXPECT_EQ(stores.get("texts", 1).get(key::name), "new");
+  peer->send(command(6, cmd::getUndo));
+  kit.settle();
+  EXPECT_EQ(peer->received().at(0).size(key::objects), 2U);
+}
+
+TEST_F(Bus, WhatWaitsForADiskThatTakesNoChangesDoesNotGrow) {
+  ListHandler texts("texts");
+  serve(texts);
+  std::vector<std::string> heard;
+  auto target = command(0, 0);
+  void* const followed =
+      follow([&](const message& msg) { heard.push_back(msg.get(key::name)); }, target, false);
+  kit.settle();
+  kit.engine().refuse("no space left on device");
+  constexpr int kChanges = 5000;
+  const auto records = static_cast<int>(Limits().undoRecords);
+  texts.fetches = 0;
+  for (int i = 1; i <= kChanges; ++i) {
+    texts.put(1, std::to_string(i) + std::string(1000, 'x'));
+    texts.sendUndo({}, {{key::objectId, static_cast<std::uint32_t>(i)}}, "changed");
+    kit.pass();
+  }
+  EXPECT_EQ(texts.stalled, 1);
+  kit.engine().refuse("");
+  kit.settle();
+  EXPECT_EQ(texts.stalled, 0);
+  EXPECT_LT(heard.size(), 100U);
+  EXPECT_EQ(heard.back(), texts.texts[1]);
+  stopFollow(followed);
+
+  auto peer = kit.connect();
+  peer->send(command(1, cmd::getUndo));
+  kit.settle();
+  const auto kept = peer->received().at(0).get(key::objects);
+  ASSERT_FALSE(kept.empty());
+  const auto newest = message(kept[0]);
+  EXPECT_EQ(message(newest.get(undo_key::command)).get(key::objectId), 0U + kChanges);
+  EXPECT_EQ(newest.get(undo_key::number), 0U + records) << "the others were dropped before";
 }
 
 TEST_F(Bus, AServicesOwnChangesWaitForSpaceOnTheDisk) {

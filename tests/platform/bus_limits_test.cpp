@@ -4,6 +4,7 @@
 
 #include "platform/undo_log.h"
 #include "tests/platform/bus_fixture.h"
+#include "tests/support/captured_output.h"
 
 namespace nv::testkit {
 namespace {
@@ -41,6 +42,8 @@ TEST_F(Bus, WhoBreaksTheRulesIsCutAndTheOthersGoOn) {
        }},
       {"too deep", [](BusPeer& peer) { peer.send(nested(40)); }},
       {"a change that is not counted", [](BusPeer& peer) { peer.send(setText(0, 1, "x")); }},
+      {"a service's own command that is not counted",
+       [](BusPeer& peer) { peer.send(command(0, 0x55)); }},
       {"a reply", [&](BusPeer& peer) { peer.send(reply); }},
       {"one tag twice in flight",
        [&](BusPeer& peer) {
@@ -98,6 +101,7 @@ TEST_F(Bus, LimitsCostTheOneWhoReachesThem) {
     crowd.push_back(kit.connect({500, 500, 1}));
   kit.settle();
   EXPECT_TRUE(crowd.back()->cut());
+  EXPECT_EQ(line(crowd.back()->received()), "0 fe0104");
   EXPECT_FALSE(crowd.front()->cut());
   crowd.front()->close();
   kit.settle();
@@ -124,6 +128,38 @@ TEST_F(Bus, AClientThatDoesNotReadItsRepliesIsNotReadEither) {
   EXPECT_EQ(peer->received().size(), 1000U);
 }
 
+TEST_F(Bus, TheSubscriptionsOfAUserAreCountedTogether) {
+  ListHandler texts;
+  serve(texts);
+  const auto limits = Limits();
+  std::vector<std::unique_ptr<BusPeer>> crowd;
+  std::size_t refused = 0;
+  for (std::size_t i = 0; i < limits.connectionsPerUser; ++i) {
+    crowd.push_back(kit.connect({500, 500, 1}));
+    for (std::uint32_t tag = 1; tag <= limits.subscriptions; ++tag)
+      crowd.back()->send(command(tag, cmd::subscribe));
+    kit.settle();
+    for (const auto& reply : crowd.back()->received()) refused += errorCode(reply) == err::tooMany;
+  }
+  const auto most = static_cast<int>(limits.subscriptionsPerUser);
+  EXPECT_EQ(texts.subscribers, most);
+  EXPECT_EQ(refused,
+            limits.connectionsPerUser * limits.subscriptions - limits.subscriptionsPerUser);
+  auto other = kit.connect({501, 501, 1});
+  other->send(command(1, cmd::subscribe));
+  EXPECT_EQ(said(*other), "1 ok");
+
+  crowd[0]->close();
+  crowd[1]->send(command(1001, cmd::unsubscribe, 1));
+  kit.settle();
+  for (std::uint32_t tag = 1; tag <= limits.subscriptions; ++tag)
+    crowd.back()->send(command(tag, cmd::subscribe));
+  crowd[1]->send(command(1002, cmd::subscribe));
+  crowd[1]->send(command(1003, cmd::subscribe));
+  EXPECT_EQ(said(*crowd[1]), "1001 ok, 1002 ok, 1003 fe0104");
+  EXPECT_EQ(texts.subscribers, most + 1);
+}
+
 /// Answers no get before it is told to.
 struct LateHandler : ListHandler {
   message cmdGetObj(const message& request, std::uint32_t) override {
@@ -135,6 +171,30 @@ struct LateHandler : ListHandler {
   }
   std::vector<message> waiting;
 };
+
+TEST_F(Bus, AUserWhoIsCutAgainAndAgainFillsNoLog) {
+  const auto cuts = [this](std::uint32_t user, int times) {
+    for (int i = 0; i < times; ++i) {
+      kit.connect({user, user, 1})->sendBytes({0xff, 0xff, 0xff, 0xff});
+      kit.settle();
+    }
+  };
+  const auto linesOf = [](const std::string& text, const std::string& what) {
+    int lines = 0;
+    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++lines;
+    return lines;
+  };
+  const CapturedOutput output;
+  cuts(500, 1000);
+  cuts(501, 3);
+  EXPECT_EQ(linesOf(output.text(), "of user 500 is cut: "), 10);
+  EXPECT_EQ(linesOf(output.text(), "of user 501 is cut: "), 3);
+  kit.advance(1000);
+  EXPECT_EQ(linesOf(output.text(), "990 more connections of user 500 were cut within a second"), 1);
+  EXPECT_EQ(linesOf(output.text(), "more connections"), 1);
+  cuts(500, 1);
+  EXPECT_EQ(linesOf(output.text(), "of user 500 is cut: "), 11);
+}
 
 class TightBus : public Bus {
  protected:

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/describe.h"
+#include "platform/timer.h"
 #include "platform/undo_log.h"
 #include "tests/platform/bus_fixture.h"
 
@@ -123,6 +124,26 @@ TEST_F(Bus, AnAnswerGoesToWhoAskedWhateverStandsInIt) {
     EXPECT_EQ(replies[0].get(key::name), "mine");
     EXPECT_TRUE(other->received().empty());
   }
+}
+
+TEST_F(Bus, AZeroTimerThatACommandMakesFiresInTheNextPass) {
+  struct Deferring : ListHandler {
+    message cmdGet(const message&) override {
+      timer = Timer(0, [this] { ++fired; });
+      return {};
+    }
+    Timer timer;
+    int fired = 0;
+  } handler;
+  serve(handler);
+  auto peer = kit.connect();
+  kit.settle();
+  peer->send(command(1, cmd::get));
+  kit.pass();
+  ASSERT_EQ(line(peer->received()), "1 ok");
+  EXPECT_EQ(handler.fired, 0);
+  kit.pass();
+  EXPECT_EQ(handler.fired, 1);
 }
 
 TEST_F(Bus, FramesArriveWhateverTheirPieces) {

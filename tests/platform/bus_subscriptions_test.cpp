@@ -106,6 +106,54 @@ TEST_F(Bus, ASubscriberThatStopsReadingCostsAMarkAnObjectAndDelaysNobody) {
   EXPECT_FALSE(slow->cut());
 }
 
+TEST_F(Bus, ASubscriptionThatNeedsTooManyMarksEndsAndTheOthersGoOn) {
+  ListHandler texts;
+  serve(texts);
+  auto peer = kit.connect();
+  const auto marks = static_cast<std::uint32_t>(Limits().marks);
+  const struct {
+    const char* ids;
+    std::uint32_t step;
+    bool removed;
+    std::uint32_t changes;
+    bool ends;
+  } cases[] = {
+      {"as many as may be, apart", 2, false, marks, false},
+      {"one more", 2, false, marks + 1, true},
+      {"neighbours", 1, false, 20 * marks, false},
+      {"apart and removed", 2, true, marks / 2 + 1, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.ids);
+    auto slow = kit.connect();
+    peer->send(command(1, cmd::subscribe));
+    slow->send(command(1, cmd::subscribe));
+    kit.settle();
+    slow->setReading(false);
+    texts.put(0xffff0000, std::string(Limits().queuedBytes, 'x'));
+    kit.settle();
+    for (std::uint32_t i = 0; i < c.changes; ++i) {
+      texts.notifyChange(10 + i * c.step, c.removed, nullptr, {});
+      if (i % 100 == 0) kit.settle();
+    }
+    kit.settle();
+    EXPECT_EQ(texts.subscribers, c.ends ? 1 : 2);
+    EXPECT_GE(peer->received().size(), c.changes) << "who reads hears of all";
+    slow->setReading(true);
+    for (int i = 0; i < 50; ++i) kit.settle();
+    const auto heard = slow->received();
+    EXPECT_EQ(line({heard.back()}) == "~1 ended", c.ends);
+    if (!c.ends) {
+      EXPECT_EQ(heard.size(), c.changes + 2U);
+    }
+    slow->close();
+    peer->send(command(2, cmd::unsubscribe, 1));
+    kit.settle();
+    peer->received();
+    texts.stalled = 0;  // one that ended is not resumed
+  }
+}
+
 TEST_F(Bus, ASlowSubscriberIsToldOfARemovalWhateverTheObjectAnswersLater) {
   ListHandler texts;
   serve(texts);

@@ -122,8 +122,36 @@ TEST_F(Loop, AnObjectThatGoesWhileTheSetIsReadIsNotLost) {
       },
       requestTo(7, 0), false);
   kit.settle();
+  EXPECT_FALSE(complete) << "it waits before it reads again";
+  kit.advance(100);
   EXPECT_TRUE(complete);
   EXPECT_EQ(copy, texts.texts);
+  stopFollow(handle);
+}
+
+TEST_F(Loop, ASetWhosePagesLeadInACircleIsReadAgainLaterAndEverMoreRarely) {
+  struct Circle : ListHandler {
+    message cmdGetAll(const message& request, std::uint32_t startId, std::uint32_t count) override {
+      ++pages;
+      auto reply = ListHandler::cmdGetAll(request, startId, count);
+      if (circular && !reply.has(key::startId)) reply.insert(key::startId, 3);
+      return reply;
+    }
+    bool circular = true;
+    int pages = 0;
+  } texts;
+  getLooper()->addHandler(7, &texts);
+  for (std::uint32_t id = 1; id <= 4; ++id) texts.texts[id] = std::to_string(id);
+  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(7, 0), false);
+  for (int i = 0; i < 100; ++i) kit.pass();
+  EXPECT_EQ(texts.pages, 2);
+  kit.advance(60000);
+  EXPECT_LT(texts.pages, 60);
+  EXPECT_EQ(taken().find('.'), std::string::npos);
+  texts.circular = false;
+  kit.advance(3200);
+  EXPECT_EQ(taken(), "1=1 2=2 3=3 4=4 .");
+  EXPECT_EQ(texts.subscribers, 1);
   stopFollow(handle);
 }
 
@@ -215,6 +243,21 @@ TEST_F(Loop, AFollowComesBackWhenThereIsAnotherHandler) {
   EXPECT_EQ(taken(), "2=new -1 .");
   EXPECT_EQ(next.subscribers, 1);
   stopFollow(handle);
+}
+
+TEST_F(Loop, FollowsThatEndOneAnotherAreForgottenTogether) {
+  struct Ends {
+    ~Ends() { stopFollow(handle); }
+    void* handle;
+  };
+  for (int i = 0; i < 20; ++i) {
+    const auto ends = std::make_shared<Ends>();
+    ends->handle = follow([](const message&) {}, requestTo(7, 0), false);
+    follow([this, ends](const message&) { note("called"); }, requestTo(7, 0), false);
+  }
+  setObserver(nullptr);
+  getLooper()->assemble({});
+  EXPECT_EQ(taken(), "");
 }
 
 TEST_F(Loop, AFollowSubscribesAnewWhenItsSubscriptionIsEndedOverTheBus) {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/follow.h"
 #include "platform/timer.h"
 #include "tests/platform/loop_fixture.h"
 
@@ -51,6 +52,42 @@ TEST_F(Loop, APostIsAnsweredExactlyOnce) {
   service->send(reply);
   kit.advance(5000);
   EXPECT_EQ(taken(), "3");
+}
+
+TEST_F(Loop, NoServiceAnswersForAnother) {
+  constexpr std::uint32_t kForger = 300;
+  kit.serve(kElsewhere);
+  kit.serve(kForger);
+  auto request = requestTo(kElsewhere, cmd::getCount), other = requestTo(kForger, cmd::getCount);
+  const auto heard = [&](const message& reply) { note(std::to_string(reply.get(key::count))); };
+  const Post post(request, heard, 60000);
+  kit.settle();
+  const auto asked = kit.acceptedPeer();
+  const auto tag = asked->received().at(0).get(key::tag);
+  const Post forgers(other, heard, 60000);
+  void* const followed =
+      follow([&](const message& msg) { note(msg.empty() ? "." : msg.get(key::name)); },
+             requestTo(kElsewhere, 0), false);
+  kit.settle();
+  const auto forger = kit.acceptedPeer();
+  const auto subscription = asked->received().at(0).get(key::tag);
+  asked->send({{key::frameKind, 1}, {key::tag, subscription}});
+  kit.settle();
+  asked->send({{key::frameKind, 1}, {key::tag, asked->received().at(0).get(key::tag)}});
+  kit.settle();
+  EXPECT_EQ(taken(), ".");
+
+  forger->send({{key::frameKind, 1}, {key::tag, tag}, {key::count, 666}});
+  forger->send({{key::frameKind, 2}, {key::tag, subscription}, {key::name, "forged"}});
+  forger->send({{key::frameKind, 3}, {key::tag, subscription}});
+  kit.advance(1000);
+  EXPECT_EQ(taken(), "");
+  EXPECT_TRUE(asked->received().empty()) << "the follow has not begun anew";
+  asked->send({{key::frameKind, 1}, {key::tag, tag}, {key::count, 3}});
+  asked->send({{key::frameKind, 2}, {key::tag, subscription}, {key::name, "told"}});
+  kit.settle();
+  EXPECT_EQ(taken(), "3 told");
+  stopFollow(followed);
 }
 
 TEST_F(Loop, APostWithoutAnswerEndsInAnErrorThatSaysWhy) {
@@ -152,6 +189,34 @@ TEST_F(Loop, ARequestCausedByAChangeLeavesWhenTheChangeIsOnDisk) {
   EXPECT_TRUE(kit.acceptedPeer());
 }
 
+TEST_F(Loop, ARequestThatNobodyAwaitsAnyMoreWhenItMayLeaveStays) {
+  kit.serve(kElsewhere);
+  Store store("texts");
+  kit.engine().hold();
+  const auto asked = [](std::uint32_t id) {
+    return requestTo(kElsewhere, cmd::setObj).insert(key::objectId, id);
+  };
+  const auto heard = [&](const message& reply) { note(isError(reply) ? "error" : "ok"); };
+  std::vector<message> requests{asked(1), asked(2), asked(3), asked(4)};
+  store.set(1, {{key::name, "one"}});
+  const Post timedOut(requests[0], heard, 100);
+  Post cancelled(requests[1], heard, 60000);
+  const Post waiting(requests[2], heard, 60000);
+  const Post endless(requests[3], {}, 0);
+  getLooper()->send(asked(5));
+  kit.advance(1000);
+  cancelled.cancel();
+  kit.engine().release();
+  kit.settle();
+  EXPECT_EQ(taken(), "error");
+  const auto service = kit.acceptedPeer();
+  ASSERT_TRUE(service);
+  std::string arrived;
+  for (const auto& request : service->received())
+    arrived += std::to_string(request.get(key::objectId));
+  EXPECT_EQ(arrived, "345");
+}
+
 TEST_F(Loop, WhatIsSaidOutsideOfTheLoopWaitsForWhatWasStoredBefore) {
   kit.serve(kElsewhere);
   Store store("texts");
@@ -163,6 +228,22 @@ TEST_F(Loop, WhatIsSaidOutsideOfTheLoopWaitsForWhatWasStoredBefore) {
   kit.engine().release();
   kit.settle();
   EXPECT_TRUE(kit.acceptedPeer());
+}
+
+TEST_F(Loop, AnErrorToNumberZeroAnswersAllThatWasAskedThere) {
+  constexpr std::uint32_t kOther = 300;
+  kit.serve(kElsewhere);
+  kit.serve(kOther);
+  auto request = requestTo(kElsewhere, cmd::getCount), other = requestTo(kOther, cmd::getCount);
+  const auto heard = [&](const message& reply) { note(getError(reply)); };
+  const Post first(request, heard, 1000), second(request, heard, 1000), third(other, heard, 1000);
+  kit.settle();
+  const auto service = kit.acceptedPeer();
+  service->send(errorMsg(err::tooMany, "full").insert(key::frameKind, 1));
+  service->close();
+  kit.settle();
+  EXPECT_EQ(taken(), "full full");
+  EXPECT_TRUE(third.pending());
 }
 
 TEST_F(Loop, AnswersAreReadHoweverManyRequestsWait) {

@@ -15,31 +15,6 @@ namespace cmd = nv::cmd;
 using nv::kNoId;
 using nv::message;
 
-namespace {
-
-bool isSystem(const message& request) {
-  return !request.has(key::rights) || request.get(key::rights) >= 0x80000000;
-}
-
-std::string nameOf(const ElementConfig& config) {
-  return config.text.empty() ? "item" : config.text;
-}
-
-/// What the new configuration overwrote.
-message difference(const ElementConfig& before, const ElementConfig& after) {
-  message m;
-  if (before.text != after.text) m.insert(field::text, before.text);
-  if (before.number != after.number) m.insert(field::number, before.number);
-  if (before.isVolatile != after.isVolatile) m.insert(field::isVolatile, before.isVolatile);
-  if (before.isSilent != after.isSilent) m.insert(field::isSilent, before.isSilent);
-  if (before.isFinal != after.isFinal) m.insert(field::isFinal, before.isFinal);
-  return m;
-}
-
-bool isUndoable(const ElementConfig& config) { return !config.isFinal && !config.isVolatile; }
-
-}  // namespace
-
 Expected AMapModel::command(const message& request) {
   message reply;
   switch (request.get(key::command)) {

@@ -7,23 +7,9 @@
 #include <set>
 #include <string>
 
-#include "platform/message.h"
-#include "tests/support/test_element.h"
+#include "tests/support/service_model.h"
 
 namespace test {
-
-/// What a step should lead to: the reply of a command, all calls in their order, the undo record.
-struct Expected {
-  nv::message reply;
-  std::string line;
-  std::optional<nv::message> undo;
-};
-
-/// The rules of the service that the model stands for.
-inline bool refusesConfig(const ElementConfig& config) { return config.text == "bad"; }
-inline bool refusesRemove(const ElementConfig& config) { return config.number == 13; }
-inline bool refusesRestore(const ElementConfig& config) { return config.number == 77; }
-inline nv::message serviceRefusal() { return nv::errorMsg(0x1234, "the service says no"); }
 
 /// An object map over ids [1, kMax] with a store. Requests hold what a client sends, rights
 /// included.

@@ -310,11 +310,13 @@ void CfgManModel::placeAndStore(Run& run) {
   if (!run.configChanged) return;
   if (service.ordered) place(run);
   run.item->config = run.cfg;
+  if (updateOrigin == 3) run.item->isRecorded = true;
   if (updateOrigin == 3) return;
   // An item that was stored and is dynamic since a restart takes its old record along.
-  const bool hasRecord = run.item->store || records.contains(run.task.id);
+  const bool hasRecord = run.item->store || run.item->isRecorded;
   if (!isAbsent(run.cfg) && run.item->store) set(run.task.id, run.cfg);
   if (!isAbsent(run.cfg) || !hasRecord) return;
+  run.item->isRecorded = false;
   told.storeRemove(kStore, run.task.id);
   records.erase(run.task.id);
 }

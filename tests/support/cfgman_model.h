@@ -65,6 +65,7 @@ class CfgManModel {
   struct Item {
     bool store = true;
     bool hasCookie = false;
+    bool isRecorded = false;
     std::uint32_t position = nv::kNoId;
     nv::message config{{nv::key::absent, 1}};
     nv::message state{{nv::key::stateFlag, true}};

@@ -11,8 +11,10 @@
 #include "platform/client.h"
 #include "platform/commands.h"
 #include "platform/errors.h"
+#include "platform/limits.h"
 #include "platform/looper.h"
 #include "platform/post.h"
+#include "tests/support/raw_client.h"
 #include "tests/system/service_process.h"
 
 namespace nv::testkit {
@@ -85,6 +87,28 @@ TEST_F(Connect, AUserWhoMayNotConnectIsToldSo) {
   EXPECT_EQ(getError(answer),
             "cannot connect to " + place.socket().string() + ": Permission denied");
   close(listener);
+}
+
+TEST_F(Connect, WhoAsksTooMuchIsToldSoBeforeItIsCut) {
+  ServiceProcess service(place);
+  ASSERT_TRUE(service.start()) << service.said();
+  const auto limits = Limits();
+  std::string answer;
+  auto request = command(cmd::getCount);
+  request.insert(raw_id(9), std::vector<unsigned char>(2 * limits.frameBytes));
+  const Post post(
+      request, [&](const message& reply) { answer = getError(reply); }, 5000);
+  while (answer.empty()) getLooper()->runOnce(true);
+  EXPECT_NE(answer.find(" bytes is over the limit"), std::string::npos) << answer;
+
+  std::vector<std::unique_ptr<RawClient>> crowd;
+  for (std::size_t i = 0; i < limits.connectionsPerUser; ++i) {
+    crowd.push_back(std::make_unique<RawClient>(place.socket()));
+    ASSERT_FALSE(crowd.back()->ask(command(cmd::getCount)).empty());
+  }
+  const auto refused = ask(5000);
+  EXPECT_EQ(errorCode(refused), err::tooMany);
+  EXPECT_EQ(getError(refused), "this user has too many connections");
 }
 
 TEST_F(Connect, ABusyServiceIsTriedAgainUntilTheTimeIsOver) {

@@ -47,7 +47,7 @@ class Trust : public ::testing::Test {
   RawClient root, clerk, nobody;
 };
 
-TEST_F(Trust, AUserWithoutRightsChangesNothingWhateverItForges) {
+TEST_F(Trust, AUserWithoutRightsChangesNothingAndReadsNoUndoWhateverItForges) {
   const std::vector<message> forged = {
       {},
       {{key::rights, 0x80000000}},
@@ -62,7 +62,8 @@ TEST_F(Trust, AUserWithoutRightsChangesNothingWhateverItForges) {
   };
   for (const auto& forgery : forged)
     for (const auto& change : {addText(2, "mine"), setText(1, "mine"), command(cmd::removeObj, 1),
-                               command(cmd::moveObj, 1), command(cmd::set).insert(kText, "mine")}) {
+                               command(cmd::moveObj, 1), command(cmd::set).insert(kText, "mine"),
+                               command(cmd::getUndo)}) {
       auto request = change;
       request.merge(forgery);
       EXPECT_EQ(errorCode(nobody.ask(request)), err::notAllowed);

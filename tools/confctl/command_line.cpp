@@ -4,6 +4,7 @@
 
 #include "tools/confctl/elements.h"
 #include "tools/confctl/fields.h"
+#include "tools/confctl/run_command.h"
 #include "tools/confctl/undo_commands.h"
 #include "tools/confctl/words.h"
 
@@ -33,6 +34,10 @@ constexpr const char* kFooter =
 Exit status: 0 done, 1 confctl failed, 2 bad command line (nothing was sent), 3 refused by the service,
 4 no such service or connection lost, 5 no answer in time.)";
 
+constexpr const char* kRunHelp =
+    R"(Behind the service: SCRIPT [ARG...], or with --source only [ARG...]. SCRIPT is an id or a name. These
+words are the script's, also when they look like options: those of confctl stand before "run".)";
+
 /// Reads the argument of an option into `out`.
 template <class Number>
 CLI::Option* addNumber(CLI::App& app, const std::string& option, Number& out,
@@ -56,6 +61,7 @@ class Parser {
     addChangeCommands();
     addUndoCommand();
     addWatchCommand();
+    addRunCommand();
   }
 
   std::optional<CommandLine> parse(int argc, char** argv) {
@@ -88,7 +94,8 @@ class Parser {
         ->type_name("DIR")
         ->capture_default_str();
     addNumber(app_, "--timeout", line_.bus.timeout, "Milliseconds to wait for an answer (5000)");
-    auto* rights = addNumber(app_, "--rights", line_.bus.rights, "Rights to ask for (0x7fffffff)");
+    auto* rights = addNumber(app_, "--rights", line_.bus.rights, "Rights to ask for (0x7fffffff)")
+                       ->envname("CONFKIT_RIGHTS");
     app_.add_flag("--system", system_, "Ask as the system, with all rights the bus gives")
         ->excludes(rights);
     app_.add_flag("--json", line_.json, "One JSON object a line");
@@ -120,7 +127,8 @@ class Parser {
     auto& list = addCommand("list", "Show all objects",
                             [this](Client c) { listObjects(c, service_, read_); });
     addReadOptions(list);
-    addNumber(list, "--page", read_.pageSize, "Ask for so many objects at a time");
+    addNumber(list, "--page", read_.pageSize, "Ask for so many objects at a time, at least 1")
+        ->check(CLI::PositiveNumber);
     addCommand("count", "Show how many objects there are",
                [this](Client c) { countObjects(c, service_); });
     auto& dump =
@@ -220,6 +228,17 @@ class Parser {
         ->type_name("FIELD");
   }
 
+  /// From the script on every word is the script's, whatever it looks like.
+  void addRunCommand() {
+    auto& sub = addCommand("run", "Run a script and show what it writes",
+                           [this](Client c) { runScript(c, service_, run_); });
+    sub.add_option("--source", run_.source, "Run this, for a service that runs what it is given")
+        ->type_name("TEXT");
+    sub.fallthrough(false)->prefix_command();
+    sub.footer(kRunHelp);
+    sub.parse_complete_callback([this, &sub] { run_.words = sub.remaining(); });
+  }
+
   CLI::App app_;
   CommandLine line_;
   bool system_ = false;
@@ -230,6 +249,7 @@ class Parser {
   bool drop_ = false;
   bool dumpKeys_ = false, dumpMessages_ = false;
   WatchOptions watch_;
+  RunOptions run_;
   std::vector<std::string> words_;
   std::string record_;
 };

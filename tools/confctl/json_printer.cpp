@@ -30,6 +30,12 @@ class JsonPrinter : public Printer {
   void count(std::uint32_t count) override { line({{"count", count}}); }
   void dump(std::string_view text) override { line({{"dump", jsonOf(text)}}); }
 
+  void ran(std::string_view output, std::optional<std::uint32_t> status) override {
+    Json json = {{"output", jsonOf(output)}};
+    if (status) json["status"] = *status;
+    line(json);
+  }
+
   void done(std::string_view deed, const nv::message& reply) override {
     line(withFields({{"done", deed}}, reply));
   }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -49,6 +50,8 @@ class Printer {
   virtual void count(std::uint32_t count) = 0;
   /// A text of many lines.
   virtual void dump(std::string_view text) = 0;
+  /// What a script wrote, and the exit status with which it ended; none: it was killed.
+  virtual void ran(std::string_view output, std::optional<std::uint32_t> status) = 0;
   /// A change was made: "added", "changed", "removed", "moved".
   virtual void done(std::string_view deed, const nv::message& reply) = 0;
   /// The undo record with this number was sent back.

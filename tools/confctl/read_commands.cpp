@@ -1,8 +1,14 @@
 #include "tools/confctl/read_commands.h"
 
+#include <chrono>
+#include <iostream>
+
+#include <unistd.h>
+
 #include "platform/commands.h"
 #include "platform/describe.h"
 #include "platform/keys.h"
+#include "tools/confctl/progress.h"
 
 namespace confctl {
 namespace {
@@ -18,6 +24,12 @@ ServiceState stateOf(const ServiceAddress& service, const nv::message& descripti
   if (description.has(nv::key::count)) state.objects = description.get(nv::key::count);
   state.handlers = description.get(nv::describe_key::handlers);
   return state;
+}
+
+std::uint64_t steadyMilliseconds() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
 }
 
 /// Each page brings the default configuration along; it is shown once.
@@ -64,11 +76,18 @@ void listObjects(Client client, const std::string& service, const ReadOptions& o
   const Target target = client.open(service);
   nv::message request = client.session.request(target.route, nv::cmd::getAll);
   request.insert(nv::key::getFlags, flagsOf(options));
-  if (options.pageSize) request.insert(nv::key::maxCount, *options.pageSize);
+  if (options.pageSize) {
+    request.insert(nv::key::maxCount, *options.pageSize);
+    request.insert(nv::key::maxPerReply, *options.pageSize);
+  }
   bool isFirst = true;
+  std::size_t listed = 0;
+  Progress progress(std::cerr, isatty(STDERR_FILENO) != 0, steadyMilliseconds);
   client.session.askPages(target, request, [&](const nv::message& page) {
+    progress.hide();
     printPage(client.printer, page, isFirst);
     isFirst = false;
+    progress.show(listed += page.view(nv::key::objects).size());
   });
 }
 

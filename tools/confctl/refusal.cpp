@@ -59,12 +59,20 @@ std::string verbOf(unsigned command) {
   }
 }
 
+std::string scriptOf(const nv::message& request) {
+  if (request.has(nv::key::objectId))
+    return "run script " + std::to_string(request.get(nv::key::objectId));
+  if (request.has(nv::key::name)) return "run script " + printable(request.view(nv::key::name));
+  return "run the script";
+}
+
 }  // namespace
 
 std::string deedOf(const nv::message& request) {
   const unsigned command = request.get(nv::key::command);
   if (command == nv::cmd::describe) return "describe itself";
   if (command == nv::cmd::dump) return "show its inside";
+  if (command == nv::cmd::runScript) return scriptOf(request);
   if (command == nv::cmd::getUndo) return "tell its undo records";
   if (command == nv::cmd::get || command == nv::cmd::set) {
     return verbOf(command) + " the configuration";

@@ -76,8 +76,8 @@ std::string Session::whoRuns() {
   return names.empty() ? "; nothing is running " + place : "; running " + place + ":" + names;
 }
 
-Failure Session::failure(const Target& target, const nv::message& request,
-                         const nv::message& reply) {
+Failure Session::failureOf(const Target& target, const nv::message& request,
+                           const nv::message& reply) {
   Failure failure = refusal(target.text, request, reply);
   if (failure.status == Exit::noService) failure.text += whoRuns();
   return failure;
@@ -91,9 +91,13 @@ nv::message Session::request(const std::vector<std::uint32_t>& route, unsigned c
 }
 
 nv::message Session::ask(const Target& target, const nv::message& request) {
-  nv::message reply = std::move(askAll({request}, options_.timeout).front());
-  if (nv::isError(reply)) throw failure(target, request, reply);
+  nv::message reply = tryToAsk(request, options_.timeout);
+  if (nv::isError(reply)) throw failureOf(target, request, reply);
   return reply;
+}
+
+nv::message Session::tryToAsk(const nv::message& request, std::uint32_t timeout) {
+  return std::move(askAll({request}, timeout).front());
 }
 
 void Session::askPages(const Target& target, nv::message request,
@@ -133,11 +137,11 @@ std::vector<nv::message> Session::askAll(std::vector<nv::message> requests, std:
 
 Dictionary Session::dictionary(const Target& target) {
   const nv::message question = request(target.route, nv::cmd::describe);
-  const nv::message answer = std::move(askAll({question}, options_.timeout).front());
+  const nv::message answer = tryToAsk(question, options_.timeout);
   unsigned code = 0;
   if (!nv::isError(answer, &code, nullptr)) return Dictionary(answer);
   if (code == nv::err::badCommand) return {};
-  throw failure(target, question, answer);
+  throw failureOf(target, question, answer);
 }
 
 }  // namespace confctl

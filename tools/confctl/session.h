@@ -47,6 +47,10 @@ class Session {
   /// Throws a Failure when it is an error reply, of the service or of the platform.
   nv::message ask(const Target& target, const nv::message& request);
 
+  /// The same, but an error reply is returned: `failureOf` makes a Failure of it.
+  nv::message tryToAsk(const nv::message& request, std::uint32_t timeout);
+  Failure failureOf(const Target& target, const nv::message& request, const nv::message& reply);
+
   /// Asks for a list: hands each page to `take`, and asks for the next one until there is none.
   /// Throws a Failure when the list comes back to where it was, and so has no end.
   void askPages(const Target& target, nv::message request,
@@ -63,7 +67,6 @@ class Session {
 
  private:
   std::string whoRuns();
-  Failure failure(const Target& target, const nv::message& request, const nv::message& reply);
 
   BusOptions options_;
 };

@@ -83,6 +83,13 @@ class TextPrinter : public Printer {
   void count(std::uint32_t count) override { out_ << count << std::endl; }
   void dump(std::string_view text) override { out_ << printableLines(text) << std::flush; }
 
+  void ran(std::string_view output, std::optional<std::uint32_t> status) override {
+    out_ << printableLines(output);
+    if (!output.empty() && output.back() != '\n') out_ << '\n';
+    if (status) out_ << "ended " << *status << '\n';
+    out_.flush();
+  }
+
   void done(std::string_view deed, const nv::message& reply) override {
     line({std::string(deed), idOf(reply)}, reply);
   }

@@ -55,8 +55,14 @@ void undoChange(Client client, const std::string& service, const std::string& te
   const Target target = client.open(service);
   const std::vector<UndoRecord> records = undoRecords(client, target);
   const UndoRecord& record = findRecord(records, target, text);
+  // A service has a say in its own objects alone: the command goes to it and to nobody else.
+  const unsigned code = record.command.get(nv::key::command);
+  if (!nv::cmd::isChange(code)) {
+    throw Failure{Exit::failed, "'" + target.text + "' would undo this with something that is " +
+                                    "not a change of its objects"};
+  }
   nv::message request = record.command;
-  request.merge(client.session.request(record.route, record.command.get(nv::key::command)));
+  request.merge(client.session.request(target.route, code));
   nv::message reply = client.session.ask(target, request);
   if (request.has(nv::key::objectId)) {
     reply.insert(nv::key::objectId, request.get(nv::key::objectId));

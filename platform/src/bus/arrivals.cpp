@@ -50,7 +50,9 @@ std::size_t Connections::takeFrames(std::uint32_t connection,
     // An answer is longer than the request that made its object, and a page than its longest
     // object.
     if (length > (found->second.client ? limits_.frameBytes : limits_.maxQueuedBytes)) {
-      cut(connection, "a frame of " + std::to_string(length) + " bytes is over the limit");
+      const auto why = "a frame of " + std::to_string(length) + " bytes is over the limit";
+      if (found->second.client) refuse(connection, 0, why);
+      cut(connection, why);
       break;
     }
     if (rest.size() - kFrameHeaderBytes < length) break;
@@ -75,11 +77,11 @@ void Connections::frameArrived(std::uint32_t number, std::span<const unsigned ch
   const auto tag = msg->get(key::tag);
   stripFrame(*msg);
   if (kind == Frame::reply)
-    events_.replyArrived(tag, std::move(*msg));
+    events_.replyArrived(number, tag, std::move(*msg));
   else if (kind == Frame::notification)
-    events_.notificationArrived(tag, std::move(*msg));
+    events_.notificationArrived(number, tag, std::move(*msg));
   else if (kind == Frame::ended)
-    events_.subscriptionEnded(tag);
+    events_.subscriptionEnded(number, tag);
   else
     cut(number, "a service sent a request");
 }
@@ -89,7 +91,8 @@ void Connections::requestArrived(std::uint32_t number, Connection& connection, m
   if (code == cmd::routeGone) request.remove(key::tag);  // has no answer
   const auto tag = request.get(key::tag);
   // What is not awaited is not counted: a client could queue changes without end.
-  if (tag == 0 && cmd::isChange(code)) return cut(number, "a change carries no tag");
+  if (tag == 0 && !cmd::onlyReads(code))
+    return cut(number, "a command that may change something carries no tag");
   request.insert_vector(key::requester, number);
   request.insert(key::rights, grantedRights(connection, request));
   if (tag != 0) {

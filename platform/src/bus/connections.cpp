@@ -73,22 +73,30 @@ void Connections::flush() {
 bool Connections::addSubscription(std::uint32_t connection) {
   const auto found = connections_.find(connection);
   if (found == connections_.end()) return connection == kSelf;
-  if (found->second.subscriptions == limits_.subscriptions) return false;
+  auto& user = users_[found->second.peer.uid];
+  if (found->second.subscriptions >= limits_.subscriptions ||
+      user.subscriptions >= limits_.subscriptionsPerUser)
+    return false;
   ++found->second.subscriptions;
+  ++user.subscriptions;
   return true;
 }
 
 void Connections::removeSubscription(std::uint32_t connection) {
   const auto found = connections_.find(connection);
-  if (found != connections_.end() && found->second.subscriptions > 0) --found->second.subscriptions;
+  if (found == connections_.end() || found->second.subscriptions == 0) return;
+  --found->second.subscriptions;
+  --users_.at(found->second.peer.uid).subscriptions;
 }
 
 void Connections::expect(std::uint32_t connection, std::size_t bytes) {
+  if (connection == kSelf) expectedBySelf_ += bytes;
   const auto found = connections_.find(connection);
   if (found != connections_.end()) found->second.expectedBytes += bytes;
 }
 
 void Connections::expected(std::uint32_t connection, std::size_t bytes) {
+  if (connection == kSelf) expectedBySelf_ -= bytes;
   const auto found = connections_.find(connection);
   if (found != connections_.end()) found->second.expectedBytes -= bytes;
 }
@@ -98,6 +106,7 @@ std::size_t Connections::queued(std::uint32_t number, const Connection& connecti
 }
 
 bool Connections::isCongested(std::uint32_t number) const {
+  if (number == kSelf) return expectedBySelf_ > limits_.queuedBytes;
   const auto found = connections_.find(number);
   return found != connections_.end() && queued(number, found->second) > limits_.queuedBytes;
 }
@@ -149,8 +158,10 @@ void Connections::accepted(std::uint32_t connection, const Peer& peer) {
   client.peer = peer;
   client.rights = rights_(peer);
   connections_.emplace(connection, std::move(client));
-  if (++perUser_[peer.uid] > limits_.connectionsPerUser)
-    cut(connection, "this user has too many connections");
+  if (++users_[peer.uid].connections <= limits_.connectionsPerUser) return;
+  constexpr auto kWhy = "this user has too many connections";
+  refuse(connection, 0, kWhy);
+  cut(connection, kWhy);
 }
 
 void Connections::drained(std::uint32_t) {}  // the pass that brings this asks takeRelieved
@@ -158,13 +169,16 @@ void Connections::drained(std::uint32_t) {}  // the pass that brings this asks t
 void Connections::closed(std::uint32_t connection) { forget(connection); }
 
 void Connections::cut(std::uint32_t number, std::string_view why) {
-  const auto& connection = connections_.at(number);
+  const auto found = connections_.find(number);
+  if (found == connections_.end()) return;  // it did not take what was said to it before
+  const auto& connection = found->second;
+  const auto isCut = " is cut: " + std::string(why);
   if (connection.client)
-    std::cout << "bus: connection " << number - Transport::kFirstConnection << " of user "
-              << connection.peer.uid;
+    cutLog_.add(connection.peer.uid, "bus: connection " +
+                                         std::to_string(number - Transport::kFirstConnection) +
+                                         " of user " + std::to_string(connection.peer.uid) + isCut);
   else
-    std::cout << "bus: connection to " << connection.address;
-  std::cout << " is cut: " << why << std::endl;
+    std::cout << "bus: connection to " << connection.address << isCut << std::endl;
   transport_->close(number);
   forget(number);
 }
@@ -174,8 +188,9 @@ void Connections::forget(std::uint32_t number) {
   if (!connection) return;
   if (connection.mapped().client) {
     gone_.clients.push_back(number);
-    const auto user = perUser_.find(connection.mapped().peer.uid);
-    if (user != perUser_.end() && --user->second == 0) perUser_.erase(user);
+    const auto user = users_.find(connection.mapped().peer.uid);
+    user->second.subscriptions -= connection.mapped().subscriptions;
+    if (--user->second.connections == 0) users_.erase(user);
   } else {
     gone_.services.push_back(number);
     byAddress_.erase(connection.mapped().address);

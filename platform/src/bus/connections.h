@@ -12,6 +12,7 @@
 
 #include "platform/limits.h"
 #include "platform/message.h"
+#include "platform/src/bus/cut_log.h"
 #include "platform/src/bus/envelope.h"
 #include "platform/transport.h"
 
@@ -23,14 +24,16 @@ class ConnectionEvents {
   virtual ~ConnectionEvents() = default;
   /// A client's request, stamped with its route and rights.
   virtual void requestArrived(message request) = 0;
-  virtual void replyArrived(std::uint32_t tag, message reply) = 0;
-  virtual void notificationArrived(std::uint32_t tag, message notification) = 0;
-  virtual void subscriptionEnded(std::uint32_t tag) = 0;
+  // What a service says: its connection, and the tag to which it says that it belongs.
+  virtual void replyArrived(std::uint32_t connection, std::uint32_t tag, message reply) = 0;
+  virtual void notificationArrived(std::uint32_t connection, std::uint32_t tag,
+                                   message notification) = 0;
+  virtual void subscriptionEnded(std::uint32_t connection, std::uint32_t tag) = 0;
 };
 
 /// Frames are a length (u32, little-endian, of what follows) and a flat message. A client's
 /// connection carries requests in and the rest out; a connection that this process made, the other
-/// way round. Whoever breaks a rule or a limit is cut, with one line on the standard output.
+/// way round. Whoever breaks a rule or a limit is cut, with a line on the standard output.
 class Connections : public TransportEvents {
  public:
   using Rights = std::function<std::uint32_t(const Peer&)>;
@@ -49,11 +52,11 @@ class Connections : public TransportEvents {
   /// What has been sent since the last call leaves.
   void flush();
 
-  /// Counts a subscription of a connection; false when it has all that it may have.
+  /// Counts a subscription of a connection; false when it, or its user, has all that it may have.
   bool addSubscription(std::uint32_t connection);
   void removeSubscription(std::uint32_t connection);
 
-  /// Bytes that wait in this process before they are sent count as queued.
+  /// Bytes that wait in this process before they are sent count as queued, to kSelf as well.
   void expect(std::uint32_t connection, std::size_t bytes);
   void expected(std::uint32_t connection, std::size_t bytes);
   /// Whether so much is queued that notifications should wait. The connection is then among those
@@ -90,6 +93,11 @@ class Connections : public TransportEvents {
     bool readingPaused = false;
   };
 
+  struct User {
+    std::size_t connections = 0;
+    std::size_t subscriptions = 0;
+  };
+
   /// Handles the whole frames at the front of `bytes`, until the connection is congested, and
   /// returns how many bytes they took.
   std::size_t takeFrames(std::uint32_t connection, std::span<const unsigned char> bytes);
@@ -98,6 +106,7 @@ class Connections : public TransportEvents {
   void pauseIfCongested(std::uint32_t number);
   void resume(std::uint32_t number);
   bool isCongested(std::uint32_t number) const;
+  /// `tag` 0: all that this client has asked or asks, before it is cut.
   void refuse(std::uint32_t number, std::uint32_t tag, std::string_view why);
   std::uint32_t grantedRights(const Connection& connection, const message& request) const;
   std::size_t queued(std::uint32_t number, const Connection& connection) const;
@@ -109,9 +118,11 @@ class Connections : public TransportEvents {
   ConnectionEvents& events_;
   std::unordered_map<std::uint32_t, Connection> connections_;
   std::unordered_map<std::uint32_t, std::uint32_t> byAddress_;
-  std::unordered_map<std::uint32_t, std::size_t> perUser_;
+  std::unordered_map<std::uint32_t, User> users_;  // who have connections
+  std::size_t expectedBySelf_ = 0;
   std::set<std::uint32_t> congested_;
   Gone gone_;
+  CutLog cutLog_;
   std::unique_ptr<Transport> transport_;  // last: it goes first, and with it all calls
 };
 

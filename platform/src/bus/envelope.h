@@ -10,7 +10,7 @@
 namespace nv {
 
 /// The value of key::frameKind. A request has none.
-/// `ended`: the handler is gone, no notification follows.
+/// `ended`: the handler is gone or the subscriber too late, no notification follows.
 enum class Frame : std::uint32_t { request = 0, reply = 1, notification = 2, ended = 3 };
 
 /// Before each frame: its length, little-endian.

@@ -20,8 +20,9 @@ Registry& follows() {
 }  // namespace
 
 void forgetFollows() {
-  for (const auto& [handle, following] : follows()) following->forget();
-  follows().clear();
+  // What the functions hold may end other follows when it goes: those are not to be found any more.
+  const auto forgotten = std::exchange(follows(), {});
+  for (const auto& [handle, following] : forgotten) following->forget();
 }
 
 void* follow(std::function<void(const message&)> callback, const message& target,

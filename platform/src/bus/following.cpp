@@ -16,10 +16,6 @@ constexpr unsigned kLongestDelay = 3200;      // milliseconds
 constexpr std::uint32_t kAnswerTime = 10000;  // milliseconds
 // The object id under which the one object of a holder is known.
 constexpr std::uint32_t kSingleObject = 0;
-
-bool lostItsPlace(unsigned code) {
-  return code == err::noSuchObject || code == err::noSuchPosition;
-}
 }  // namespace
 
 /// A function that calls `method` while this follow lives, and keeps it alive meanwhile.
@@ -85,6 +81,7 @@ void Following::subscribed(const message& reply) {
     return tryAgainLater();
   }
   seen_ = Allocator(0, 0xffffffff);
+  pages_ = Allocator(0, 0xffffffff);
   readPage(kNoId);
 }
 
@@ -98,8 +95,7 @@ void Following::readPage(std::uint32_t startId) {
 void Following::pageRead(std::uint32_t startId, const message& reply) {
   if (unsigned code = 0; isError(reply, &code, nullptr)) {
     if (startId == kNoId && code == err::badCommand) return readSingle();
-    // The object to go on from was removed meanwhile.
-    if (startId != kNoId && lostItsPlace(code)) return readPage(kNoId);
+    // Among others: the object to go on from was removed meanwhile.
     return tryAgainLater();
   }
   for (const auto& flat : reply.get(key::objects)) {
@@ -108,7 +104,10 @@ void Following::pageRead(std::uint32_t startId, const message& reply) {
     if (stopped_) return;
   }
   const auto next = reply.get(key::startId, kNoId);
-  next == kNoId ? initialSetRead() : readPage(next);
+  if (next == kNoId) return initialSetRead();
+  if (pages_.isAllocated(next)) return tryAgainLater();  // in a circle this would never end
+  pages_.allocate(next);
+  readPage(next);
 }
 
 void Following::readSingle() {

@@ -57,6 +57,7 @@ class Following : public std::enable_shared_from_this<Following> {
   Timer retry_;
   Allocator known_{0, 0xffffffff};  // delivered and not removed since
   Allocator seen_{0, 0xffffffff};   // the part of them that the set being read holds
+  Allocator pages_{0, 0xffffffff};  // with which objects the pages read so far begin
 };
 
 /// Ends all follows of this process without a word to those who are followed.

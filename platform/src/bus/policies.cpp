@@ -5,26 +5,11 @@
 
 namespace nv::policies {
 
-namespace {
-bool onlyReads(unsigned code) {
-  switch (code) {
-    case cmd::getObj:
-    case cmd::getAll:
-    case cmd::get:
-    case cmd::getCount:
-    case cmd::stopGetAll:
-    case cmd::routeGone:
-    case cmd::subscribe:
-    case cmd::unsubscribe:
-    case cmd::describe:
-    case cmd::getUndo: return true;
-    default: return false;
-  }
-}
-}  // namespace
-
 bool is_allowed(const message& request) {
-  return onlyReads(request.get(key::command)) || request.get(key::rights, kSystemRights) != 0;
+  const auto code = request.get(key::command);
+  // Undo records show requests as they were made.
+  const bool isForAll = cmd::onlyReads(code) && code != cmd::getUndo;
+  return isForAll || request.get(key::rights, kSystemRights) != 0;
 }
 
 }  // namespace nv::policies

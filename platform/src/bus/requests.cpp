@@ -1,7 +1,6 @@
 #include "platform/src/bus/requests.h"
 
 #include <utility>
-#include <vector>
 
 #include "platform/errors.h"
 
@@ -64,26 +63,46 @@ void Requests::answer(std::uint32_t tag, const message& reply) {
   if (awaited && awaited.mapped().done) awaited.mapped().done(reply);
 }
 
-void Requests::notify(std::uint32_t tag, const message& notification) {
+void Requests::reply(std::uint32_t connection, std::uint32_t tag, const message& reply) {
+  const auto found = awaited_.find(tag);
+  if (found != awaited_.end() && found->second.connection == connection) answer(tag, reply);
+}
+
+void Requests::notify(std::uint32_t connection, std::uint32_t tag, const message& notification) {
   const auto found = listeners_.find(tag);
-  if (found == listeners_.end()) return;
+  if (found == listeners_.end() || found->second->connection != connection) return;
   const auto listener = found->second;
   listener->notify(notification);
 }
 
-void Requests::ended(std::uint32_t tag) {
+void Requests::ended(std::uint32_t connection, std::uint32_t tag) {
+  const auto found = listeners_.find(tag);
+  if (found != listeners_.end() && found->second->connection == connection) lose(tag);
+}
+
+void Requests::lose(std::uint32_t tag) {
   if (const auto listener = listeners_.extract(tag)) listener.mapped()->lost();
 }
 
-void Requests::connectionLost(std::uint32_t connection) {
-  std::vector<std::uint32_t> unanswered, deaf;
+std::vector<std::uint32_t> Requests::awaitedOver(std::uint32_t connection) const {
+  std::vector<std::uint32_t> tags;
   for (const auto& [tag, awaited] : awaited_)
-    if (awaited.connection == connection) unanswered.push_back(tag);
+    if (awaited.connection == connection) tags.push_back(tag);
+  return tags;
+}
+
+void Requests::refused(std::uint32_t connection, const message& error) {
+  for (const auto tag : awaitedOver(connection)) reply(connection, tag, error);
+}
+
+void Requests::connectionLost(std::uint32_t connection) {
+  const auto unanswered = awaitedOver(connection);
+  std::vector<std::uint32_t> deaf;
   for (const auto& [tag, listener] : listeners_)
     if (listener->connection == connection) deaf.push_back(tag);
 
   for (const auto tag : unanswered) answer(tag, errorMsg(err::noRoute, "the connection ended"));
-  for (const auto tag : deaf) ended(tag);
+  for (const auto tag : deaf) lose(tag);
 }
 
 }  // namespace nv

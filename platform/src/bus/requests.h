@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "platform/message.h"
 #include "platform/timer.h"
@@ -33,15 +34,24 @@ class Requests {
   void delayed(std::uint32_t tag, std::string why);
   /// The request with `tag` went out over a connection.
   void sentOver(std::uint32_t tag, std::uint32_t connection);
-  /// Hands over an answer; nothing happens when nobody awaits it.
+  /// Hands over an answer of this process's own, whoever was asked; nothing happens when nobody
+  /// awaits it.
   void answer(std::uint32_t tag, const message& reply);
-  void notify(std::uint32_t tag, const message& notification);
-  void ended(std::uint32_t tag);
+
+  // What came over a connection counts only when the request with `tag` went out over the same one:
+  // a service could else speak for another. kSelf: this process.
+  void reply(std::uint32_t connection, std::uint32_t tag, const message& reply);
+  /// The error that answers all that awaits an answer over a connection, because it is being cut.
+  void refused(std::uint32_t connection, const message& error);
+  void notify(std::uint32_t connection, std::uint32_t tag, const message& notification);
+  void ended(std::uint32_t connection, std::uint32_t tag);
   /// Answers what was sent over a connection with err::noRoute and tells its listeners.
   void connectionLost(std::uint32_t connection);
 
  private:
   void timedOut(std::uint32_t tag);
+  void lose(std::uint32_t tag);
+  std::vector<std::uint32_t> awaitedOver(std::uint32_t connection) const;
 
   struct Awaited {
     Function done;

@@ -10,6 +10,14 @@
 
 namespace nv {
 
+void Subscriber::mark(std::uint32_t id, bool removed) {
+  late.allocate(id);
+  if (removed)
+    lateRemoved.allocate(id);
+  else
+    lateRemoved.free(id);
+}
+
 message Handler::Subscribers::add(const message& request) {
   const auto connection = requesterOf(request);
   const auto tag = request.get(key::tag);
@@ -112,18 +120,15 @@ void Handler::Subscribers::flush() {
 /// First the object is fetched for all who are to hear of it, then it is sent: no service code runs
 /// while the subscribers are walked.
 void Handler::Subscribers::tell(const Mark& mark, const Views& views) {
-  std::vector<Serial> stalled;
+  std::vector<Serial> stalled, tooLate;
   const auto tellOne = [&](Serial serial, Subscriber& subscriber) {
     const auto view = views.find(subscriber.flags);
     if (view == views.end())
       return;  // came while the object was fetched, and gets it with the others
     if (subscriber.stalled || theLoop().connections.congested(subscriber.connection)) {
       if (!subscriber.stalled) stalled.push_back(serial);
-      subscriber.late.allocate(mark.id);
-      if (mark.removed)
-        subscriber.lateRemoved.allocate(mark.id);
-      else
-        subscriber.lateRemoved.free(mark.id);
+      subscriber.mark(mark.id, mark.removed);
+      if (subscriber.marks() > theLoop().limits.marks) tooLate.push_back(serial);
       return;
     }
     theLoop().notify(subscriber.connection, subscriber.tag, view->second);
@@ -137,6 +142,7 @@ void Handler::Subscribers::tell(const Mark& mark, const Views& views) {
       if (subscriber.plain) tellOne(serial, subscriber);
   }
   for (const auto serial : stalled) stall(serial);
+  for (const auto serial : tooLate) giveUp(serial);
 }
 
 void Handler::Subscribers::fetch(const Mark& mark, Views& views) {
@@ -167,6 +173,13 @@ void Handler::Subscribers::stall(Serial serial) {
   if (found == subscribers_.end()) return;
   found->second.stalled = true;
   if (owner_) owner_->subscriberStalled(found->second.cookie);
+}
+
+void Handler::Subscribers::giveUp(Serial serial) {
+  const auto found = subscribers_.find(serial);
+  if (found == subscribers_.end()) return;
+  theLoop().endSubscription(found->second.connection, found->second.tag);
+  forget(serial);
 }
 
 Handler::Subscribers::Mark Handler::Subscribers::takeLate(Serial serial, Subscriber& subscriber) {

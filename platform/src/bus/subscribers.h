@@ -24,6 +24,9 @@ struct Subscriber {
   Allocator late{0, 0xffffffff};
   Allocator lateRemoved{0, 0xffffffff};
   bool stalled = false;
+
+  void mark(std::uint32_t id, bool removed);
+  std::size_t marks() const { return late.intervals() + lateRemoved.intervals(); }
 };
 
 /// Keeps subscribers by a serial number that is never used again, since cookies are: a record may
@@ -81,6 +84,9 @@ class Handler::Subscribers : public std::enable_shared_from_this<Subscribers> {
   void stall(Serial serial);
   /// The next object that a subscriber was not told of; takes the mark. Requires: there is one.
   static Mark takeLate(Serial serial, Subscriber& subscriber);
+  /// Ends a subscription that needs more marks than it may have: who wants to go on reads the set
+  /// anew.
+  void giveUp(Serial serial);
   void forget(Serial serial);
 
   Handler* owner_;  // null when it is gone

@@ -26,8 +26,8 @@ void WaitingRequests::tryAgain() {
 }
 
 bool WaitingRequests::sendAll(Queue& queue) {
-  while (!queue.empty() && (!isWanted(queue.front()) || send_(queue.front().request)))
-    queue.pop_front();
+  std::erase_if(queue, [this](const Waiting& waiting) { return !isWanted(waiting); });
+  while (!queue.empty() && send_(queue.front().request)) queue.pop_front();
   return queue.empty();
 }
 

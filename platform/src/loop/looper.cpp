@@ -85,9 +85,10 @@ void Looper::stop(int status) {
 
 void Looper::runOnce(bool mayWait) {
   auto& loop = *impl_;
+  const auto newTimers = TimerQueue::nextNumber();
   loop.waitForEvents(mayWait);
   loop.takeCommitOutcome();
-  loop.fireTimers();
+  loop.fireTimers(newTimers);
   loop.deliverLocal();
   loop.dropGone();
   loop.runHooks();

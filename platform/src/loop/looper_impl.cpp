@@ -24,7 +24,9 @@ void Looper::Impl::useStores(std::unique_ptr<StoreEngine> engine) {
   });
   stores->onUnreadable([this](const std::string& why) {
     std::cout << "store: " << why << std::endl;
-    storeFailed(why);
+    // What is being written may reach the disk all the same.
+    stores->finishWriting();
+    storeFailed("the store cannot be read: " + why);
   });
 }
 
@@ -89,19 +91,21 @@ void Looper::Impl::dispatch(const message& request) {
 
 void Looper::Impl::requestArrived(message request) { dispatch(request); }
 
-void Looper::Impl::replyArrived(std::uint32_t tag, message reply) {
+void Looper::Impl::replyArrived(std::uint32_t connection, std::uint32_t tag, message reply) {
   const Turn turn(*this);
-  requests.answer(tag, reply);
+  if (tag == 0 && isError(reply)) return requests.refused(connection, reply);
+  requests.reply(connection, tag, reply);
 }
 
-void Looper::Impl::notificationArrived(std::uint32_t tag, message notification) {
+void Looper::Impl::notificationArrived(std::uint32_t connection, std::uint32_t tag,
+                                       message notification) {
   const Turn turn(*this);
-  requests.notify(tag, notification);
+  requests.notify(connection, tag, notification);
 }
 
-void Looper::Impl::subscriptionEnded(std::uint32_t tag) {
+void Looper::Impl::subscriptionEnded(std::uint32_t connection, std::uint32_t tag) {
   const Turn turn(*this);
-  requests.ended(tag);
+  requests.ended(connection, tag);
 }
 
 }  // namespace nv

@@ -64,7 +64,8 @@ struct Looper::Impl : ConnectionEvents {
   // The phases of a pass, in order.
   void waitForEvents(bool mayWait);
   void takeCommitOutcome();
-  void fireTimers();
+  /// Those that are older than timer number `before`.
+  void fireTimers(std::uint64_t before);
   void deliverLocal();
   void dropGone();
   void runHooks();
@@ -77,16 +78,17 @@ struct Looper::Impl : ConnectionEvents {
   bool hasWork() const;
 
   void requestArrived(message request) override;
-  void replyArrived(std::uint32_t tag, message reply) override;
-  void notificationArrived(std::uint32_t tag, message notification) override;
-  void subscriptionEnded(std::uint32_t tag) override;
+  void replyArrived(std::uint32_t connection, std::uint32_t tag, message reply) override;
+  void notificationArrived(std::uint32_t connection, std::uint32_t tag,
+                           message notification) override;
+  void subscriptionEnded(std::uint32_t connection, std::uint32_t tag) override;
 
   Limits limits;
   std::unique_ptr<LoopEngine> loop;
   std::unique_ptr<CommitQueue> stores;
   std::function<void(int)> exit;
   TimerQueue timers;
-  Outbox outbox;
+  Outbox outbox{limits.undoRecords, limits.undoBytes};
   Requests requests;
   WaitingRequests waitingRequests{requests, [this](Outgoing& it) { return sendToService(it); }};
   UndoLog undo;
@@ -108,6 +110,8 @@ struct Looper::Impl : ConnectionEvents {
   void releaseDurable();
   void commitFailed(const std::string& error);
   void storeFailed(const std::string& error);
+  void refuseWaiting();
+  void answerNotStored(std::uint64_t durable, const std::string& why);
   bool shouldLinger();
   std::optional<std::chrono::microseconds> timeToSleep() const;
   void clientGone(std::uint32_t connection);

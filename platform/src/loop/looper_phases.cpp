@@ -53,8 +53,7 @@ void Looper::Impl::takeCommitOutcome() {
   releaseDurable();
 }
 
-void Looper::Impl::fireTimers() {
-  const auto before = TimerQueue::nextNumber();
+void Looper::Impl::fireTimers(std::uint64_t before) {
   while (auto function = timers.takeDue(now(), before)) {
     const Turn turn(*this);
     (*function)();
@@ -103,11 +102,19 @@ void Looper::Impl::runHooks() {
 }
 
 void Looper::Impl::handOver() {
+  refuseWaiting();
   if (!stores || !stores->canSubmit() || shouldLinger()) return;
   lingerUntil_.reset();
   changingTurns_ = 0;
   stores->submit();
   takeCommitOutcome();  // an engine without a disk is done already
+}
+
+/// What waits for a batch that the engine does not take is answered: nobody knows when it will.
+void Looper::Impl::refuseWaiting() {
+  if (!stores || stores->failed()) return;
+  if (const auto why = stores->refusal(); !why.empty())
+    answerNotStored(stores->submitted(), "not on disk yet: " + why);
 }
 
 /// Whether the batch should wait a moment for more changes. Without it, clients that each wait for
@@ -160,15 +167,21 @@ void Looper::Impl::commitFailed(const std::string& error) {
 /// knows now what is true.
 void Looper::Impl::storeFailed(const std::string& error) {
   releaseDurable();
-  for (auto& held : outbox.takeHeld()) {
-    if (held.kind != Outgoing::Kind::reply) continue;
-    auto refusal = errorMsg(err::notStored, error);
-    refusal.insert(key::route, held.msg.get(key::route));
-    connections.expected(held.connection, held.msg.bytes().size());
-    connections.send(held.connection, Frame::reply, held.tag, std::move(refusal));
-  }
+  answerNotStored(stores->durable(), error);
   connections.flush();
   exit(kNotStored);
+}
+
+/// Replaces the replies that wait for a change later than number `durable`.
+void Looper::Impl::answerNotStored(std::uint64_t durable, const std::string& why) {
+  for (auto& held : outbox.takeReplies(durable)) {
+    auto refusal = errorMsg(err::notStored, why);
+    refusal.insert(key::route, held.msg.get(key::route));
+    connections.expected(held.connection, held.msg.bytes().size());
+    connections.expect(held.connection, refusal.bytes().size());
+    held.msg = std::move(refusal);
+    deliverOutgoing(std::move(held));
+  }
 }
 
 }  // namespace nv

@@ -18,7 +18,7 @@ void Looper::Impl::say(Outgoing outgoing) {
 }
 
 void Looper::Impl::request(std::uint32_t tag, message msg) {
-  say({Outgoing::Kind::request, 0, tag != 0 ? tag : requests.freshTag(), std::move(msg)});
+  say({Outgoing::Kind::request, 0, tag, std::move(msg)});
 }
 
 void Looper::Impl::reply(const message& request, message msg) {
@@ -53,12 +53,11 @@ void Looper::Impl::deliverOutgoing(Outgoing&& outgoing) {
   if (outgoing.kind == Kind::undo) return undo.add(std::move(outgoing.msg));
   if (outgoing.kind == Kind::request) return deliverRequest(std::move(outgoing));
 
+  connections.expected(outgoing.connection, outgoing.msg.bytes().size());
   if (outgoing.connection == kSelf) return deliverToSelf(std::move(outgoing));
-
   const auto frame = outgoing.kind == Kind::reply          ? Frame::reply
                      : outgoing.kind == Kind::notification ? Frame::notification
                                                            : Frame::ended;
-  connections.expected(outgoing.connection, outgoing.msg.bytes().size());
   connections.send(outgoing.connection, frame, outgoing.tag, std::move(outgoing.msg));
 }
 
@@ -66,14 +65,18 @@ void Looper::Impl::deliverToSelf(Outgoing&& outgoing) {
   localWork.push_back(
       [this, kind = outgoing.kind, tag = outgoing.tag, msg = std::move(outgoing.msg)] {
         switch (kind) {
-          case Outgoing::Kind::reply: return requests.answer(tag, msg);
-          case Outgoing::Kind::notification: return requests.notify(tag, msg);
-          default: return requests.ended(tag);
+          case Outgoing::Kind::reply: return requests.reply(kSelf, tag, msg);
+          case Outgoing::Kind::notification: return requests.notify(kSelf, tag, msg);
+          default: return requests.ended(kSelf, tag);
         }
       });
 }
 
 void Looper::Impl::deliverRequest(Outgoing&& outgoing) {
+  if (outgoing.tag == 0)
+    outgoing.tag = requests.freshTag();
+  else if (!requests.awaits(outgoing.tag))
+    return;  // was cancelled, or timed out, while it was held back
   auto& msg = outgoing.msg;
   const auto route = msg.get(key::route);
   if (isLocal(route)) {

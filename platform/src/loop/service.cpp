@@ -97,7 +97,7 @@ void stopOn(int signal) {
 
 Service::Service(int argc, char** argv, ServiceOptions options) {
   if (!isWord(options.name))
-    refuseToStart(options.name, "a service's name is letters, digits and '-'");
+    refuseToStart(options.name, "a service's name is a letter, then letters, digits and '-'");
   if (options.address == 0 || options.address >= Transport::kFirstConnection)
     refuseToStart(options.name, "no such address: " + std::to_string(options.address));
   readCommandLine(argc, argv, options);
@@ -109,6 +109,9 @@ Service::Service(int argc, char** argv, ServiceOptions options) {
                     .transport = std::move(transport),
                     .limits = options.limits,
                     .rights = std::move(options.rights)});
+  // From when others can see the service it ends in order.
+  stopOn(SIGTERM);
+  stopOn(SIGINT);
   if (const auto error = looper->listen(options.address, options.name); !error.empty())
     refuseToStart(options.name, error);
   // Last, so that a second instance, which is refused by now, leaves no file of its own.
@@ -121,10 +124,6 @@ Service::~Service() {
   getLooper()->assemble({});
 }
 
-int Service::run() {
-  stopOn(SIGTERM);
-  stopOn(SIGINT);
-  return getLooper()->run();
-}
+int Service::run() { return getLooper()->run(); }
 
 }  // namespace nv

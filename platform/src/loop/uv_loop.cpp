@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <utility>
 
 #include <poll.h>
 
@@ -9,6 +10,44 @@ namespace nv {
 
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
+
+namespace {
+
+/// libuv has the handle until it is closed, and with it the function that may have asked for that.
+class UvWatch : public LoopEngine::Watch {
+ public:
+  UvWatch(uv_loop_t* loop, int fd, std::function<void()> readable)
+      : poll_(new Poll{{}, std::move(readable)}) {
+    if (uv_poll_init(loop, &poll_->handle, fd) != 0) {
+      delete std::exchange(poll_, nullptr);
+      return;
+    }
+    poll_->handle.data = poll_;
+    uv_poll_start(&poll_->handle, UV_READABLE,
+                  [](uv_poll_t* handle, int, int) { pollOf(handle)->readable(); });
+  }
+  ~UvWatch() override {
+    if (poll_ == nullptr) return;
+    uv_close(reinterpret_cast<uv_handle_t*>(&poll_->handle),
+             [](uv_handle_t* handle) { delete pollOf(handle); });
+  }
+  UvWatch(const UvWatch&) = delete;
+  bool works() const { return poll_ != nullptr; }
+
+ private:
+  struct Poll {
+    uv_poll_t handle;
+    std::function<void()> readable;
+  };
+  template <class Handle>
+  static Poll* pollOf(Handle* handle) {
+    return static_cast<Poll*>(handle->data);
+  }
+
+  Poll* poll_;
+};
+
+}  // namespace
 
 UvLoop::UvLoop() {
   if (uv_loop_init(&loop_) != 0) {
@@ -43,6 +82,11 @@ void UvLoop::wait(std::optional<microseconds> timeout) {
   }
   uv_run(&loop_, UV_RUN_ONCE);
   uv_timer_stop(&deadline_);
+}
+
+std::unique_ptr<LoopEngine::Watch> UvLoop::watch(int fd, std::function<void()> readable) {
+  auto made = std::make_unique<UvWatch>(&loop_, fd, std::move(readable));
+  return made->works() ? std::move(made) : nullptr;
 }
 
 void UvLoop::pollFor(microseconds timeout) {

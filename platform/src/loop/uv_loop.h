@@ -18,6 +18,8 @@ class UvLoop : public LoopEngine {
   void wait(std::optional<std::chrono::microseconds> timeout) override;
   void wake() noexcept override { uv_async_send(&wakeUp_); }
 
+  std::unique_ptr<Watch> watch(int fd, std::function<void()> readable) override;
+
   uv_loop_t* uv() { return &loop_; }
 
  private:

@@ -87,6 +87,10 @@ std::optional<StoreEngine::Outcome> CommitQueue::reap() {
   return outcome;
 }
 
+void CommitQueue::finishWriting() {
+  if (writing_) finish(engine_->wait());
+}
+
 std::string CommitQueue::drain() {
   while (error_.empty() && !allDurable()) {
     if (!writing_) {

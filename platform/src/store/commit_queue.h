@@ -39,6 +39,8 @@ class CommitQueue {
   // The loop's side.
   /// How many changes were made.
   std::uint64_t made() const { return made_; }
+  /// How many of them were handed to the engine.
+  std::uint64_t submitted() const { return submitted_; }
   /// How many of them are on disk.
   std::uint64_t durable() const { return durable_; }
   bool allDurable() const { return made_ == durable_; }
@@ -59,6 +61,8 @@ class CommitQueue {
   /// Takes the outcome of the batch being written if there is one. Afterwards durable() has grown,
   /// or the outcome's error says why not; after an error the queue takes no further batch.
   std::optional<StoreEngine::Outcome> reap();
+  /// Waits for the outcome of the batch being written, if there is one, also after an error.
+  void finishWriting();
   /// Submits what is gathered and waits until all is on disk; the error, or empty. What the engine
   /// refuses is left, and one line on the standard output says so.
   std::string drain();

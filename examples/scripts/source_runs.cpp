@@ -1,0 +1,20 @@
+#include "examples/scripts/source_runs.h"
+
+#include "platform/commands.h"
+#include "platform/errors.h"
+#include "platform/keys.h"
+#include "platform/run_request.h"
+
+namespace scripts {
+
+SourceRuns::SourceRuns(Runner& runner) : runner_(runner) { describe("script-runs", {}); }
+
+void SourceRuns::handleCmd(const nv::message& cmd, unsigned code) {
+  if (code != nv::cmd::runScript) return Handler::handleCmd(cmd, code);
+  const auto source = cmd.get(nv::run_key::source);
+  if (source.empty() || source.find('\0') != std::string::npos)
+    return replyMessage(cmd, nv::errorMsg(nv::err::badCommand, "a run needs a source"));
+  runner_.run(*this, cmd, {"the script", source, kTimeLimit, nv::kSystemRights});
+}
+
+}  // namespace scripts

@@ -1,0 +1,181 @@
+// A store with any chain, then commands to an ordered map and to a holder, with any values. Each
+// input is a number of records and the records, then a list of commands: a code, who it is for and
+// from, a number of fields; a field is a key and a value.
+#include <cstdlib>
+#include <iostream>
+#include <iterator>
+#include <vector>
+
+#include "containers/aholder.h"
+#include "containers/omap.h"
+#include "fuzz/input.h"
+#include "platform/commands.h"
+#include "testing/kit.h"
+
+namespace {
+
+using namespace nv;
+using fuzz::Input;
+
+constexpr u32_id kNumber{1};
+constexpr bool_id kVolatile{2};
+constexpr u32_array_id kOlderOrder{1};
+constexpr const char* kRules = "rules";
+
+void require(bool holds) {
+  if (!holds) std::abort();
+}
+
+struct Rule : OObject {
+  std::uint32_t number = 0;
+  bool isVolatile = false;
+  bool isStorable() override { return !isVolatile; }
+  void getConfig(message& out, std::uint32_t) override {
+    out.insert(kNumber, number).insert(kVolatile, isVolatile);
+  }
+  void setConfig(const message& in, std::uint32_t) override {
+    number = in.get(kNumber, number);
+    isVolatile = in.get(kVolatile, isVolatile);
+  }
+};
+
+bool refuses(const Object* obj) { return static_cast<const Rule*>(obj)->number == 13; }
+message judge(const Object* obj) { return refuses(obj) ? failedMsg("thirteen") : message(); }
+
+struct Rules : AOmap {
+  Rules() : AOmap(kRules, 0, 40) {}
+  OObject* newObject() override { return new Rule; }
+  void copyObject(OObject* dst, OObject* src) override {
+    dst->id = src->id;
+    dst->setConfig(configOf(src), 5);
+  }
+  message checkRestore(OObject* obj) override { return judge(obj); }
+  message checkAdd(OObject* obj, OObject*) override { return judge(obj); }
+  message checkChange(OObject*, OObject* obj, OObject*) override { return judge(obj); }
+  message checkRemove(OObject*, OObject*) override { return {}; }
+  message checkMove(OObject*, OObject*, OObject*) override { return {}; }
+  void objAdded(OObject*) override {}
+  void objChanged(OObject*, OObject*) override {}
+  void objRemoved(OObject*) override {}
+  void objMoved(OObject*) override {}
+
+  static message configOf(OObject* obj) {
+    message config;
+    obj->getConfig(config, 5);
+    return config;
+  }
+  /// What of the order survives a restart.
+  std::vector<message> storable() {
+    std::vector<message> all;
+    for (OObject* obj = getNextObj(nullptr); obj != nullptr; obj = getNextObj(obj))
+      if (obj->isStorable()) all.push_back(configOf(obj).insert(key::objectId, obj->id));
+    return all;
+  }
+  void verify() {
+    std::size_t linked = 0;
+    for (OObject* obj = &head; obj->next != &head; obj = obj->next) {
+      require(obj->next->prev == obj && objects.get(obj->next->id) == obj->next);
+      require(++linked <= objects.size());
+    }
+    require(linked == objects.size());
+    for (const auto id : dynamicIds) require(objects.contains(id));
+    for (const auto& [id, obj] : objects)
+      require(obj->id == id && (id > 40 || ids.isAllocated(id)));
+  }
+};
+
+/// Keeps whatever it is handed.
+struct Anything : Object {
+  message all;
+  void getConfig(message& out, std::uint32_t) override { out.merge(all); }
+  void setConfig(const message& in, std::uint32_t) override { all = in; }
+};
+
+struct Settings : AHolder {
+  Settings() : AHolder("settings") {}
+  Object* newObject() override { return new Anything; }
+  void copyObject(Object* dst, Object* src) override { of(dst) = of(src); }
+  message checkChange(Object*, Object* obj) override { return judgeAll(of(obj)); }
+  void objChanged(Object*, Object*) override {}
+  bool mergeOnSet() override { return true; }
+  bool acceptsManaged() override { return true; }
+  static message& of(Object* obj) { return static_cast<Anything*>(obj)->all; }
+  static message judgeAll(const message& all) {
+    return all.get(kNumber) == 13 ? failedMsg("thirteen") : message();
+  }
+};
+
+struct Process {
+  explicit Process(testkit::MemoryStores& stores) : kit(stores) {
+    std::cout.rdbuf(nullptr);
+    rules.init();
+    rules.verify();
+    settings.init();
+  }
+  testkit::Kit kit;
+  Rules rules;
+  Settings settings;
+};
+
+constexpr u32_id kNumbers[] = {key::objectId, key::nextId,   key::startId, key::maxCount,
+                               key::rights,   key::getFlags, key::absent,  key::managedId};
+
+void addField(message& m, Input& input) {
+  const unsigned which = input.byte();
+  const unsigned k = which >> 3;
+  switch (which & 7) {
+    case 0: m.insert(kVolatile, (input.byte() & 1) != 0); return;
+    case 1: m.insert(key::dynamic, (input.byte() & 1) != 0); return;
+    case 2: m.append(kOlderOrder, input.number()); return;
+    case 3: m.insert(kNumber, input.number()); return;
+    case 4: m.insert(key::managedConfigs, {message{{key::managedId, input.number()}}}); return;
+    default: m.insert(kNumbers[k % std::size(kNumbers)], input.number()); return;
+  }
+}
+
+void addFields(message& m, Input& input) {
+  for (unsigned fields = input.byte() & 7; fields > 0; --fields) addField(m, input);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
+  constexpr unsigned codes[] = {cmd::addObj, cmd::setObj, cmd::moveObj, cmd::removeObj,
+                                cmd::getObj, cmd::getAll, cmd::set,     cmd::get};
+  Input input(data, size);
+  testkit::MemoryStores stores;
+  const unsigned records = input.byte() & 15;
+  for (unsigned k = 0; k < records; ++k) {
+    message record;
+    const unsigned id = input.number();
+    addFields(record, input);
+    stores.set(kRules, id, record);
+  }
+  const std::size_t found = stores.records(kRules).size();
+  std::vector<message> rules;
+  message settings;
+  {
+    Process process(stores);
+    process.kit.settle();
+    require(stores.records(kRules).size() >= found);  // none was removed
+    while (!input.empty()) {
+      const unsigned code = codes[input.byte() & 7];
+      const unsigned how = input.byte();
+      if ((how & 6) == 6) process.rules.setAutoStore((how & 8) != 0);
+      message cmd{{key::command, code}};
+      addFields(cmd, input);
+      const bool isSet = code == cmd::set || code == cmd::get;
+      Handler& to = isSet ? static_cast<Handler&>(process.settings) : process.rules;
+      process.kit.ask(to, cmd, (how & 1) != 0 ? testkit::user() : testkit::Requester{});
+      process.rules.verify();
+    }
+    process.rules.setAutoStore(true);
+    process.kit.settle();
+    rules = process.rules.storable();
+    settings = Settings::of(process.settings.object);
+  }
+  Process again(stores);
+  if (records == 0) require(again.rules.storable() == rules);
+  require(Settings::of(again.settings.object) == settings);
+  return 0;
+}

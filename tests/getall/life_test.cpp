@@ -1,0 +1,220 @@
+// States, the service and the manager ended from within anything.
+#include "platform/timer.h"
+#include "tests/support/getall_fixture.h"
+
+using namespace test;
+namespace cmd = nv::cmd;
+namespace key = nv::key;
+using nv::message;
+
+namespace {
+
+class GetallLife : public GetallTest {
+ protected:
+  struct Ending {
+    const char* how;
+    std::function<void()> end;
+  };
+  /// What ends the first state and, some of it, others. Each leaves no state of route [5].
+  std::vector<Ending> endings() {
+    return {
+        {"deleted", [this] { delete &state(); }},
+        {"stopped", [this] { getall->handleCmd(stopRequest(kFirstState)); }},
+        {"gone", [this] { getall->handleCmd(stopRequest(nv::kNoId)); }},
+        {"service deleted", [this] { getall.reset(); }},
+        {"deleted after the manager",
+         [this] {
+           cm.reset();
+           delete &state();
+         }},
+    };
+  }
+  static message stopRequest(std::uint32_t id) {
+    return {{key::command, cmd::stopGetAll}, {key::requester, Route{5}}, {key::startId, id}};
+  }
+  void drop() {
+    if (getall) getall->handleCmd(stopRequest(nv::kNoId));
+  }
+  void restartAll() {
+    getall.reset();
+    ASSERT_EQ(alive(), 0U);
+    restart();
+    getall = std::make_unique<TestGetall>();
+    getall->setCm(cm.get());
+  }
+  /// For each ending: opens a state, lets `arrange` put the ending where it belongs, and lets
+  /// `happen` lead there.
+  void forEachEnding(const std::function<void(const Ending&)>& arrange,
+                     const std::function<void()>& happen) {
+    for (const auto& ending : endings()) {
+      SCOPED_TRACE(ending.how);
+      restartAll();
+      open();
+      arrange(ending);
+      happen();
+      EXPECT_EQ(alive(), 0U);
+      kit->advance(1000);
+    }
+  }
+};
+
+TEST_F(GetallLife, AStateEndsWithinMore) {
+  forEachEnding([&](const Ending& ending) { state().onMore = ending.end; },
+                [&] {
+                  askOn(1);
+                  EXPECT_EQ(told(), ">s1") << "only the older request was answered";
+                });
+}
+
+TEST_F(GetallLife, AStateEndsWithinBeforeReply) {
+  forEachEnding(
+      [&](const Ending& ending) { state().onReply = [end = ending.end](message&) { end(); }; },
+      [&] { EXPECT_EQ(toldAfter(100), "") << "the reply goes with the state"; });
+  forEachEnding(
+      [&](const Ending& ending) { state().onReply = [end = ending.end](message&) { end(); }; },
+      [&] {
+        askOn(1);
+        EXPECT_EQ(told(), "") << "so does the next request";
+      });
+}
+
+TEST_F(GetallLife, AStateEndsWithinItsReply) {
+  for (const bool asksAgain : {false, true})
+    for (const auto& ending : endings()) {
+      if (ending.how == std::string("deleted after the manager")) continue;
+      SCOPED_TRACE(ending.how);
+      restartAll();
+      open();
+      const OnReply watch(ending.end);
+      if (asksAgain)
+        askOn(1);
+      else
+        state().done();
+      EXPECT_EQ(told(), asksAgain ? ">s1" : ".");
+      EXPECT_EQ(alive(), 0U);
+    }
+}
+
+TEST_F(GetallLife, ARequestMadeWithinAReplyIsKept) {
+  open();
+  {
+    const OnReply watch([this] { askOn(1); });
+    EXPECT_EQ(toldAfter(100), ">s1");
+  }
+  EXPECT_EQ(toldAfter(100), ">s1") << "waits like any other";
+  EXPECT_EQ(toldAfter(1000), "");
+}
+
+TEST_F(GetallLife, ARequestMadeWithinBeforeReplyIsKept) {
+  open();
+  state().onReply = [this](message&) { askOn(1, {{key::getFlags, 7}}); };
+  EXPECT_EQ(toldAfter(100), ">s1");
+  kit->advance(100);
+  ASSERT_EQ(kit->seen().replies.size(), 1U);
+  EXPECT_EQ(kit->seen().replies[0].request.get(key::getFlags), 7U);
+  told();
+
+  askOn(1, {{key::getFlags, 1}});
+  state().onReply = [this](message&) { askOn(1, {{key::getFlags, 2}}); };
+  askOn(1, {{key::getFlags, 3}});
+  kit->advance(100);
+  std::vector<std::uint32_t> answered;
+  for (const auto& reply : kit->seen().replies)
+    answered.push_back(reply.request.get(key::getFlags));
+  EXPECT_EQ(answered, (std::vector<std::uint32_t>{1, 2, 3}));
+}
+
+TEST_F(GetallLife, AStateEndsWithinATimerOrAnAdd) {
+  forEachEnding([&](const Ending&) {},
+                [&] {
+                  const nv::Timer timer(50, endings()[0].end);
+                  kit->advance(50);
+                });
+  for (const auto& ending : endings()) {
+    SCOPED_TRACE(ending.how);
+    restartAll();
+    open({{key::maxPerReply, 1}});
+    state().addAll({1});
+    state().onReply = [end = ending.end](message&) { end(); };
+    state().addAll({2});
+    EXPECT_EQ(alive(), 0U);
+  }
+}
+
+TEST_F(GetallLife, StatesEndWithinEachOthersDestructors) {
+  const struct {
+    const char* how;
+    std::function<void()> end;
+  } cases[] = {
+      {"delete the other", [] { delete TestState::alive.back(); }},
+      {"drop the route", [this] { drop(); }},
+      {"end the service", [this] { getall.reset(); }},
+      {"end the manager", [this] { cm.reset(); }},
+  };
+  const std::function<void()> beginnings[] = {
+      [this] { gone({5}); },
+      [this] { stop(kFirstState); },
+      [this] { kit->advance(100); },
+      [this] { getall.reset(); },
+  };
+  for (const auto& [how, end] : cases)
+    for (std::size_t k = 0; k < std::size(beginnings); ++k) {
+      SCOPED_TRACE(how + (" " + std::to_string(k)));
+      restartAll();
+      open();
+      open({}, {5, 1});
+      for (auto* const each : TestState::alive) each->done();
+      state().onDelete = end;
+      beginnings[k]();
+      cm ? drop() : getall.reset();
+      EXPECT_EQ(alive(), 0U);
+      kit->advance(1000);
+    }
+}
+
+TEST_F(GetallLife, CleanUpAsksAgainAtEachTurn) {
+  open();
+  open();
+  for (auto* const each : TestState::alive) each->done();
+  state().onDelete = [this] { state().addAll({1}); };
+  kit->advance(100);
+  EXPECT_EQ(alive(), 1U) << "the second has something to deliver since";
+  told();
+  askOn(2);
+  EXPECT_EQ(told(), "1 .");
+}
+
+TEST_F(GetallLife, AStateThatIsEndedMayStillAnswer) {
+  open();
+  state().addAll({1});
+  state().onDelete = [one = &state()] { one->done(); };
+  stop(kFirstState);
+  EXPECT_EQ(told(), "1 . | other");
+  open();
+  state().onDelete = [one = &state()] { one->addAll({1, 2}), one->done(); };
+  getall.reset();
+  EXPECT_EQ(alive(), 0U);
+}
+
+// Service hooks that end what they are called for.
+
+TEST_F(GetallLife, TheServiceEndsWithinItsHooks) {
+  const std::function<void()> ends[] = {[this] { getall.reset(); }, [this] { cm.reset(); }};
+  const message commands[] = {command(cmd::getAll), command(cmd::getCount),
+                              command(cmd::getObj, {{key::objectId, 1}}),
+                              command(cmd::getObj, {{key::objectId, 2}})};
+  for (const auto& end : ends)
+    for (const auto& request : commands) {
+      restartAll();
+      addItems(1);
+      getall->onCount = [&](const message&) { return end(), 1U; };
+      getall->onMissing = [&](std::uint32_t) { return end(), message(); };
+      getall->onAdjust = [&](CfgMan::Iterator, message&) { end(); };
+      send(request, {{5}, {}});
+      EXPECT_TRUE(!getall || !cm);
+      EXPECT_EQ(told(), "");
+      kit->advance(1000);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,212 @@
+// When a waiting request is answered, and with what.
+#include "tests/support/getall_fixture.h"
+
+using namespace test;
+namespace key = nv::key;
+using nv::message;
+
+namespace {
+
+class GetallPacing : public GetallTest {};
+
+TEST_F(GetallPacing, AnswersAfterAHundredMillisecondsWhateverThereIs) {
+  open();
+  EXPECT_EQ(toldAfter(99), "");
+  EXPECT_EQ(toldAfter(1), ">s1");
+  EXPECT_EQ(toldAfter(1000), "");
+  state().addAll({1, 2});
+  EXPECT_EQ(toldAfter(1000), "") << "nobody waits";
+  askOn(1);
+  state().addAll({3});
+  EXPECT_EQ(toldAfter(99), "") << "what is pending already does not hurry";
+  EXPECT_EQ(toldAfter(1), "1 2 3 >s1");
+}
+
+TEST_F(GetallPacing, TheFirstRecordIsFollowedByTheReplyInTenMilliseconds) {
+  open();
+  EXPECT_EQ(toldAfter(50), "");
+  state().addAll({1});
+  EXPECT_EQ(toldAfter(9), "");
+  state().addAll({2});
+  EXPECT_EQ(toldAfter(1), "1 2 >s1");
+  askOn(1);
+  EXPECT_EQ(toldAfter(95), "");
+  state().addAll({3});
+  EXPECT_EQ(toldAfter(9), "") << "also when that is later than the hundred";
+  EXPECT_EQ(toldAfter(1), "3 >s1");
+}
+
+TEST_F(GetallPacing, RecordsThatComeWhileMoreIsAskedForWaitForTheHundred) {
+  open();
+  toldAfter(100);
+  state().onMore = [&] { state().addAll({1}); };
+  askOn(1);
+  EXPECT_EQ(toldAfter(99), "");
+  EXPECT_EQ(toldAfter(1), "1 >s1");
+}
+
+TEST_F(GetallPacing, ItemsOnOnePageGoOutWithTheFirstRecords) {
+  addItems(2);
+  open();
+  state().addAll({7});
+  EXPECT_EQ(toldAfter(99), "");
+  EXPECT_EQ(toldAfter(1), "1 2 7 >s1");
+}
+
+TEST_F(GetallPacing, ASecondRequestAnswersTheFirstAndWaitsItself) {
+  open({{key::maxPerReply, 2}});
+  state().addAll({1});
+  askOn(1, {{key::getFlags, 77}});
+  EXPECT_EQ(state().asked, 2U);
+  ASSERT_EQ(kit->seen().replies.size(), 1U);
+  EXPECT_FALSE(kit->seen().replies[0].request.has(key::startId));
+  EXPECT_EQ(told(), "1 >s1");
+  EXPECT_EQ(toldAfter(99), "");
+  kit->advance(1);
+  ASSERT_EQ(kit->seen().replies.size(), 1U);
+  EXPECT_EQ(kit->seen().replies[0].request.get(key::getFlags), 77U);
+  EXPECT_EQ(told(), ">s1");
+}
+
+TEST_F(GetallPacing, MoreIsAskedForOnlyWhenThereIsRoom) {
+  open({{key::maxPerReply, 2}});
+  EXPECT_EQ(state().asked, 1U);
+  toldAfter(100);
+  state().addAll({1, 2, 3, 4, 5});
+  askOn(1, {{key::maxPerReply, 2}});
+  EXPECT_EQ(told(), "1 2 >s1");
+  askOn(1, {{key::maxPerReply, 3}});
+  EXPECT_EQ(state().asked, 2U) << "as many as fit are not full";
+  state().done();
+  EXPECT_EQ(told(), "3 4 5 .");
+  askOn(1);
+  EXPECT_EQ(told(), ".");
+  EXPECT_EQ(state().asked, 2U) << "done";
+}
+
+TEST_F(GetallPacing, MoreRecordsThanTheLimitAreFull) {
+  open({{key::maxPerReply, 10}});
+  std::string first, second;
+  for (unsigned n = 1; n <= 10; ++n) {
+    state().addAll({n});
+    EXPECT_FALSE(state().full());
+    first += std::to_string(n) + " ";
+    second += std::to_string(n + 10) + " ";
+  }
+  EXPECT_EQ(told(), "");
+  state().addAll({11});
+  EXPECT_EQ(told(), first + ">s1");
+  EXPECT_FALSE(state().full()) << "without a request there is no limit";
+  for (unsigned n = 12; n <= 25; ++n) state().addAll({n});
+  state().onReply = [&](const message&) { EXPECT_FALSE(state().full()) << "5 are left of 10"; };
+  askOn(1, {{key::maxPerReply, 10}});
+  EXPECT_EQ(told(), second + ">s1");
+  state().onReply = [&](const message&) { EXPECT_TRUE(state().full()) << "3 are left of 2"; };
+  askOn(1, {{key::maxPerReply, 2}});
+  EXPECT_EQ(told(), "21 22 >s1");
+}
+
+TEST_F(GetallPacing, TheLimitZeroIsNone) {
+  open({{key::maxPerReply, 0}});
+  state().addAll({1, 2, 3});
+  EXPECT_EQ(told(), "");
+  state().done();
+  EXPECT_EQ(told(), "1 2 3 .");
+}
+
+// A reply weighs 32 and 8 more than the bytes of each record, and 65534 at most.
+TEST_F(GetallPacing, BytesMakeAReplyFull) {
+  const struct {
+    std::vector<std::size_t> sizes;
+    bool isFull;
+    const char* replies;
+  } cases[] = {
+      {{65494}, false, "long >s1"},
+      {{65495}, true, "long >s1"},  // alone, though it is too long
+      {{30000, 35486}, false, "long long >s1"},
+      {{30000, 35487}, true, "long >s1 | long >s1"},
+      {{101, 100000, 200, 300}, true, "long >s1 | long >s1 | long long >s1"},
+      {{100000, 100000}, true, "long >s1 | long >s1"},
+  };
+  open();
+  unsigned number = 1;
+  for (const auto& [sizes, isFull, replies] : cases) {
+    SCOPED_TRACE(replies);
+    toldAfter(100);
+    for (const auto size : sizes) state().addSized(size);
+    EXPECT_EQ(state().full(), isFull) << "without a request too";
+    askOn(number);
+    EXPECT_EQ(kit->seen().replies.size(), isFull ? 1U : 0U);
+    std::string all = told();
+    for (unsigned k = 0; k < 3; ++k) {
+      if (all.empty()) all = toldAfter(100);
+      if (all.size() >= std::string(replies).size()) break;
+      askOn(number);
+      kit->advance(100);
+      all += " | " + told();
+    }
+    EXPECT_EQ(all, replies);
+    EXPECT_FALSE(state().full());
+  }
+}
+
+TEST_F(GetallPacing, AFullReplyDoesNotWait) {
+  open();
+  state().addSized(60000);
+  EXPECT_EQ(told(), "");
+  state().addSized(6000);
+  EXPECT_EQ(told(), "long >s1");
+  EXPECT_EQ(toldAfter(1000), "") << "and is sent once";
+}
+
+TEST_F(GetallPacing, DoneAnswersAtOnce) {
+  open();
+  state().done();
+  ASSERT_EQ(kit->seen().replies.size(), 1U);
+  EXPECT_TRUE(kit->seen().replies[0].reply.has(key::objects));
+  EXPECT_EQ(told(), ".");
+  state().done();
+  EXPECT_EQ(toldAfter(99), "");
+
+  open({}, {6});
+  state(1).addAll({1, 2});
+  state(1).done();
+  EXPECT_EQ(told(), "1 2 .");
+}
+
+TEST_F(GetallPacing, WhatDoneLeavesIsAskedFor) {
+  open({{key::maxPerReply, 2}});
+  state().addAll({1, 2});
+  askOn(1);
+  EXPECT_EQ(told(), "1 2 >s1");
+  toldAfter(100);
+  state().addAll({3, 4, 5, 6, 7});
+  state().done();
+  EXPECT_EQ(toldAfter(500), "") << "it lives as long as there are records";
+  askOn(1, {{key::maxPerReply, 2}});
+  EXPECT_EQ(told(), "3 4 >s1");
+  askOn(1, {{key::maxPerReply, 2}});
+  EXPECT_EQ(told(), "5 6 >s1");
+  askOn(1, {{key::maxPerReply, 2}});
+  EXPECT_EQ(told(), "7 .");
+}
+
+TEST_F(GetallPacing, TheServiceAddsKeysToAReply) {
+  open();
+  state().onReply = [](message& reply) { reply.insert(key::name, "so far"); };
+  kit->advance(100);
+  ASSERT_EQ(kit->seen().replies.size(), 1U);
+  EXPECT_EQ(kit->seen().replies[0].reply.get(key::name), "so far");
+  EXPECT_EQ(kit->seen().replies[0].reply.get(key::route), Route{5});
+}
+
+TEST(GetallStateAlone, IsFullAndTakesNothing) {
+  GetallState alone;
+  EXPECT_EQ(alone.impl, nullptr);
+  EXPECT_TRUE(alone.full());
+  alone.add(message{{key::objectId, 1}}.flat());
+  alone.done();
+  EXPECT_TRUE(alone.full());
+}
+
+}  // namespace

@@ -1,0 +1,221 @@
+// Ids of iterations, and how they end.
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "tests/support/getall_fixture.h"
+#include "tests/support/random.h"
+
+using namespace test;
+namespace cmd = nv::cmd;
+namespace err = nv::err;
+namespace key = nv::key;
+using nv::message;
+
+namespace {
+
+class GetallStates : public GetallTest {
+ protected:
+  /// The reply to a request for this state, whether it is there or not.
+  std::string at(unsigned number, const Route& from) {
+    told();
+    askOn(number, {}, from);
+    if (kit->seen().replies.empty()) kit->advance(100);
+    return told();
+  }
+};
+
+TEST_F(GetallStates, HaveTheLowestFreeIdOfTheirRoute) {
+  open({}, {5});
+  open({}, {5});
+  open({}, {5, 9});
+  open({}, {});
+  EXPECT_EQ(toldAfter(100), ">s1 | >s2 | >s1 | >s1");
+  stop(kFirstState);
+  EXPECT_EQ(told(), "other") << "the manager says that it is done";
+  open();
+  open();
+  EXPECT_EQ(toldAfter(100), ">s1 | >s3");
+}
+
+TEST_F(GetallStates, AreLimitedPerRoute) {
+  constexpr unsigned kMost = 4092;
+  for (unsigned k = 0; k < kMost; ++k) open();
+  kit->advance(100);
+  EXPECT_EQ(kit->seen().replies.back().reply.get(key::startId), 0xfffffffcU);
+  told();
+  open();
+  EXPECT_EQ(told(), "error 12");
+  EXPECT_EQ(getall->made, kMost);
+  open({}, {5, 1});
+  EXPECT_EQ(toldAfter(100), ">s1");
+  stop(kFirstState + 3000);
+  told();
+  open();
+  EXPECT_EQ(toldAfter(100), ">s3001");
+}
+
+TEST_F(GetallStates, EndWhenTheirClientSaysSo) {
+  const std::vector<Route> routes{{5}, {5}, {5, 9}, {6}, {5, 8, 1}, {50}};
+  const struct {
+    Route from;
+    std::uint32_t code;
+    std::optional<std::uint32_t> id;
+    std::size_t left;
+  } cases[] = {
+      {{5}, cmd::stopGetAll, kFirstState, 5},
+      {{5}, cmd::stopGetAll, kFirstState + 1, 5},
+      {{5, 9}, cmd::stopGetAll, kFirstState, 5},
+      {{5, 9}, cmd::stopGetAll, kFirstState + 1, 6},
+      {{7}, cmd::stopGetAll, kFirstState, 6},
+      {{5}, cmd::stopGetAll, 3, 6},
+      {{5}, cmd::stopGetAll, std::nullopt, 6},
+      {{5}, cmd::stopGetAll, nv::kNoId, 2},  // under this route, like a route that is gone
+      {{5, 9}, cmd::stopGetAll, nv::kNoId, 5},
+      {{5}, cmd::routeGone, std::nullopt, 2},
+      {{5}, cmd::routeGone, kFirstState, 2},
+      {{5, 9}, cmd::routeGone, std::nullopt, 5},
+      {{5, 9, 1}, cmd::routeGone, std::nullopt, 6},
+      {{6}, cmd::routeGone, std::nullopt, 5},
+      {{}, cmd::routeGone, std::nullopt, 6},
+      {{}, cmd::stopGetAll, nv::kNoId, 6},
+  };
+  unsigned passedOn = 0;
+  cm->doCmd = [&](nv::Handler*, const message&) { ++passedOn; };
+  getall->setCm(cm.get());
+  for (const auto& [from, code, id, left] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(from) + " " + std::to_string(code));
+    auto request = command(code);
+    if (id) request.insert(key::startId, *id);
+    gone({5}), gone({6}), gone({50});
+    ASSERT_EQ(alive(), 0U);
+    passedOn = 0;
+    for (const auto& route : routes) open({}, route);
+    told();
+    send(request, {from, {}});
+    EXPECT_EQ(alive(), left);
+    EXPECT_EQ(passedOn, 1U);
+    EXPECT_EQ(told(), "") << "a request that waits is not answered";
+  }
+}
+
+TEST_F(GetallStates, AreCleanedUpEveryHundredMillisecondsWhenNothingIsLeft) {
+  open({}, {5});  // the clock of the clean-up begins with the first
+  kit->advance(30);
+  open({}, {6});
+  open({}, {7});
+  for (unsigned k = 0; k < 3; ++k) state(k).done();
+  told();
+  state(1).addAll({1});
+  EXPECT_EQ(at(1, {5}), ".") << "it is still there";
+  kit->advance(69);
+  EXPECT_EQ(alive(), 3U);
+  kit->advance(1);
+  EXPECT_EQ(alive(), 1U);
+  EXPECT_EQ(at(1, {5}), "error 4");
+  EXPECT_EQ(at(1, {6}), "1 .");
+  kit->advance(99);
+  EXPECT_EQ(alive(), 1U);
+  kit->advance(1);
+  EXPECT_EQ(alive(), 0U);
+  EXPECT_FALSE(nv::getLooper()->nextTimer()) << "without states nothing ticks";
+
+  kit->advance(50);
+  open();
+  state().done();
+  kit->advance(99);
+  EXPECT_EQ(alive(), 1U) << "the first of the next ones starts it anew";
+  kit->advance(1);
+  EXPECT_EQ(alive(), 0U);
+}
+
+TEST_F(GetallStates, AreNotCleanedUpWhileTheyAreInUse) {
+  open();
+  kit->advance(10000);
+  EXPECT_EQ(alive(), 1U) << "not done";
+  state().onReply = [&](message&) { state().addAll({1}); };
+  state().done();
+  askOn(1);
+  told();
+  kit->advance(1000);
+  EXPECT_EQ(alive(), 1U) << "a record is left";
+  state().onReply = [&](message&) { askOn(1); };
+  askOn(1);
+  EXPECT_EQ(told(), ". | 1 .") << "each is answered, once";
+  kit->advance(100);
+  EXPECT_EQ(alive(), 0U);
+}
+
+/// Which states there are, said with a map.
+struct Model {
+  using Key = std::pair<Route, unsigned>;
+  std::map<Key, TestState*> states;
+  std::set<Key> finished;
+
+  unsigned lowestFree(const Route& route) const {
+    unsigned number = 1;
+    while (states.contains({route, number})) ++number;
+    return number;
+  }
+  void gone(const Route& prefix) {
+    std::erase_if(states, [&](const auto& one) {
+      const auto& route = one.first.first;
+      return route.size() >= prefix.size() &&
+             std::equal(prefix.begin(), prefix.end(), route.begin());
+    });
+  }
+  void cleanUp() {
+    for (const auto& key : finished) states.erase(key);
+    finished.clear();
+  }
+};
+
+TEST_F(GetallStates, FollowTheModel) {
+  Random random;
+  SCOPED_TRACE(random.seed());
+  const Route routes[] = {{5}, {5, 1}, {5, 1, 2}, {5, 2}, {6}, {4}};
+  Model model;
+  for (unsigned step = 0; step < 5000; ++step) {
+    const auto& route = routes[random.below(6)];
+    const Model::Key key{route, 1 + random.below(8)};
+    const auto found = model.states.find(key);
+    switch (random.below(20)) {
+      case 0:
+        gone(route);
+        model.gone(route);
+        break;
+      case 1:
+        kit->advance(100);
+        model.cleanUp();
+        break;
+      case 2:
+      case 3:
+        stop(kFirstState + key.second - 1, route);
+        model.states.erase(key);
+        break;
+      case 4:
+      case 5:
+      case 6:
+      case 7:
+        if (found == model.states.end()) {
+          ASSERT_EQ(at(key.second, route), "error 4");
+        } else {
+          found->second->done();
+          ASSERT_EQ(at(key.second, route), model.finished.insert(key).second ? "2 ." : ".");
+        }
+        break;
+      default:
+        open({{key::maxPerReply, 1}}, route);
+        TestState::alive.back()->addAll({1, 2});
+        const auto number = model.lowestFree(route);
+        ASSERT_EQ(told(), "1 >s" + std::to_string(number));
+        model.states[{route, number}] = TestState::alive.back();
+    }
+    told();
+    std::erase_if(model.finished, [&](const auto& one) { return !model.states.contains(one); });
+    ASSERT_EQ(alive(), model.states.size());
+  }
+}
+
+}  // namespace

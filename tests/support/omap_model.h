@@ -1,0 +1,81 @@
+/// What an ordered map should do, said with a vector of ids and without any of its code.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/support/service_model.h"
+
+namespace test {
+
+/// An ordered map over ids [1, kMax] with a store. Requests hold what a client sends, rights
+/// included.
+class AOmapModel {
+ public:
+  static constexpr std::uint32_t kMax = 24;
+
+  std::vector<std::uint32_t> order;
+  std::map<std::uint32_t, ElementConfig> objects;
+  std::map<std::uint32_t, nv::message> records;
+  std::set<std::uint32_t> dynamic;
+  std::set<std::uint32_t> pending;
+  bool autoStore = true;
+
+  Expected command(const nv::message& request);
+
+  /// `next` 0: at the end.
+  Expected addByService(std::uint32_t id, const ElementConfig& config, std::uint32_t next);
+  Expected changedByService(std::uint32_t id, const ElementConfig& config, bool mayStore);
+  Expected moveByService(std::uint32_t id, std::uint32_t next);
+  Expected removeByService(std::uint32_t id);
+  Expected setAutoStore(bool on);
+  Expected flush();
+  /// The process ends,
+  Expected end();
+  /// and starts again, and prints this.
+  Expected init(std::string& prints);
+
+  /// The chain that the records should make once all is flushed.
+  std::string chain() const;
+
+ private:
+  nv::message add(const nv::message& request);
+  nv::message set(const nv::message& request);
+  nv::message remove(const nv::message& request);
+  nv::message move(const nv::message& request);
+  nv::message getOne(const nv::message& request) const;
+  nv::message getAll(const nv::message& request) const;
+  std::optional<nv::message> refusal(const nv::message& request, const char* dynamicText) const;
+  /// Where in `order` the request's position is; none: it names nobody.
+  std::optional<std::size_t> placeOf(const nv::message& request) const;
+
+  std::size_t indexOf(std::uint32_t id) const;
+  std::string nextWord(std::size_t place) const;
+  std::uint32_t nextOf(std::uint32_t id) const;
+  bool isStorable(std::uint32_t id) const;
+  std::uint32_t storableFrom(std::size_t place) const;
+  std::uint32_t previousStorable(std::uint32_t id) const;
+  std::uint32_t lowestFree() const;
+  nv::message entryOf(std::uint32_t id) const;
+  nv::message recordOf(std::uint32_t id) const;
+
+  void insertAt(std::size_t place, std::uint32_t id);
+  void moveTo(std::size_t place, std::uint32_t id);
+  std::uint32_t restore(std::uint32_t id, std::string& prints);
+  void store(std::uint32_t id);
+  void unstore(std::uint32_t id);
+  void announce(std::uint32_t id, const ElementConfig& config);
+  void say(const std::string& words);
+  void say(const std::string& word, std::uint32_t id);
+  void publish(const ElementConfig& config, const char* what, nv::message undo);
+  Expected done(nv::message reply = {});
+
+  std::string line_;
+  std::optional<nv::message> undo_;
+};
+
+}  // namespace test
