@@ -6,8 +6,8 @@ start_firewall() {
   rm -f firewall.said
   start firewall.said examples/firewall $command
   firewall=$!
-  exec 9<firewall.said
-  until hear 9 && [[ $output == *serving* ]]; do continue; done
+  exec 12<firewall.said
+  until hear 12 && [[ $output == *serving* ]]; do continue; done
 }
 
 show_firewall() {

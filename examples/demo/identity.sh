@@ -6,8 +6,8 @@ start_identity() {
   rm -f identity.said
   start identity.said examples/identity $command
   identity=$!
-  exec 5<identity.said
-  hear 5
+  exec 13<identity.said
+  hear 13
 }
 
 show_identity() {

@@ -1,8 +1,8 @@
 /// A service for the client's tests: books on a shelf, handler 3 with the shelf's one
 /// configuration, handler 4 that never answers, handler 5 whose list begins again and again,
 /// handler 6 whose list is gathered while it is read, handler 7 with the readers who wait for a
-/// book, handler 8 that lies about how to undo its changes, and handler 9, which runs scripts in
-/// its mind.
+/// book, handler 8 that lies about how to undo its changes, handler 9, which runs scripts in
+/// its mind, handler 10 with a lane of cars, and handler 11 with the barrier at its end.
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
 #include "cfgman/run_task.h"
@@ -13,6 +13,7 @@
 #include "platform/run_request.h"
 #include "platform/service.h"
 #include "platform/undo_log.h"
+#include "tests/confctl/lanes.h"
 
 namespace {
 
@@ -177,6 +178,12 @@ int main(int argc, char** argv) {
   nv::getLooper()->addHandler(9, &scripts);
   Liar liar;
   nv::getLooper()->addHandler(8, &liar);
+  Lane lane;
+  Barrier barrier;
+  lane.init();
+  barrier.init();
+  nv::getLooper()->addHandler(10, &lane);
+  nv::getLooper()->addHandler(11, &barrier);
   CfgMan readers;
   queueUp(readers);
   return service.run();

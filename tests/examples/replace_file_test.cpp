@@ -82,5 +82,19 @@ TEST_F(ReplacedFile, AMissingDirectoryIsSaid) {
             "cannot write " + nowhere.string() + ": No such file or directory");
 }
 
+TEST_F(ReplacedFile, ATextThatTheCheckRefusesDoesNotTakeThePlaceOfTheOldOne) {
+  ASSERT_EQ(replaceFile(file, "old"), "");
+  const auto refuse = [this](const fs::path& fresh) {
+    std::ostringstream seen;
+    seen << std::ifstream(fresh).rdbuf();
+    return seen.str() + " after " + text();
+  };
+  EXPECT_EQ(replaceFile(file, "new", refuse), "cannot write " + file.string() + ": new after old");
+  EXPECT_EQ(text(), "old");
+  EXPECT_EQ(filesThere(), 1U);
+  EXPECT_EQ(replaceFile(file, "new", [](const fs::path&) { return ""; }), "");
+  EXPECT_EQ(text(), "new");
+}
+
 }  // namespace
 }  // namespace examples

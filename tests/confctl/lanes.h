@@ -1,0 +1,70 @@
+/// For the client's tests: an ordered map, and a holder with managing parties.
+#pragma once
+
+#include <string>
+
+#include "containers/aholder.h"
+#include "containers/omap.h"
+#include "platform/keys.h"
+
+inline constexpr nv::string_id kColour(1);
+
+/// In which order cars wait.
+class Lane : public AOmap {
+ public:
+  Lane() : AOmap("lane", 1, 99) { describe("lane", {{kColour.uid(), "colour", "of the car"}}); }
+
+ private:
+  struct Car : OObject {
+    std::string colour;
+
+    void getConfig(nv::message& out, unsigned) override { out.insert(kColour, colour); }
+    void setConfig(const nv::message& in, unsigned) override { colour = in.get(kColour, colour); }
+  };
+
+  OObject* newObject() override { return new Car; }
+  void copyObject(OObject* dst, OObject* src) override {
+    dst->id = src->id;
+    static_cast<Car*>(dst)->colour = static_cast<Car*>(src)->colour;
+  }
+  nv::message checkRestore(OObject*) override { return {}; }
+  nv::message checkAdd(OObject*, OObject*) override { return {}; }
+  nv::message checkChange(OObject*, OObject*, OObject*) override { return {}; }
+  nv::message checkRemove(OObject*, OObject*) override { return {}; }
+  nv::message checkMove(OObject*, OObject*, OObject*) override { return {}; }
+  void objAdded(OObject*) override {}
+  void objChanged(OObject*, OObject*) override {}
+  void objRemoved(OObject*) override {}
+  void objMoved(OObject*) override {}
+};
+
+/// The barrier at its end, which others may paint too.
+class Barrier : public AHolder {
+ public:
+  Barrier() : AHolder("barrier") { describe("barrier", {{kColour.uid(), "colour", "of it"}}); }
+
+ private:
+  struct Paint : Object {
+    nv::message config{{kColour, ""}};
+
+    void getConfig(nv::message& out, unsigned) override { out.merge(config); }
+    void setConfig(const nv::message& in, unsigned) override {
+      config = {{kColour, in.get(kColour)}};
+      for (const auto flat : in.view(nv::key::managedConfigs)) {
+        const nv::message entry(flat);
+        config.append(nv::key::managedConfigs,
+                      nv::message{{kColour, entry.get(kColour)},
+                                  {nv::key::managedId, entry.get(nv::key::managedId)}});
+      }
+    }
+  };
+
+  Object* newObject() override { return new Paint; }
+  void copyObject(Object* dst, Object* src) override {
+    static_cast<Paint*>(dst)->config = static_cast<Paint*>(src)->config;
+  }
+  nv::message checkChange(Object*, Object*) override { return {}; }
+  void objChanged(Object*, Object*) override {}
+  bool mergeOnSet() override { return true; }
+  bool acceptsManaged() override { return true; }
+};
