@@ -30,7 +30,7 @@ void say(const std::string& what) { std::cerr << "firewall: " << what << std::en
 
 }  // namespace
 
-Firewall::Firewall(Box box)
+Firewall::Firewall(const Box& box)
     : AOmap("firewall", kLowestId, kHighestId),
       withKernel_(box.withKernel),
       file_("firewall", box.rulesetFile, [this] { return fileText(); }) {

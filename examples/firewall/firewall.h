@@ -37,7 +37,7 @@ class Firewall : public AOmap {
   static constexpr std::uint32_t kLowestId = 1;
   static constexpr std::uint32_t kHighestId = 65535;
 
-  explicit Firewall(Box box);
+  explicit Firewall(const Box& box);
 
   OObject* newObject() override { return new Rule; }
   void copyObject(OObject* dst, OObject* src) override;
