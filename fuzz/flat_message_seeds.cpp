@@ -1,4 +1,4 @@
-// Writes the seeds of flat_message_fuzz into a folder: each type alone, nested ones, ordinary
+// Writes what flat_message_fuzz begins with into a folder: each type alone, nested ones, ordinary
 // records.
 #include <cstdio>
 #include <fstream>
