@@ -25,7 +25,8 @@ struct Limits {
   std::size_t subscriptions = 64;
   std::size_t subscriptionsPerUser = 256;
   /// Marks of a subscription that reads slowly; neighbouring object ids share one. One that needs
-  /// more is ended. A mark takes about 50 bytes.
+  /// more while its connection leaves more than `queuedBytes` unread is ended. A mark takes about
+  /// 50 bytes.
   std::size_t marks = 1000;
   /// Longest request to subscribe, in bytes, since it is kept; a longer one is answered
   /// err::tooMany.

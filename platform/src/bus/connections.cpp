@@ -117,6 +117,10 @@ bool Connections::congested(std::uint32_t connection) {
   return true;
 }
 
+bool Connections::isBehind(std::uint32_t connection) const {
+  return connections_.contains(connection) && transport_->queued(connection) > limits_.queuedBytes;
+}
+
 bool Connections::hasRelieved() const {
   return std::any_of(congested_.begin(), congested_.end(),
                      [this](std::uint32_t number) { return !isCongested(number); });

@@ -62,6 +62,9 @@ class Connections : public TransportEvents {
   /// Whether so much is queued that notifications should wait. The connection is then among those
   /// that `takeRelieved` returns later.
   bool congested(std::uint32_t connection);
+  /// Whether the other end leaves so much unread. What still waits in this process is not its
+  /// fault.
+  bool isBehind(std::uint32_t connection) const;
   /// The connections that were congested and are not any more. The requests that waited for this
   /// are handled.
   std::vector<std::uint32_t> takeRelieved();

@@ -128,7 +128,9 @@ void Handler::Subscribers::tell(const Mark& mark, const Views& views) {
     if (subscriber.stalled || theLoop().connections.congested(subscriber.connection)) {
       if (!subscriber.stalled) stalled.push_back(serial);
       subscriber.mark(mark.id, mark.removed);
-      if (subscriber.marks() > theLoop().limits.marks) tooLate.push_back(serial);
+      if (subscriber.marks() > theLoop().limits.marks &&
+          theLoop().connections.isBehind(subscriber.connection))
+        tooLate.push_back(serial);
       return;
     }
     theLoop().notify(subscriber.connection, subscriber.tag, view->second);
