@@ -106,6 +106,7 @@ void CfgManModel::restart(const CfgService& now) {
   storeOrder.clear();
   allocated.clear();
   positionsValid = true;
+  updateOrigin = 0;
   std::vector<std::uint32_t> ids;
   if (service.ordered) {
     ids = loadingOrderByRule(records, true);
