@@ -2,9 +2,6 @@
 #include "tests/support/cfgman_fixture.h"
 
 using namespace test;
-namespace cmd = nv::cmd;
-namespace key = nv::key;
-using nv::message;
 
 namespace {
 
@@ -12,9 +9,7 @@ class CfgManRemotes : public CfgManTest {
  protected:
   CfgManRemotes() { kit->seen().answersFollows = true; }
 
-  const nv::testkit::Recorder::Follow& follow(std::size_t k = 0) {
-    return kit->seen().follows.at(k);
-  }
+  const auto& follow(std::size_t k) { return kit->seen().follows.at(k); }
   /// The remote says something, and it takes effect.
   std::string says(const message& msg, std::size_t k = 0) {
     kit->seen().log.clear();
@@ -23,10 +18,15 @@ class CfgManRemotes : public CfgManTest {
     runAll();
     return line();
   }
+  void follow(std::uint32_t id, const std::string& word) {
+    cm->addRemote(
+        {{key::route, {id}}}, [this, word] { loaded += word; }, false);
+  }
+  std::string loaded;
 };
 
 TEST_F(CfgManRemotes, AreFollowedByRoute) {
-  cm->setRemote(7, nv::kNoId, {});
+  cm->setRemote(7, kNoId, {});
   EXPECT_EQ(follow(0).target, message({{key::route, {7}}}));
   EXPECT_TRUE(follow(0).wait);
   cm->setRemote(7, 3, {});
@@ -35,69 +35,47 @@ TEST_F(CfgManRemotes, AreFollowedByRoute) {
   cm->addRemote(target, {}, true);
   EXPECT_EQ(follow(2).target, target);
   EXPECT_FALSE(follow(2).wait);
-  EXPECT_EQ(line(), "follow, unfollow, follow, follow");
-  EXPECT_TRUE(follow(0).stopped);
-  EXPECT_EQ(cm->remotes.size(), 2u);
-
-  kit->seen().log.clear();
-  cm->setRemote(9, nv::kNoId, {});
-  EXPECT_EQ(line(), "unfollow, unfollow, follow");
+  cm->setRemote(9, kNoId, {});
+  EXPECT_EQ(line(), "follow, unfollow, follow, follow, unfollow, unfollow, follow");
   EXPECT_EQ(cm->remotes.size(), 1u);
   cm.reset();
-  EXPECT_TRUE(follow(3).stopped);
+  for (std::size_t k = 0; k < 4; ++k) EXPECT_TRUE(follow(k).stopped);
 }
 
 TEST_F(CfgManRemotes, TheirObjectsBecomeItemsThatAreStoredAndLeaveNoUndoRecord) {
-  cm->setRemote(7, nv::kNoId, {});
+  cm->setRemote(7, kNoId, {});
   EXPECT_EQ(says({{key::objectId, 4}, {key::name, "a"}, {key::stateFlag, false}}), "store 4");
   EXPECT_EQ(cm->find(4)->config, message({{key::objectId, 4}, {key::name, "a"}, {key::absent, 0}}));
   EXPECT_EQ(cm->find(4)->state, message({{key::stateFlag, false}}));
   EXPECT_EQ(says({{key::objectId, 4}, {key::name, "a"}}), "");
   EXPECT_EQ(says({{key::objectId, 4}, {key::name, "b"}}), "store 4");
   EXPECT_EQ(says({{key::objectId, 4}, {key::absent, 1}}), "unstore 4");
-  EXPECT_EQ(ids(), "");
   EXPECT_EQ(says({{key::objectId, 4}, {key::absent, 1}}), "");
+  EXPECT_EQ(ids(), "");
   EXPECT_EQ(says({{key::name, "of no id"}}), "store 1");
   EXPECT_EQ(cm->updateOrigin, CfgMan::kFromService);
-  cm->apply = [](auto*, auto*, auto&, auto&, message& reply) { reply = nv::failedMsg("no"); };
-  EXPECT_EQ(says({{key::objectId, 1}, {key::name, "refused"}}), "");
-  EXPECT_EQ(cm->find(1)->config.get(key::name), "of no id");
 }
 
-TEST_F(CfgManRemotes, AreLoadedOnce) {
-  unsigned calls = 0;
-  cm->setRemote(7, nv::kNoId, [&] {
-    ++calls;
-    EXPECT_FALSE(cm->remotes[0].loaded);
-  });
-  says({{key::objectId, 4}});
-  EXPECT_EQ(calls, 0u);
-  says({});
-  EXPECT_TRUE(cm->remotes[0].loaded);
-  says({});
-  EXPECT_EQ(calls, 1u);
-  EXPECT_TRUE(cm->remotes[0].loaded);
-}
-
-TEST_F(CfgManRemotes, EachIsLoadedByItself) {
-  std::string loaded;
-  cm->addRemote(
-      {{key::route, {7}}}, [&] { loaded += "first "; }, false);
-  cm->addRemote(
-      {{key::route, {8}}}, [&] { loaded += "second "; }, false);
+TEST_F(CfgManRemotes, EachIsLoadedByItselfAndOnce) {
+  follow(7, "first ");
+  follow(8, "second ");
+  says({{key::objectId, 4}}, 1);
+  EXPECT_EQ(loaded, "");
   says({}, 1);
   EXPECT_EQ(loaded, "second ");
   EXPECT_FALSE(cm->remotes[0].loaded);
+  EXPECT_TRUE(cm->remotes[1].loaded);
   says({}, 0);
+  says({}, 1);
   EXPECT_EQ(loaded, "second first ");
 }
 
 TEST_F(CfgManRemotes, CanBeReplacedFromTheirCompletion) {
-  std::string loaded;
   const std::string later = "a text that is too long to stand in the function object itself ";
-  cm->setRemote(7, nv::kNoId, [&, later] {
-    cm->setRemote(8, nv::kNoId, [&] { loaded += "8 "; });
-    for (std::uint32_t k = 0; k < 20; ++k) cm->addRemote({{key::route, {k}}}, {}, false);
+  cm->setRemote(7, kNoId, [&, later] {
+    EXPECT_FALSE(cm->remotes[0].loaded);
+    cm->setRemote(8, kNoId, [&] { loaded += "8 "; });
+    for (std::uint32_t k = 0; k < 20; ++k) follow(k, "");
     loaded += later;
   });
   says({});
@@ -112,8 +90,7 @@ TEST_F(CfgManRemotes, AMirrorInTheSameProcessFollowsEveryChange) {
   kit->seen().answersFollows = false;
   add({{key::name, "a"}});
   CfgMan mirror(&tasks);
-  bool isLoaded = false;
-  mirror.setRemote(5, nv::kNoId, [&] { isLoaded = true; });
+  mirror.setRemote(5, kNoId, [&] { loaded += "mirror"; });
   const auto mirrored = [&] {
     for (unsigned turn = 0; turn < 3; ++turn) {
       kit->settle();
@@ -125,11 +102,11 @@ TEST_F(CfgManRemotes, AMirrorInTheSameProcessFollowsEveryChange) {
     return all;
   };
   EXPECT_EQ(mirrored(), "1a ");
-  EXPECT_TRUE(isLoaded);
+  EXPECT_EQ(loaded, "mirror");
   add({{key::name, "b"}});
   EXPECT_EQ(mirrored(), "1a 2b ");
-  ask(cmd::setObj, {{key::objectId, 1}, {key::name, "c"}});
-  ask(cmd::removeObj, {{key::objectId, 2}});
+  set(1, {{key::name, "c"}});
+  remove(2);
   EXPECT_EQ(mirrored(), "1c ");
 }
 

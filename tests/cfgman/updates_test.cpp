@@ -1,43 +1,37 @@
-// One update: what takes effect, in which order, and what a refusal leaves.
+// One update: what takes effect, in which order, what a refusal leaves, and what undoes it.
 #include <optional>
 
 #include "tests/support/cfgman_watchers.h"
 
 using namespace test;
-namespace cmd = nv::cmd;
-namespace err = nv::err;
-namespace key = nv::key;
-using nv::message;
 
 namespace {
 
 class CfgManUpdates : public CfgManTest {
  protected:
-  CfgManUpdates() { logApply(); }
-
-  void logApply() {
-    cm->apply = [this](CfgMan*, CfgMan::Item* item, message& cfg, vset<unsigned>& keys,
-                       message& answer) {
-      std::ostringstream text;
-      text << "apply " << item->id << std::hex;
-      for (const auto uid : keys) text << ' ' << uid;
-      kit->seen().log.push_back(text.str());
-      if (onApply) onApply(item, cfg, keys, answer);
+  CfgManUpdates() {
+    configure = [this] {
+      cm->apply = [this](auto*, auto* item, auto& cfg, auto& keys, auto& answer) {
+        std::ostringstream text;
+        text << "apply " << item->id << std::hex;
+        for (const auto uid : keys) text << ' ' << uid;
+        kit->seen().log.push_back(text.str());
+        EXPECT_EQ(cm->curItem, item);
+        EXPECT_EQ(cm->curKeys, &keys);
+        if (onApply) onApply(item, cfg, keys, answer);
+      };
+      cm->applyItem = [](auto*, auto*, auto&, auto&) { ADD_FAILURE() << "apply goes before it"; };
     };
+    start(Kind::unordered);
   }
-  void update(message cfg, message state, vset<unsigned> keys, message request = {}) {
-    kit->seen().clear();
-    cm->scheduleUpdate(1, std::move(cfg), std::move(state), std::move(keys), std::move(request));
-    runAll();
-  }
-  /// What refusals must leave alone.
-  std::string everything() {
+  const nv::testkit::Recorder::Undo& undo() const { return kit->seen().undos.at(0); }
+  /// Every item's configuration along the order, and every record.
+  std::string state() {
     std::ostringstream all;
-    for (const auto [id, item] : cm->items) {
-      item->config.dump2(all, "", 0);
-      item->state.dump2(all, "", 0);
-    }
-    return all.str() + std::to_string(cm->alloc ? cm->alloc->unused() : 0) + " " + stored();
+    for (const auto item : *cm) item->config.dump2(all, "", 0);
+    kit->settle();
+    for (const auto& [id, record] : stores.records("items")) record.dump2(all << ' ' << id, "", 0);
+    return all.str();
   }
 
   std::function<void(CfgMan::Item*, message&, vset<unsigned>&, message&)> onApply;
@@ -46,92 +40,188 @@ class CfgManUpdates : public CfgManTest {
 constexpr auto refuse = [](CfgMan::Item*, message&, vset<unsigned>&, message& answer) {
   answer = nv::failedMsg("no");
 };
-
 message refusal(std::uint32_t id) { return nv::failedMsg("no").insert(key::objectId, id); }
 
 TEST_F(CfgManUpdates, TakeEffectInOrder) {
+  start(Kind::ordered);
   bool isPlain = true;
   cm->handler->subscribe({}, isPlain);
-  Hearer hearer(*cm, kit->seen());
-  ask(cmd::addObj, {{key::name, "a"}});
-  EXPECT_EQ(line(),
-            "apply 1 8fe0013 20fe0010, undo a added, notify 1, hear 1 8fe0013 20fe0010, store 1, "
-            "reply");
-  ask(cmd::setObj, {{key::objectId, 1}, {key::name, "a"}});
-  EXPECT_EQ(line(), "undo a changed, hear 1, reply");
-  ask(cmd::setObj, {{key::objectId, 1}, {key::stateFlag, false}});
-  EXPECT_EQ(line(), "undo a changed, notify 1, hear 1 fe0008, reply");
-  ask(cmd::removeObj, {{key::objectId, 1}});
-  EXPECT_EQ(line(), "apply 1 8fe0013, undo a removed, notify 1, hear 1 8fe0013, unstore 1, reply");
-  EXPECT_EQ(cm->find(1), nullptr);
-}
-
-TEST_F(CfgManUpdates, ObserversSeeBothSidesAndTheNewOneInTheItem) {
-  add({{key::name, "a"}});
-  Hearer hearer(*cm, kit->seen());
-  ask(cmd::setObj, {{key::objectId, 1}, {key::name, "b"}, {key::stateFlag, false}});
-  EXPECT_EQ(hearer.oldCfg.get(key::name), "a");
-  EXPECT_EQ(hearer.newCfg.get(key::name), "b");
-  EXPECT_EQ(hearer.inItem, hearer.newCfg);
-  EXPECT_TRUE(hearer.oldState.get(key::stateFlag));
-  EXPECT_FALSE(hearer.newState.get(key::stateFlag));
-  EXPECT_EQ(line(),
-            "apply 1 fe0008 20fe0010, undo b changed, hear 1 fe0008 20fe0010, store 1, reply");
-  ask(cmd::addObj);
-  EXPECT_EQ(hearer.oldCfg, message({{key::absent, 1}}));
-  EXPECT_EQ(hearer.oldState, message({{key::stateFlag, true}}));
-  ask(cmd::removeObj, {{key::objectId, 2}});
-  EXPECT_EQ(hearer.newCfg.get(key::absent), 1u);
-}
-
-TEST_F(CfgManUpdates, WhatIsStoredIsTheConfiguration) {
-  ask(cmd::addObj, {{key::name, "a"}, {key::stateFlag, false}, {key::startId, 4}});
-  const message record{{key::objectId, 1}, {key::name, "a"}, {key::absent, 0}};
-  ASSERT_EQ(kit->seen().storeOps.size(), 1u);
-  EXPECT_EQ(kit->seen().storeOps[0].record, record);
-  EXPECT_EQ(cm->find(1)->state, message({{key::stateFlag, false}}));
+  const Hearer hearer(*cm, kit->seen());
+  const struct {
+    message command;
+    const char *line, *order;  // in memory | on disk
+  } steps[] = {
+      {command(cmd::addObj, {{key::name, "a"}}),
+       "apply 1 8fe0013 20fe0010, undo a added, notify 1, hear 1 8fe0013 20fe0010, store "
+       "4294967294, store 1, reply",
+       "1 | head>1 1"},
+      {command(cmd::addObj, {{key::nextId, 1}}),
+       "apply 2 8fe0005 8fe0013, undo  added, notify 2, hear 2 8fe0005 8fe0013, store 4294967294, "
+       "store 2, reply",
+       "2 1 | head>2 1 2>1"},
+      {command(cmd::addObj, {{key::nextId, 99}}),
+       "apply 3 8fe0005 8fe0013, undo  added, notify 3, hear 3 8fe0005 8fe0013, store 4294967294, "
+       "store 3, reply",
+       "3 2 1 | head>3 1 2>1 3>99"},
+      {command(cmd::addObj, {{key::dynamic, true}}),
+       "apply 4 fe0007 8fe0013, notify 4, hear 4 fe0007 8fe0013, reply, notify 1, hear 1 8fe0005",
+       "3 2 1 4 | head>3 1 2>1 3>99"},
+      {command(cmd::setObj, {{key::objectId, 1}, {key::name, "a"}}),
+       "undo a changed, hear 1, reply", "3 2 1 4 | head>3 1 2>1 3>99"},
+      {command(cmd::setObj, {{key::objectId, 1}, {key::stateFlag, false}}),
+       "undo a changed, notify 1, hear 1 fe0008, reply", "3 2 1 4 | head>3 1 2>1 3>99"},
+      {command(cmd::moveObj, {{key::objectId, 3}}),
+       "apply 3 8fe0005, undo  changed, notify 3, hear 3 8fe0005, store 4294967294, store 1, store "
+       "3, reply, notify 4, hear 4 8fe0005",
+       "2 1 4 3 | head>2 1>3 2>1 3"},
+      {command(cmd::moveObj, {{key::objectId, 1}, {key::nextId, 2}}),
+       "apply 1 8fe0005, undo a changed, notify 1, hear 1 8fe0005, store 2, store 4294967294, "
+       "store 1, reply, notify 2, hear 2 8fe0005",
+       "1 2 4 3 | head>1 1>2 2>3 3"},
+      {command(cmd::moveObj, {{key::objectId, 1}, {key::nextId, 1}}),
+       "apply 1 8fe0005, undo a changed, notify 1, hear 1 8fe0005, store 1, reply",
+       "1 2 4 3 | head>1 1>2 2>3 3"},
+      {command(cmd::removeObj, {{key::objectId, 1}}),
+       "apply 1 8fe0013, undo a removed, notify 1, hear 1 8fe0013, store 4294967294, unstore 1, "
+       "reply",
+       "2 4 3 | head>2 2>3 3"},
+      {command(cmd::removeObj, {{key::objectId, 3}}),
+       "apply 3 8fe0013, undo  removed, notify 3, hear 3 8fe0013, store 2, unstore 3, reply, "
+       "notify 4, hear 4 8fe0005",
+       "2 4 | head>2 2"},
+  };
+  std::uint32_t added = 0;
+  for (const auto& step : steps) {
+    const bool isAdd = step.command.get(key::command) == cmd::addObj;
+    const auto id = isAdd ? ++added : step.command.get(key::objectId);
+    EXPECT_EQ(ask(step.command), message({{key::objectId, id}}));
+    EXPECT_EQ(line(), step.line);
+    EXPECT_EQ(ids() + " | " + stored(), step.order);
+  }
+  EXPECT_EQ(remove(1), nv::errorMsg(err::noSuchObject, ""));
+  EXPECT_EQ(line(), "reply");
   restart();
-  EXPECT_EQ(cm->find(1)->config, record);
-  EXPECT_EQ(cm->find(1)->state, message({{key::stateFlag, true}}));
-  EXPECT_EQ(line(), "");
+  EXPECT_EQ(ids(), "2");
+}
+
+TEST_F(CfgManUpdates, LeaveARecordOfWhatWasAndOfWhatWasNot) {
+  const Ids none{}, name{key::name.uid()}, text{key::cfgText.uid()};
+  const auto change = [](Fields fields) {
+    return command(cmd::setObj, fields).insert(key::objectId, 1);
+  };
+  const struct {
+    message command, undo;
+    const char* line;
+    unsigned request;
+  } rows[] = {
+      {command(cmd::addObj, {{key::name, "a"}}),
+       {{key::absent, 1}, {key::removals, name}, {key::command, cmd::removeObj}},
+       "apply 1 8fe0013 20fe0010, undo a added, store 1, reply",
+       cmd::addObj},
+      {change({{key::name, "b"}, {key::cfgText, "t"}}),
+       {{key::name, "a"}, {key::removals, text}, {key::command, cmd::setObj}},
+       "apply 1 20fe0009 20fe0010, undo b changed, store 1, reply",
+       cmd::setObj},
+      {change({{key::stateFlag, false}}),
+       {{key::removals, none}, {key::command, cmd::setObj}},
+       "undo b changed, reply",
+       cmd::setObj},
+      {command(cmd::moveObj, {{key::objectId, 1}}),
+       {{key::removals, Ids{key::nextId.uid()}}, {key::command, cmd::setObj}},
+       "apply 1 8fe0005, undo b changed, store 1, reply",
+       cmd::setObj},
+      {change({{key::removals, text}}),
+       {{key::cfgText, "t"}, {key::removals, none}, {key::command, cmd::setObj}},
+       "apply 1 20fe0009, undo b changed, store 1, reply",
+       cmd::setObj},
+      {change({{key::absent, 2}}),
+       {{key::name, "b"},
+        {key::nextId, kNoId},
+        {key::absent, 0},
+        {key::removals, none},
+        {key::command, cmd::addObj}},
+       "apply 1 8fe0013, undo b removed, unstore 1, reply",
+       cmd::removeObj},
+      {change({{key::absent, 0}}),
+       {{key::absent, 1}, {key::removals, none}, {key::command, cmd::removeObj}},
+       "apply 1 8fe0013, undo  added, store 1, reply",
+       cmd::addObj},
+  };
+  for (const auto& row : rows) {
+    ask(row.command);
+    EXPECT_EQ(line(), row.line);
+    EXPECT_EQ(undo().undo, message(row.undo).insert(key::objectId, 1));
+    auto request = row.command;
+    if (!request.has(key::removals)) request.insert(key::removals, {});
+    request.insert(key::requester, undo().request.get(key::requester));
+    EXPECT_EQ(undo().request, request.insert(key::command, row.request));
+  }
+}
+
+TEST_F(CfgManUpdates, ARecordSentBackRestoresConfigurationOrderAndStore) {
+  start(Kind::ordered);
+  for (const auto* name : {"a", "b", "c"}) add({{key::name, name}, {key::cfgText, name}});
+  const message changes[] = {
+      command(cmd::addObj, {{key::name, "d"}}),
+      command(cmd::addObj, {{key::nextId, 3}, {key::objectId, 70}}),
+      command(cmd::setObj, {{key::objectId, 2},
+                            {key::name, "z"},
+                            {key::cfgFlagD, true},
+                            {key::defaultCfg, message({{key::name, "q"}})},
+                            {key::removals, {key::cfgText.uid()}}}),
+      command(cmd::moveObj, {{key::objectId, 1}, {key::nextId, 3}}),
+      command(cmd::moveObj, {{key::objectId, 1}}),
+      command(cmd::moveObj, {{key::objectId, 2}, {key::nextId, 1}}),
+      command(cmd::removeObj, {{key::objectId, 1}}),
+      command(cmd::removeObj, {{key::objectId, 2}}),
+  };
+  for (const auto& change : changes) {
+    restart();
+    const auto before = state();
+    ask(change);
+    const auto undone = undo().undo;
+    const auto changed = state(), order = ids();
+    ASSERT_NE(changed, before) << ::testing::PrintToString(change);
+    restart();
+    EXPECT_EQ(state(), changed) << ::testing::PrintToString(change);
+    EXPECT_EQ(ids(), order);
+    ask(undone);
+    EXPECT_EQ(state(), before) << ::testing::PrintToString(change);
+  }
 }
 
 TEST_F(CfgManUpdates, KeysOfAnUpdateReachApplyButWhatItChangesThenIsNotKept) {
   add({{key::name, "a"}});
-  Hearer hearer(*cm, kit->seen());
-  onApply = [](auto*, message& cfg, vset<unsigned>& keys, auto&) {
+  const Hearer hearer(*cm, kit->seen());
+  onApply = [](auto* item, auto& cfg, auto& keys, auto&) {
+    EXPECT_FALSE(item->config.has(key::cfgText));
     cfg.insert(key::cfgText, "told");
     keys.insert(0x77);
   };
-  update({}, {}, {0x08000001});
+  kit->seen().clear();
+  update(1, {}, {0x08000001});
   EXPECT_EQ(line(), "apply 1 8000001, hear 1 77 8000001");
-  EXPECT_EQ(hearer.newCfg.get(key::cfgText), "told");
   EXPECT_FALSE(cm->find(1)->config.has(key::cfgText));
   // A change of configuration beside them keeps it.
-  update({{key::name, "b"}}, {}, {0x08000001});
+  kit->seen().clear();
+  update(1, {{key::name, "b"}}, {0x08000001});
   EXPECT_EQ(line(), "apply 1 8000001 20fe0010, hear 1 77 8000001 20fe0010, store 1");
-  kit->settle();
-  EXPECT_EQ(stores.get("items", 1), cm->find(1)->config);
   EXPECT_EQ(cm->find(1)->config.get(key::cfgText), "told");
 }
 
 TEST_F(CfgManUpdates, OriginTellsWhoAsked) {
-  const auto asked = [](std::optional<std::uint32_t> rights) {
-    message request{{key::command, cmd::setObj}, {key::requester, {7}}};
-    if (rights) request.insert(key::rights, *rights);
-    return request;
+  const auto asked = [](std::uint32_t rights) {
+    return command(cmd::setObj, {{key::requester, {7}}, {key::rights, rights}});
   };
   const struct {
     message request;
     std::uint32_t origin;
     const char* effects;
   } rows[] = {
-      {asked({}), CfgMan::kFromSystem, "undo x changed, store 1, reply"},
+      {{{key::requester, {7}}}, CfgMan::kFromSystem, "undo x changed, store 1, reply"},
       {asked(0x80000000), CfgMan::kFromSystem, "undo x changed, store 1, reply"},
-      {asked(0xffffffff), CfgMan::kFromSystem, "undo x changed, store 1, reply"},
       {asked(0), CfgMan::kFromUser, "undo x changed, store 1, reply"},
       {asked(0x7fffffff), CfgMan::kFromUser, "undo x changed, store 1, reply"},
-      {{{key::requester, {7}}}, CfgMan::kFromSystem, "undo x changed, store 1, reply"},
       {message(), CfgMan::kFromService, "store 1"},
       {{{key::rights, 0}}, CfgMan::kFromService, "store 1"},
       {{{key::command, 0}}, CfgMan::kFromStore, ""},
@@ -139,9 +229,11 @@ TEST_F(CfgManUpdates, OriginTellsWhoAsked) {
   };
   add({{key::name, "x"}});
   cm->apply = nullptr;
+  cm->applyItem = nullptr;
   unsigned turn = 0;
   for (const auto& row : rows) {
-    update({{key::cfgText, std::to_string(++turn)}}, {}, {}, row.request);
+    kit->seen().clear();
+    update(1, {{key::cfgText, std::to_string(++turn)}}, {}, row.request);
     EXPECT_EQ(cm->updateOrigin, row.origin) << turn;
     EXPECT_EQ(line(), row.effects) << turn;
     EXPECT_EQ(cm->find(1)->config.get(key::cfgText), std::to_string(turn));
@@ -150,82 +242,41 @@ TEST_F(CfgManUpdates, OriginTellsWhoAsked) {
 
 TEST_F(CfgManUpdates, RepliesGoTheWayTheRequestCame) {
   const nv::testkit::Requester who{{9, 4}, {}};
+  const auto expectReply = [&](const message& command, const message& answer) {
+    EXPECT_EQ(ask(command, who), answer);
+    EXPECT_EQ(kit->seen().replies[0].reply.get(key::route), who.route);
+  };
   onApply = [](auto*, auto&, auto&, message& answer) {
     EXPECT_EQ(answer, message({{key::route, {9, 4}}}));
     answer.insert(key::cfgText, "done");
   };
-  EXPECT_EQ(ask(cmd::addObj, {{key::name, "a"}}, who),
-            message({{key::objectId, 1}, {key::cfgText, "done"}}));
-  EXPECT_EQ(kit->seen().replies[0].reply.get(key::route), who.route);
+  expectReply(command(cmd::addObj), {{key::objectId, 1}, {key::cfgText, "done"}});
   onApply = refuse;
-  EXPECT_EQ(ask(cmd::setObj, {{key::objectId, 1}, {key::name, "b"}}, who), refusal(1));
-  EXPECT_EQ(kit->seen().replies[0].reply.get(key::route), who.route);
-  EXPECT_EQ(ask(cmd::setObj, {{key::objectId, 5}}, who), nv::errorMsg(err::noSuchObject, ""));
-  EXPECT_EQ(kit->seen().replies[0].reply.get(key::route), who.route);
-}
-
-TEST_F(CfgManUpdates, ARefusedChangeLeavesEverythingAsItWas) {
-  add({{key::name, "a"}});
-  std::optional<Hearer> hearer(std::in_place, *cm, kit->seen());
-  int cookie = 0;
-  const std::unique_ptr<CfgMan::Item> mine(cm->plant(false, &cookie).item());
-  const auto planted = mine->id;
-  const auto before = everything();
-  onApply = refuse;
-  const struct {
-    message command;
-    std::uint32_t id;
-  } rows[] = {
-      {command(cmd::addObj, {{key::name, "n"}}), 3},
-      {command(cmd::addObj, {{key::objectId, 70}}), 70},
-      {command(cmd::setObj, {{key::objectId, 1}, {key::name, "z"}, {key::stateFlag, false}}), 1},
-      {command(cmd::removeObj, {{key::objectId, 1}}), 1},
-      {command(cmd::addObj, {{key::objectId, planted}, {key::stateFlag, false}}), planted},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(ask(row.command), refusal(row.id));
-    EXPECT_EQ(line().find("undo"), std::string::npos);
-    EXPECT_EQ(line().find("hear"), std::string::npos);
-    EXPECT_EQ(everything(), before) << row.id;
-  }
-  hearer.reset();
-  stop();
+  expectReply(command(cmd::setObj, {{key::objectId, 1}, {key::name, "b"}}), refusal(1));
+  EXPECT_EQ(line(), "apply 1 20fe0010, reply");
+  expectReply(command(cmd::setObj, {{key::objectId, 5}}), nv::errorMsg(err::noSuchObject, ""));
 }
 
 TEST_F(CfgManUpdates, ARefusalByApplyItemTakesTheNewConfigurationOutAgain) {
   add({{key::name, "a"}});
-  cm->apply = nullptr;
   bool isRefused = true;
-  cm->applyItem = [&](CfgMan* manager, CfgMan::Item* item, vset<unsigned>& keys, message& answer) {
+  cm->apply = nullptr;
+  cm->applyItem = [&](auto* manager, auto* item, auto& keys, message& answer) {
     EXPECT_EQ(item->config.get(key::name), "b");
     EXPECT_EQ(manager->curItem, item);
     EXPECT_EQ(manager->curKeys, &keys);
     item->config.insert(key::cfgText, "added");
     if (isRefused) answer = nv::failedMsg("no");
   };
-  EXPECT_EQ(ask(cmd::setObj, {{key::objectId, 1}, {key::name, "b"}}), refusal(1));
+  EXPECT_EQ(set(1, {{key::name, "b"}}), refusal(1));
   EXPECT_EQ(cm->find(1)->config.get(key::name), "a");
   EXPECT_FALSE(cm->find(1)->config.has(key::cfgText));
-  EXPECT_EQ(cm->curItem, nullptr);
-  EXPECT_EQ(cm->curKeys, nullptr);
 
   isRefused = false;
-  ask(cmd::setObj, {{key::objectId, 1}, {key::name, "b"}});
+  set(1, {{key::name, "b"}});
   EXPECT_EQ(cm->find(1)->config.get(key::cfgText), "added");
   EXPECT_EQ(stored(), "1");
   EXPECT_EQ(stores.get("items", 1), cm->find(1)->config);
-}
-
-TEST_F(CfgManUpdates, ApplyGoesBeforeApplyItem) {
-  cm->applyItem = [this](auto*, auto*, auto&, auto&) { kit->seen().log.push_back("applyItem"); };
-  onApply = [this](CfgMan::Item* item, auto&, auto&, auto&) {
-    EXPECT_EQ(cm->curItem, item);
-    EXPECT_EQ(item->config, message({{key::absent, 1}}));
-    EXPECT_FALSE(item->state.get(key::stateFlag));  // merged before
-  };
-  add({{key::stateFlag, false}});
-  EXPECT_EQ(line(), "apply 1 fe0008 8fe0013, undo  added, store 1, reply");
-  EXPECT_EQ(cm->curItem, nullptr);
 }
 
 TEST_F(CfgManUpdates, ItemLinksLiveAsLongAsTheirConfiguration) {
@@ -234,30 +285,26 @@ TEST_F(CfgManUpdates, ItemLinksLiveAsLongAsTheirConfiguration) {
     EXPECT_TRUE(item->links.empty());
     EXPECT_EQ(item->about, nullptr);
     const auto name = std::to_string(++turn);
-    item->links.push_back(new Part(name, kit->seen()));
-    item->links.push_back(new Part(name + "b", kit->seen()));
+    for (const auto* part : {"", "b"}) item->links.push_back(new Part(name + part, kit->seen()));
     item->about = std::make_unique<std::vector<std::function<std::string()>>>();
     item->about->push_back([name] { return "about " + name; });
     if (turn == 3) answer = nv::failedMsg("no");
   };
-  const auto set = [&](const char* name) {
-    ask(cmd::setObj, {{key::objectId, 1}, {key::name, name}});
-    return line();
-  };
+  const auto rename = [&](const char* name) { return set(1, {{key::name, name}}), line(); };
   add({{key::name, "a"}});
-  EXPECT_EQ(set("b"), "apply 1 20fe0010, release 1, release 1b, undo b changed, store 1, reply");
-  EXPECT_EQ(set("c"), "apply 1 20fe0010, release 3, release 3b, reply");
+  EXPECT_EQ(rename("b"), "apply 1 20fe0010, release 1, release 1b, undo b changed, store 1, reply");
+  EXPECT_EQ(rename("c"), "apply 1 20fe0010, release 3, release 3b, reply");
   EXPECT_EQ(cm->find(1)->links.size(), 2u);
-  EXPECT_EQ(set("b"), "undo b changed, reply");  // nothing to apply
-  EXPECT_EQ(set("d"), "apply 1 20fe0010, release 2, release 2b, undo d changed, store 1, reply");
+  EXPECT_EQ(rename("b"), "undo b changed, reply");  // nothing to apply
+  EXPECT_EQ(rename("d"), "apply 1 20fe0010, release 2, release 2b, undo d changed, store 1, reply");
   EXPECT_EQ(ask(cmd::getObj, {{key::objectId, 1}}).get(key::about),
             std::vector<std::string>{"about 4"});
-  ask(cmd::removeObj, {{key::objectId, 1}});
+  remove(1);
   EXPECT_EQ(line(),
             "apply 1 8fe0013, release 4, release 4b, undo d removed, unstore 1, release 5, "
             "release 5b, reply");
   turn = 2;
-  ask(cmd::addObj);
+  add();
   EXPECT_EQ(line(), "apply 1 8fe0013, release 3, release 3b, reply");
 }
 

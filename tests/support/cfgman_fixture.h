@@ -1,10 +1,13 @@
 /// A process with one configuration manager, and the commands that a client sends to it.
 #pragma once
 
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -27,12 +30,18 @@ inline void PrintTo(const message& m, std::ostream* os) { m.dump2(*os, "", 0); }
 
 namespace test {
 
+namespace cmd = nv::cmd;
+namespace err = nv::err;
+namespace key = nv::key;
+using nv::kHeadId;
+using nv::kNoId;
+using nv::message;
+using Ids = std::vector<std::uint32_t>;
 using Fields = std::initializer_list<nv::field_value>;
 
-inline nv::message command(unsigned code, Fields fields = {}) {
-  nv::message m(fields);
-  m.insert(nv::key::command, code);
-  return m;
+inline message command(unsigned code, Fields fields = {}) {
+  message m(fields);
+  return std::move(m.insert(key::command, code));
 }
 
 /// `cm` has handler 5, the runner `tasks` of its own, and, from `start`, the store "items".
@@ -79,37 +88,50 @@ class CfgManTest : public ::testing::Test {
 
   /// Sends one command, lets it take effect, and returns the reply without its route; what else
   /// happened is in `line()` and `kit->seen()`.
-  nv::message ask(const nv::message& cmd, const nv::testkit::Requester& who = {}) {
+  message ask(const message& cmd, const nv::testkit::Requester& who = {}) {
     kit->seen().clear();
     send(cmd, who);
     runAll();
     return reply();
   }
-  nv::message ask(unsigned code, Fields fields = {}, const nv::testkit::Requester& who = {}) {
+  message ask(unsigned code, Fields fields = {}, const nv::testkit::Requester& who = {}) {
     return ask(command(code, fields), who);
   }
   /// Sends one command and runs no task.
-  void send(const nv::message& cmd, const nv::testkit::Requester& who = {}) {
+  void send(const message& cmd, const nv::testkit::Requester& who = {}) {
     kit->ask(*cm->handler, cmd, who);
   }
   /// The last reply without its route, empty when there is none.
-  nv::message reply() const {
+  message reply() const {
     if (kit->seen().replies.empty()) return {};
     auto last = kit->seen().replies.back().reply;
-    last.remove(nv::key::route);
+    last.remove(key::route);
     return last;
   }
-  std::uint32_t add(Fields fields = {}) {
-    return ask(nv::cmd::addObj, fields).get(nv::key::objectId);
+  std::uint32_t add(Fields fields = {}) { return ask(cmd::addObj, fields).get(key::objectId); }
+  message set(std::uint32_t id, message fields) {
+    return ask(fields.insert(key::command, cmd::setObj).insert(key::objectId, id));
+  }
+  message remove(std::uint32_t id) { return ask(cmd::removeObj, {{key::objectId, id}}); }
+  /// An update that the service makes itself.
+  void update(std::uint32_t id, message cfg, vset<unsigned> keys = {}, message request = {}) {
+    cm->scheduleUpdate(id, std::move(cfg), {}, std::move(keys), std::move(request));
+    runAll();
   }
   std::string line() const { return kit->seen().line(); }
 
-  /// The ids in iteration order, "3 1 2"; absent ones as "~4".
+  /// The ids in iteration order.
+  Ids iterated() const {
+    Ids all;
+    for (const auto* item : *cm) all.push_back(item->id);
+    return all;
+  }
+  /// The same as "3 1 2", absent ones as "~4".
   std::string ids() const {
     std::string all;
-    for (auto it = cm->begin(); it.item() != nullptr; it.next())
-      all += (all.empty() ? "" : " ") + std::string(it.item()->exists() ? "" : "~") +
-             std::to_string(it.item()->id);
+    for (const auto* item : *cm)
+      all += (all.empty() ? "" : " ") + std::string(item->exists() ? "" : "~") +
+             std::to_string(item->id);
     return all;
   }
   /// The records on disk with the id that each names, "head>3 1>2 2 3>1".
@@ -117,15 +139,14 @@ class CfgManTest : public ::testing::Test {
     kit->settle();
     std::string head, all;
     for (const auto& [id, record] : stores.records("items")) {
-      const auto next = record.get(nv::key::nextId, nv::kNoId);
-      const auto text = (id == nv::kHeadId ? "head" : std::to_string(id)) +
-                        (next == nv::kNoId ? "" : ">" + std::to_string(next));
-      if (id == nv::kHeadId)
-        head = text;
+      const auto next = record.get(key::nextId, kNoId);
+      const auto link = next == kNoId ? "" : ">" + std::to_string(next);
+      if (id == kHeadId)
+        head = "head" + link + " ";
       else
-        all += (all.empty() ? "" : " ") + text;
+        all += (all.empty() ? "" : " ") + std::to_string(id) + link;
     }
-    return head.empty() || all.empty() ? head + all : head + " " + all;
+    return head + all;
   }
 
   nv::testkit::MemoryStores stores;

@@ -50,15 +50,16 @@ struct Observed {
   nv::message oldCfg, newCfg, oldState, newState;
   vset<unsigned> keys;
   std::string defaultName;
+  bool operator==(const Observed&) const = default;
 };
 
+using Ids = std::vector<std::uint32_t>;
 /// Records by id.
 using Records = std::map<std::uint32_t, nv::message>;
 
-/// The ids that are to be loaded, in order, and the guard against damaged chains: what names no
-/// record is the end of a chain, no id comes twice, and what nothing led to comes last, ascending.
-/// Without the guard, an id can come twice, or never, or without having a record.
-std::vector<std::uint32_t> loadingOrderByRule(const Records& records, bool isGuarded);
+/// The name that a nameless object would get beside objects with these names: every one is looked
+/// at.
+std::string nextName(const std::string& prefix, const std::vector<std::string>& names);
 
 class CfgManModel {
  public:
@@ -79,7 +80,7 @@ class CfgManModel {
 
   CfgService service;
   std::map<std::uint32_t, Item> items;
-  std::vector<std::uint32_t> order, storeOrder;
+  Ids order, storeOrder;
   std::set<std::uint32_t> allocated;
   bool positionsValid = true;
   std::uint32_t updateOrigin = 0;
@@ -99,35 +100,17 @@ class CfgManModel {
   void updatePositions();
   std::string defaultName() const;
   /// The ids in iteration order.
-  std::vector<std::uint32_t> iterated() const;
+  Ids iterated() const;
 
  private:
-  struct Run;
+  class Run;
 
   std::optional<std::uint32_t> allocate();
-  void free(std::uint32_t id);
-  void run(Task task);
-
-  void noteOrigin(Run& run);
-  void mergeOwnKeys(Run& run);
-  bool createIfMissing(Run& run);
-  void giveName(Run& run);
-  void mergeState(Run& run);
-  void callApply(Run& run);
-  void rollBack(Run& run);
-  void publishUndo(Run& run);
-  void tellObservers(Run& run);
-  void placeAndStore(Run& run);
-  void place(Run& run);
-  void removeIfGone(Run& run);
-  void answer(const nv::message& request, nv::message reply);
-
+  void erase(std::uint32_t id);
+  void set(std::uint32_t id, const nv::message& record);
   void unlink(std::uint32_t id);
   void link(std::uint32_t id, std::uint32_t before, bool writes);
-  std::size_t placeInOrder(std::uint32_t before) const;
-  std::size_t placeInStoreOrder(std::uint32_t id, std::uint32_t before) const;
   void number(std::uint32_t id);
-  void set(std::uint32_t id, const nv::message& record);
 
   std::deque<Task> tasks_;
 };

@@ -10,45 +10,41 @@
 
 namespace test {
 
-/// Logs "hear <id>" with the keys that changed, and keeps what it saw last.
+/// Logs "hear <id>" with the keys that changed.
 class Hearer final : public CfgMan::Link {
  public:
-  Hearer(CfgMan& manager, nv::testkit::Recorder& log) : manager_(manager), log_(log) {
-    manager_.links.push_back(this);
+  Hearer(CfgMan& manager, nv::testkit::Recorder& log) : manager_(manager.watch()), log_(log) {
+    manager.links.push_back(this);
   }
-  ~Hearer() { std::erase(manager_.links, static_cast<CfgMan::Link*>(this)); }
+  ~Hearer() {
+    if (!manager_.gone()) std::erase(manager_.get()->links, static_cast<CfgMan::Link*>(this));
+  }
 
-  void update(CfgMan::Item* item, const nv::message& oldConfig, const nv::message& newConfig,
-              const nv::message& oldS, const nv::message& newS,
+  void update(CfgMan::Item* item, const message&, const message&, const message&, const message&,
               const vset<unsigned>& keys) override {
     std::ostringstream text;
     text << "hear " << item->id << std::hex;
     for (const auto uid : keys) text << ' ' << uid;
     log_.log.push_back(text.str());
-    oldCfg = oldConfig, newCfg = newConfig, oldState = oldS, newState = newS;
-    inItem = item->config;
     if (const auto call = then) call(item);
   }
   void print(std::ostream& os) override { os << "{hearer}"; }
 
-  nv::message oldCfg, newCfg, oldState, newState, inItem;
   /// Called in each update, when set.
   std::function<void(CfgMan::Item*)> then;
 
  private:
-  CfgMan& manager_;
+  CfgMan::Watch manager_;
   nv::testkit::Recorder& log_;
 };
 
 /// A subscription that asks `accepts`.
 class Filter : public CfgMan::Subscription {
  public:
-  using Accepts = std::function<bool(unsigned, const nv::message&)>;
-  Filter(const nv::message& req, std::uint32_t getFlags, Accepts test)
+  using Accepts = std::function<bool(unsigned, const message&)>;
+  Filter(const message& req, std::uint32_t getFlags, Accepts test)
       : Subscription(req, getFlags), accepts(std::move(test)) {}
-  bool interesting(unsigned id, const nv::message& msg) override {
-    return Accepts(accepts)(id, msg);
-  }
+  bool interesting(unsigned id, const message& msg) override { return Accepts(accepts)(id, msg); }
 
   Accepts accepts;
 };
