@@ -3,24 +3,22 @@
 #include "tests/support/getall_fixture.h"
 
 using namespace test;
-namespace cmd = nv::cmd;
-namespace key = nv::key;
-using nv::message;
 
 namespace {
 
 class GetallLife : public GetallTest {
  protected:
+  using End = std::function<void()>;
   struct Ending {
     const char* how;
-    std::function<void()> end;
+    End end;
   };
   /// What ends the first state and, some of it, others. Each leaves no state of route [5].
   std::vector<Ending> endings() {
     return {
         {"deleted", [this] { delete &state(); }},
         {"stopped", [this] { getall->handleCmd(stopRequest(kFirstState)); }},
-        {"gone", [this] { getall->handleCmd(stopRequest(nv::kNoId)); }},
+        {"gone", [this] { getall->handleCmd(stopRequest(kNoId)); }},
         {"service deleted", [this] { getall.reset(); }},
         {"deleted after the manager",
          [this] {
@@ -33,7 +31,7 @@ class GetallLife : public GetallTest {
     return {{key::command, cmd::stopGetAll}, {key::requester, Route{5}}, {key::startId, id}};
   }
   void drop() {
-    if (getall) getall->handleCmd(stopRequest(nv::kNoId));
+    if (getall) getall->handleCmd(stopRequest(kNoId));
   }
   void restartAll() {
     getall.reset();
@@ -42,57 +40,66 @@ class GetallLife : public GetallTest {
     getall = std::make_unique<TestGetall>();
     getall->setCm(cm.get());
   }
-  /// For each ending: opens a state, lets `arrange` put the ending where it belongs, and lets
-  /// `happen` lead there.
-  void forEachEnding(const std::function<void(const Ending&)>& arrange,
-                     const std::function<void()>& happen) {
-    for (const auto& ending : endings()) {
+  /// For each ending: opens a state and lets `happen` lead to the end.
+  void forEachEnding(const std::function<void(const End&)>& happen, bool mayEndManager = true) {
+    auto all = endings();
+    if (!mayEndManager) all.pop_back();
+    for (const auto& ending : all) {
       SCOPED_TRACE(ending.how);
       restartAll();
       open();
-      arrange(ending);
-      happen();
+      happen(ending.end);
       EXPECT_EQ(alive(), 0U);
       kit->advance(1000);
     }
   }
+  void endBeforeReply(const End& end) {
+    state().onReply = [end](message&) { end(); };
+  }
 };
 
-TEST_F(GetallLife, AStateEndsWithinMore) {
-  forEachEnding([&](const Ending& ending) { state().onMore = ending.end; },
-                [&] {
-                  askOn(1);
-                  EXPECT_EQ(told(), ">s1") << "only the older request was answered";
-                });
-}
-
-TEST_F(GetallLife, AStateEndsWithinBeforeReply) {
-  forEachEnding(
-      [&](const Ending& ending) { state().onReply = [end = ending.end](message&) { end(); }; },
-      [&] { EXPECT_EQ(toldAfter(100), "") << "the reply goes with the state"; });
-  forEachEnding(
-      [&](const Ending& ending) { state().onReply = [end = ending.end](message&) { end(); }; },
-      [&] {
-        askOn(1);
-        EXPECT_EQ(told(), "") << "so does the next request";
-      });
+TEST_F(GetallLife, AStateEndsWithinItsHooks) {
+  forEachEnding([&](const End& end) {
+    state().onMore = end;
+    askOn(1);
+    EXPECT_EQ(told(), ">s1") << "only the older request was answered";
+  });
+  forEachEnding([&](const End& end) {
+    endBeforeReply(end);
+    EXPECT_EQ(toldAfter(100), "") << "the reply goes with the state";
+  });
+  forEachEnding([&](const End& end) {
+    endBeforeReply(end);
+    askOn(1);
+    EXPECT_EQ(told(), "") << "so does the next request";
+  });
+  forEachEnding([&](const End& end) {
+    toldAfter(100);
+    askOn(1, {{key::maxPerReply, 1}});
+    state().addAll({1});
+    endBeforeReply(end);
+    state().addAll({2});
+    EXPECT_EQ(told(), "");
+  });
+  forEachEnding([&](const End& end) {
+    const nv::Timer timer(50, end);
+    kit->advance(50);
+  });
 }
 
 TEST_F(GetallLife, AStateEndsWithinItsReply) {
-  for (const bool asksAgain : {false, true})
-    for (const auto& ending : endings()) {
-      if (ending.how == std::string("deleted after the manager")) continue;
-      SCOPED_TRACE(ending.how);
-      restartAll();
-      open();
-      const OnReply watch(ending.end);
-      if (asksAgain)
-        askOn(1);
-      else
-        state().done();
-      EXPECT_EQ(told(), asksAgain ? ">s1" : ".");
-      EXPECT_EQ(alive(), 0U);
-    }
+  const auto askAgain = [&](const End& end) {
+    const OnReply watch(end);
+    askOn(1);
+    EXPECT_EQ(told(), ">s1");
+  };
+  const auto finish = [&](const End& end) {
+    const OnReply watch(end);
+    state().done();
+    EXPECT_EQ(told(), ".");
+  };
+  forEachEnding(askAgain, false);
+  forEachEnding(finish, false);
 }
 
 TEST_F(GetallLife, ARequestMadeWithinAReplyIsKept) {
@@ -124,34 +131,17 @@ TEST_F(GetallLife, ARequestMadeWithinBeforeReplyIsKept) {
   EXPECT_EQ(answered, (std::vector<std::uint32_t>{1, 2, 3}));
 }
 
-TEST_F(GetallLife, AStateEndsWithinATimerOrAnAdd) {
-  forEachEnding([&](const Ending&) {},
-                [&] {
-                  const nv::Timer timer(50, endings()[0].end);
-                  kit->advance(50);
-                });
-  for (const auto& ending : endings()) {
-    SCOPED_TRACE(ending.how);
-    restartAll();
-    open({{key::maxPerReply, 1}});
-    state().addAll({1});
-    state().onReply = [end = ending.end](message&) { end(); };
-    state().addAll({2});
-    EXPECT_EQ(alive(), 0U);
-  }
-}
-
 TEST_F(GetallLife, StatesEndWithinEachOthersDestructors) {
   const struct {
     const char* how;
-    std::function<void()> end;
+    End end;
   } cases[] = {
       {"delete the other", [] { delete TestState::alive.back(); }},
       {"drop the route", [this] { drop(); }},
       {"end the service", [this] { getall.reset(); }},
       {"end the manager", [this] { cm.reset(); }},
   };
-  const std::function<void()> beginnings[] = {
+  const End beginnings[] = {
       [this] { gone({5}); },
       [this] { stop(kFirstState); },
       [this] { kit->advance(100); },
@@ -199,7 +189,7 @@ TEST_F(GetallLife, AStateThatIsEndedMayStillAnswer) {
 // Service hooks that end what they are called for.
 
 TEST_F(GetallLife, TheServiceEndsWithinItsHooks) {
-  const std::function<void()> ends[] = {[this] { getall.reset(); }, [this] { cm.reset(); }};
+  const End ends[] = {[this] { getall.reset(); }, [this] { cm.reset(); }};
   const message commands[] = {command(cmd::getAll), command(cmd::getCount),
                               command(cmd::getObj, {{key::objectId, 1}}),
                               command(cmd::getObj, {{key::objectId, 2}})};

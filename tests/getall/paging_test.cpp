@@ -2,16 +2,11 @@
 #include "tests/support/getall_fixture.h"
 
 using namespace test;
-namespace cmd = nv::cmd;
-namespace err = nv::err;
-namespace key = nv::key;
-using nv::message;
 
 namespace {
 
 class GetallPaging : public GetallTest {
  protected:
-  using Asked = std::vector<std::uint32_t>;
   /// Makes a record of item `id` take `bytes` when it is sent.
   void pad(message& record, std::size_t bytes) {
     constexpr nv::raw_id padding{0x17};
@@ -32,18 +27,16 @@ TEST_F(GetallPaging, GoesThroughTheItemsAndThenOn) {
       {{{key::maxCount, 2}}, "1 2 >3", 0},
       {{{key::maxCount, 2}, {key::startId, 3}}, "3 4 >5", 0},
       {{{key::maxCount, 0}}, ">1", 0},
-      {{{key::maxCount, 0}, {key::startId, 4}}, ">4", 0},
       {{{key::startId, 6}}, "error 4", 0},
       {{{key::startId, kFirstState}}, "error 4", 0},
       {{{key::startId, 0}}, "error 4", 0},
       {{{key::maxCount, 5}}, "1 2 3 4 5 >s1", 1},  // the last page, though it is full
       {{{key::maxCount, 2}, {key::startId, 5}}, "5 >s2", 2},
-      {{{key::maxCount, 0xffffffff}}, "1 2 3 4 5 >s3", 3},
-      {{{key::maxCount, 4}, {key::maxPerReply, 1}}, "1 2 3 4 >5", 3},
-      {{{key::maxPerReply, 2}}, "1 2 >s4", 4},
-      {{{key::startId, kFirstState + 3}, {key::maxPerReply, 0}, {key::maxCount, 0}},
-       "3 4 5 >s4",
-       4},
+      {{{key::maxCount, 4}, {key::maxPerReply, 1}}, "1 2 3 4 >5", 2},
+      {{{key::maxPerReply, 2}}, "1 2 >s3", 3},
+      {{{key::startId, kFirstState + 2}, {key::maxPerReply, 0}, {key::maxCount, 0}},
+       "3 4 5 >s3",
+       3},
   };
   for (const auto& [fields, reply, statesMade] : cases) {
     open(fields);
@@ -53,11 +46,6 @@ TEST_F(GetallPaging, GoesThroughTheItemsAndThenOn) {
   }
   open({{key::startId, kFirstState}}, {6});
   EXPECT_EQ(told(), "error 4") << "another client's";
-}
-
-TEST_F(GetallPaging, AManagerWithoutItemsLeadsToAState) {
-  open();
-  EXPECT_EQ(toldAfter(100), ">s1");
 }
 
 TEST_F(GetallPaging, AStateIsFoundBeforeAnItemOfTheSameNumber) {
@@ -158,45 +146,38 @@ TEST_F(GetallPaging, AnswersForOneObject) {
   const auto getOne = [&](std::uint32_t id) { return ask(cmd::getObj, {{key::objectId, id}}); };
   EXPECT_EQ(getOne(1), cm->getMsg(cm->find(1), nv::kDefaultFlags));
   EXPECT_EQ(getOne(2), error);
-  EXPECT_EQ(getOne(2), getall->handleCmGet(2, 5));
   EXPECT_EQ(ask(cmd::getObj), error);
 
-  Asked missing;
+  Ids missing;
   getall->onAdjust = [](CfgMan::Iterator, message& record) { record.insert(key::name, "seen"); };
   getall->onMissing = [&](std::uint32_t id) {
     missing.push_back(id);
     return message{{key::objectId, id}, {key::absent, id == 8 ? 1U : 0U}};
   };
   EXPECT_EQ(getOne(1).get(key::name), "seen");
-  EXPECT_EQ(getall->handleCmGet(1, 5).get(key::name), "seen");
   EXPECT_FALSE(getall->handleCmGet(1, nv::kConfigOnlyBit).has(key::name));
   EXPECT_EQ(getOne(7), message({{key::objectId, 7}, {key::absent, 0}}));
   EXPECT_EQ(getOne(8), error);
-  EXPECT_EQ(ask(cmd::getObj), message({{key::objectId, nv::kNoId}, {key::absent, 0}}));
-  EXPECT_EQ(missing, (Asked{7, 8, nv::kNoId}));
+  EXPECT_EQ(ask(cmd::getObj), message({{key::objectId, kNoId}, {key::absent, 0}}));
+  EXPECT_EQ(missing, (Ids{7, 8, kNoId}));
   EXPECT_EQ(cm->handler->getObject(9, 5), message({{key::objectId, 9}, {key::absent, 0}}));
 }
 
 TEST_F(GetallPaging, AnswersTheCount) {
   addItems(2);
-  EXPECT_EQ(ask(cmd::getCount), message({{key::count, nv::kNoId}}));
-  EXPECT_EQ(cm->handler->objectCount(), nv::kNoId);
+  EXPECT_EQ(ask(cmd::getCount), message({{key::count, kNoId}}));
+  EXPECT_EQ(cm->handler->objectCount(), kNoId);
   getall->onCount = [](const message& request) { return request.empty() ? 4U : 3U; };
   EXPECT_EQ(ask(cmd::getCount), message({{key::count, 3}}));
   EXPECT_EQ(cm->handler->objectCount(), 4U);
-  EXPECT_EQ(getall->handleCmGet(nv::kNoId, 0), message({{key::count, 4}}));
 }
 
 TEST_F(GetallPaging, LeavesTheRestToTheManager) {
   EXPECT_EQ(ask(cmd::get), nv::errorMsg(err::badCommand, ""));
   EXPECT_EQ(ask(cmd::addObj, {{key::name, "a"}}), message({{key::objectId, 1}}));
-  EXPECT_EQ(ask(cmd::setObj, {{key::objectId, 1}, {key::name, "b"}}),
-            message({{key::objectId, 1}}));
-  EXPECT_EQ(cm->find(1)->config.get(key::name), "b");
-  EXPECT_EQ(ask(cmd::set, {{key::objectId, 9}}), nv::errorMsg(err::noSuchObject, ""));
+  EXPECT_EQ(set(9, {}), nv::errorMsg(err::noSuchObject, ""));
   EXPECT_EQ(ask(0x1234), nv::errorMsg(err::badCommand, ""));
-  const message plain{{key::command, cmd::addObj}};
-  EXPECT_FALSE(getall->handleCmd(plain));
+  EXPECT_FALSE(getall->handleCmd(command(cmd::addObj)));
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "message/equal.h"
 #include "message/field_ops.h"
 #include "message/merge.h"
 #include "message/stack.h"
@@ -39,10 +38,18 @@ keys someKeys(random_source& random) {
 /// Returns the keys that changed.
 keys apply(message& state, const message& update, const keys& over, message* undo = nullptr) {
   keys changed;
-  for (const unsigned uid : over) {
+  for (const unsigned uid : over)
     if (merge(state, update, &state, undo, uid)) changed.insert(uid);
-  }
   return changed;
+}
+
+bool says(const message& update, unsigned uid) {
+  return has(update, uid) || update.hasElem(key::removals, uid);
+}
+
+bool listsOnce(const message& update) {
+  const auto list = update.get(key::removals);
+  return keys(list.begin(), list.end()).size() == list.size();
 }
 
 /// The message that holds of `m` the one field alone.
@@ -69,25 +76,21 @@ TEST(MergeProperty, AnUpdateLeavesWhatItSaysAndTellsWhatItChanged) {
     const message update = someUpdate(random);
     const keys over = someKeys(random);
     message expected = before;
-    for (const unsigned uid : over) {
-      if (has(update, uid) || update.hasElem(key::removals, uid)) copy(&expected, update, uid);
-    }
+    for (const unsigned uid : over)
+      if (says(update, uid)) copy(&expected, update, uid);
     message after = before;
     const keys changed = apply(after, update, over);
     ASSERT_EQ(after, expected);
-    for (const unsigned uid : over) {
+    for (const unsigned uid : over)
       ASSERT_EQ(changed.contains(uid), alone(before, uid) != alone(after, uid)) << uid;
-    }
   });
 }
 
 TEST(MergeProperty, UndosMergedBackInReverseRestoreEachState) {
   forManyRuns([](random_source& random) {
     struct step {
-      message before;
-      message undo;
-      keys over;
-      keys changed;
+      message before, undo;
+      keys over, changed;
     };
     std::vector<step> steps;
     message state = random.someMessage(20, kIds);
@@ -118,8 +121,7 @@ TEST(StackProperty, AStackedUpdateDoesWhatTheTwoDoInTurn) {
     apply(inTurn, second, over);
     apply(state, stacked, over);
     ASSERT_EQ(state, inTurn);
-    const auto list = stacked.get(key::removals);
-    ASSERT_EQ(keys(list.begin(), list.end()).size(), list.size()) << "listed twice";
+    ASSERT_TRUE(listsOnce(stacked));
   });
 }
 
@@ -133,32 +135,12 @@ TEST(RemergeProperty, AnUpdateThenLeadsToTheCompleteMessageWhereverItSaysSomethi
 
     message state = random.someMessage(20, kIds);
     message expected = state;
-    for (const unsigned uid : over) {
-      const bool said = has(first, uid) || first.hasElem(key::removals, uid);
-      if (said || has(complete, uid)) copy(&expected, complete, uid);
-    }
+    for (const unsigned uid : over)
+      if (says(first, uid) || has(complete, uid)) copy(&expected, complete, uid);
     apply(state, update, over);
     ASSERT_EQ(state, expected);
-    const auto list = update.get(key::removals);
-    ASSERT_EQ(keys(list.begin(), list.end()).size(), list.size()) << "listed twice";
+    ASSERT_TRUE(listsOnce(update));
   });
-}
-
-TEST(EqualProperty, FieldsAreEqualWhenTheMessagesOfThemAloneAre) {
-  int equal = 0;
-  forManyRuns([&](random_source& random) {
-    const message a = random.someMessage(30, kIds);
-    message b = random.someMessage(30, kIds);
-    for (const unsigned uid : someKeys(random)) copy(&b, a, uid);
-    for (unsigned n = 0; n < 40; ++n) {
-      const unsigned uid = random.uid(kIds);
-      const bool same = alone(a, uid) == alone(b, uid);
-      equal += same ? 1 : 0;
-      ASSERT_EQ(isEqual(a, b, uid), same) << uid;
-      ASSERT_EQ(isEqual(b, a, uid), same) << uid;
-    }
-  });
-  EXPECT_GT(equal, kRuns) << "both answers are tried";
 }
 
 }  // namespace

@@ -94,15 +94,6 @@ inline const std::vector<sample>& samples() {
   return all;
 }
 
-/// UIds of the small field of every tag that names no type.
-inline std::vector<unsigned> uidsOfNoType() {
-  std::vector<unsigned> all;
-  for (unsigned top = 0; top < 32; ++top) {
-    if ((top & 15) > 6) all.push_back(top << 27 | 0x5a);
-  }
-  return all;
-}
-
 /// A message that holds a field of every type under the id of the samples.
 inline message everyType(held value) {
   message all;

@@ -21,9 +21,7 @@ struct saying {
 };
 
 struct combining {
-  saying dst;
-  saying src;
-  saying result;
+  saying dst, src, result;
 };
 
 using combiner = void (*)(message*, const message&, unsigned);
@@ -49,23 +47,16 @@ void check(combiner combine, const std::vector<combining>& rows) {
 TEST(Stack, DoesWhatTheTwoUpdatesDoOneAfterTheOther) {
   check(stack, {
                    // A value of the later update wins, and what was listed is listed no more.
-                   {{kNone, {}}, {kA, {}}, {kA, {}}},
                    {{kB, {}}, {kA, {}}, {kA, {}}},
                    {{kB, {kOwn, kOther}}, {kA, {}}, {kA, {kOther}}},
                    {{kNone, {kOther, kOwn, kBits}}, {kA, {kOwn}}, {kA, {kOther, kBits}}},
-                   {{kNone, {kBits}}, {held::zero, {kOwn}}, {held::zero, {kBits}}},
                    // A removal wins, and is remembered also where nothing was held.
-                   {{kNone, {}}, {kNone, {kOwn}}, {kNone, {kOwn}}},
                    {{kB, {}}, {kNone, {kOther, kOwn}}, {kNone, {kOwn}}},
-                   {{kB, {kOther}}, {kNone, {kOwn}}, {kNone, {kOther, kOwn}}},
                    {{kNone, {kOwn, kOther}}, {kNone, {kOwn}}, {kNone, {kOwn, kOther}}},
-                   {{kB, {kOwn}}, {kNone, {kOwn}}, {kNone, {kOwn}}},
                    {{kNone, {kBits}}, {kNone, {kOwn}}, {kNone, {kBits, kOwn}}},
                    // A field that is not mentioned stays as it is.
-                   {{kNone, {}}, {kNone, {}}, {kNone, {}}},
                    {{kB, {}}, {kNone, {kBits}}, {kB, {}}},
                    {{kB, {kOwn}}, {kNone, {listed::otherTag}}, {kB, {kOwn}}},
-                   {{kNone, {kOwn}}, {kNone, {kOther}}, {kNone, {kOwn}}},
                });
 }
 
@@ -77,11 +68,8 @@ TEST(Remerge, MakesAnUpdateAgreeWithACompleteMessage) {
                      {{kB, {kBits, kOwn}}, {kA, {}}, {kA, {kBits}}},
                      // Lost, if it was held.
                      {{kB, {}}, {kNone, {}}, {kNone, {kOwn}}},
-                     {{held::zero, {kOther}}, {kNone, {}}, {kNone, {kOther, kOwn}}},
-                     {{kB, {kOwn}}, {kNone, {kOwn}}, {kNone, {kOwn}}},
                      {{kB, {kBits}}, {kNone, {}}, {kNone, {kBits, kOwn}}},
                      // In neither: whatever either lists stays as it is.
-                     {{kNone, {}}, {kNone, {}}, {kNone, {}}},
                      {{kNone, {}}, {kNone, {kOwn}}, {kNone, {}}},
                      {{kNone, {kOwn}}, {kNone, {}}, {kNone, {kOwn}}},
                  });

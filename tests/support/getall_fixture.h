@@ -16,7 +16,7 @@
 
 namespace test {
 
-using Route = std::vector<std::uint32_t>;
+using Route = Ids;
 inline constexpr std::uint32_t kFirstState = 0xfffff001;
 
 /// A state that does what its test says. Its number counts the states of a test from 1.
@@ -30,45 +30,45 @@ struct TestState : GetallState {
     ++asked;
     if (onMore) std::exchange(onMore, nullptr)();
   }
-  void beforeReply(nv::message& reply) override {
+  void beforeReply(message& reply) override {
     if (onReply) std::exchange(onReply, nullptr)(reply);
   }
   /// Adds records that hold their numbers.
   void addAll(std::initializer_list<unsigned> numbers) {
-    for (const auto n : numbers) add(nv::message{{nv::key::objectId, n}}.flat());
+    for (const auto n : numbers) add(message{{key::objectId, n}}.flat());
   }
   void addSized(std::size_t bytes) { add(nv::flat_message(std::vector<unsigned char>(bytes))); }
 
   unsigned asked = 0;
   std::function<void()> onMore, onDelete;       // the first, once
-  std::function<void(nv::message&)> onReply;    // once
+  std::function<void(message&)> onReply;        // once
   static inline std::vector<TestState*> alive;  // the oldest first
 };
 
 /// A service that makes such states and whose other answers a test sets.
 struct TestGetall : StatefulGetall {
-  GetallState* newState(const nv::message&) override {
+  GetallState* newState(const message&) override {
     ++made;
     return onNewState ? onNewState() : new TestState;
   }
-  std::uint32_t count(const nv::message& request) override {
+  std::uint32_t count(const message& request) override {
     return onCount ? onCount(request) : StatefulGetall::count(request);
   }
-  nv::message getMissing(std::uint32_t id) override {
+  message getMissing(std::uint32_t id) override {
     return onMissing ? onMissing(id) : StatefulGetall::getMissing(id);
   }
-  void adjust(CfgMan::Iterator it, nv::message& record) override {
+  void adjust(CfgMan::Iterator it, message& record) override {
     if (onAdjust) onAdjust(it, record);
   }
-  bool isVisible(CfgMan::Iterator it, std::uint32_t flags, const nv::message& request) override {
+  bool isVisible(CfgMan::Iterator it, std::uint32_t flags, const message& request) override {
     return onVisible ? onVisible(it) : StatefulGetall::isVisible(it, flags, request);
   }
 
   unsigned made = 0;
   std::function<GetallState*()> onNewState;
-  std::function<std::uint32_t(const nv::message&)> onCount;
-  std::function<nv::message(std::uint32_t)> onMissing;
-  std::function<void(CfgMan::Iterator, nv::message&)> onAdjust;
+  std::function<std::uint32_t(const message&)> onCount;
+  std::function<message(std::uint32_t)> onMissing;
+  std::function<void(CfgMan::Iterator, message&)> onAdjust;
   std::function<bool(CfgMan::Iterator)> onVisible;
 };
 
@@ -90,17 +90,17 @@ class GetallTest : public CfgManTest {
     told();
   }
   void open(Fields fields = {}, const Route& from = {5}) {
-    send(command(nv::cmd::getAll, fields), {from, {}});
+    send(command(cmd::getAll, fields), {from, {}});
   }
   /// Asks on at a state of the route, 1 being the first, or an item.
   void askOn(unsigned state, Fields fields = {}, const Route& from = {5}) {
-    auto request = command(nv::cmd::getAll, fields);
-    send(request.insert(nv::key::startId, kFirstState + state - 1), {from, {}});
+    auto request = command(cmd::getAll, fields);
+    send(request.insert(key::startId, kFirstState + state - 1), {from, {}});
   }
   void stop(std::uint32_t stateId, const Route& from = {5}) {
-    send(command(nv::cmd::stopGetAll, {{nv::key::startId, stateId}}), {from, {}});
+    send(command(cmd::stopGetAll, {{key::startId, stateId}}), {from, {}});
   }
-  void gone(const Route& route) { send(command(nv::cmd::routeGone), {route, {}}); }
+  void gone(const Route& route) { send(command(cmd::routeGone), {route, {}}); }
   /// The oldest state but `k` others.
   TestState& state(unsigned k = 0) { return *TestState::alive.at(k); }
   std::size_t alive() const { return TestState::alive.size(); }
@@ -117,22 +117,21 @@ class GetallTest : public CfgManTest {
     kit->advance(milliseconds);
     return told();
   }
-  static std::string textOf(const nv::message& reply) {
+  static std::string textOf(const message& reply) {
     unsigned code = 0;
     if (nv::isError(reply, &code, nullptr)) return "error " + std::to_string(code & 0xff);
-    if (!reply.has(nv::key::objects))
-      return reply.has(nv::key::count) ? "count " + std::to_string(reply.get(nv::key::count))
-                                       : "other";
+    if (!reply.has(key::objects))
+      return reply.has(key::count) ? "count " + std::to_string(reply.get(key::count)) : "other";
     std::string text;
-    for (const auto& record : reply.get(nv::key::objects))
-      text += (record.size() > 100 ? "long" : idText(nv::message(record))) + " ";
-    const auto next = reply.get(nv::key::startId, nv::kNoId);
-    if (next == nv::kNoId) return text + ".";
+    for (const auto& record : reply.get(key::objects))
+      text += (record.size() > 100 ? "long" : idText(message(record))) + " ";
+    const auto next = reply.get(key::startId, kNoId);
+    if (next == kNoId) return text + ".";
     return text + (next < kFirstState ? ">" + std::to_string(next)
                                       : ">s" + std::to_string(next - kFirstState + 1));
   }
-  static std::string idText(const nv::message& record) {
-    return std::to_string(record.get(nv::key::objectId));
+  static std::string idText(const message& record) {
+    return std::to_string(record.get(key::objectId));
   }
 
   std::unique_ptr<TestGetall> getall = std::make_unique<TestGetall>();
@@ -143,7 +142,7 @@ class OnReply : public nv::Observer {
  public:
   explicit OnReply(std::function<void()> then) : then_(std::move(then)) { nv::setObserver(this); }
   ~OnReply() override { nv::setObserver(before_); }
-  void reply(const nv::message& request, const nv::message& reply) override {
+  void reply(const message& request, const message& reply) override {
     before_->reply(request, reply);
     if (then_) std::exchange(then_, nullptr)();
   }
