@@ -56,13 +56,13 @@ class Process {
 
   std::vector<std::uint32_t> order() {
     std::vector<std::uint32_t> ids;
-    for (const auto* item : ItemRange{manager_}) ids.push_back(item->id);
+    for (const auto* item : manager_) ids.push_back(item->id);
     return ids;
   }
   /// What must survive the process.
   std::map<std::uint32_t, std::string> storedTexts() {
     std::map<std::uint32_t, std::string> all;
-    for (const auto* item : ItemRange{manager_})
+    for (const auto* item : manager_)
       if (item->store) all[item->id] = item->config.get(kText);
     return all;
   }
@@ -74,12 +74,6 @@ class Process {
   }
 
  private:
-  struct ItemRange {
-    CfgMan& manager;
-    CfgMan::Iterator begin() const { return manager.begin(); }
-    CfgMan::Iterator end() const { return manager.end(); }
-  };
-
   testkit::Kit kit_;
   CfgMan::RunTask tasks_;
   CfgMan manager_;

@@ -3,8 +3,6 @@
 // Whatever happens, a request has at most one answer, and the records of a state arrive in order,
 // without a gap.
 #include <algorithm>
-#include <array>
-#include <cstdlib>
 #include <map>
 #include <memory>
 #include <set>
@@ -14,6 +12,8 @@
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
 #include "cfgman/run_task.h"
+#include "fuzz/input.h"
+#include "fuzz/require.h"
 #include "getall/getall_state.h"
 #include "getall/stateful_getall.h"
 #include "platform/commands.h"
@@ -22,16 +22,13 @@
 namespace {
 
 using namespace nv;
+using fuzz::require;
 
 constexpr u32_id kRequestNumber{0x11};
 constexpr u32_id kStateNumber{0x12};
 constexpr u32_id kRecordNumber{0x13};
 constexpr raw_id kPadding{0x14};
 constexpr std::uint32_t kFirstState = 0xfffff001;
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 class Process;
 
@@ -40,7 +37,7 @@ class State : public GetallState {
   explicit State(Process& process);
   ~State() override;
   void more() override;
-  void beforeReply(message& reply) override;
+  void beforeReply(message&) override;
   void addOne(std::size_t bytes) {
     message record{{kStateNumber, number_}, {kRecordNumber, added_++}};
     if (bytes != 0) record.insert(kPadding, std::vector<unsigned char>(bytes));
@@ -67,27 +64,22 @@ class Service : public StatefulGetall {
 
 class Process {
  public:
-  Process(const unsigned char* data, std::size_t size) : bytes_(data, size) {
+  explicit Process(fuzz::Input input) : input_(input) {
     manager_->setHandler(5);
     service_->setCm(manager_.get());
   }
   void run() {
-    while (!bytes_.empty() && service_) step();
+    while (!input_.empty() && service_) step(byte());
     kit_.advance(1000);
     checkReplies();
     service_.reset();
   }
 
-  unsigned byte() {
-    if (bytes_.empty()) return 0;
-    const unsigned value = bytes_[0];
-    bytes_ = bytes_.subspan(1);
-    return value;
-  }
+  unsigned byte() { return input_.byte(); }
   /// Something that a hook of the service does, mostly nothing.
   void act() {
     const auto what = byte();
-    if (what >= 128 || depth_ > 4 || bytes_.empty()) return;
+    if (what >= 128 || depth_ > 4 || input_.empty()) return;
     ++depth_;
     step(what);
     --depth_;
@@ -107,7 +99,6 @@ class Process {
  private:
   using Route = std::vector<std::uint32_t>;
 
-  void step() { step(byte()); }
   void step(unsigned what) {
     switch (what % 10) {
       case 0:
@@ -124,8 +115,8 @@ class Process {
   }
 
   Route route() {
-    static const std::array<Route, 5> routes{{{5}, {5, 1}, {5, 1, 2}, {6}, {}}};
-    return routes[byte() % routes.size()];
+    static const Route routes[] = {{5}, {5, 1}, {5, 1, 2}, {6}, {}};
+    return routes[byte() % std::size(routes)];
   }
   State* anyState() { return states.empty() ? nullptr : states[byte() % states.size()]; }
   /// An item, a state, or the beginning.
@@ -209,7 +200,7 @@ class Process {
     }
   }
 
-  byte_view bytes_;
+  fuzz::Input input_;
   testkit::MemoryStores stores_;
   testkit::Kit kit_{stores_};
   CfgMan::RunTask tasks_;
@@ -244,6 +235,6 @@ GetallState* Service::newState(const message&) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-  Process(data, size).run();
+  Process(fuzz::Input(data, size)).run();
   return 0;
 }
