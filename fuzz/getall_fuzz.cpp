@@ -30,39 +30,44 @@ constexpr u32_id kRecordNumber{0x13};
 constexpr raw_id kPadding{0x14};
 constexpr std::uint32_t kFirstState = 0xfffff001;
 
-class Process;
-
-class State : public GetallState {
- public:
-  explicit State(Process& process);
-  ~State() override;
-  void more() override;
-  void beforeReply(message&) override;
-  void addOne(std::size_t bytes) {
-    message record{{kStateNumber, number_}, {kRecordNumber, added_++}};
-    if (bytes != 0) record.insert(kPadding, std::vector<unsigned char>(bytes));
-    add(record.flat());
-  }
-
-  /// Deleted by the service itself, the destructor must not end this state another time.
-  bool isQuiet = false;
-
- private:
-  Process& process_;
-  const std::uint32_t number_;
-  std::uint32_t added_ = 0;
-};
-
-class Service : public StatefulGetall {
- public:
-  explicit Service(Process& process) : process_(process) {}
-  GetallState* newState(const message&) override;
-
- private:
-  Process& process_;
-};
-
 class Process {
+  class State : public GetallState {
+   public:
+    explicit State(Process& process) : process_(process), number_(++process.statesMade_) {
+      process_.states_.push_back(this);
+    }
+    ~State() override {
+      std::erase(process_.states_, this);
+      if (!isQuiet) process_.act();
+    }
+    void more() override { process_.act(); }
+    void beforeReply(message&) override { process_.actBeforeReply(); }
+    void addOne(std::size_t bytes) {
+      message record{{kStateNumber, number_}, {kRecordNumber, added_++}};
+      if (bytes != 0) record.insert(kPadding, std::vector<unsigned char>(bytes));
+      add(record.flat());
+    }
+
+    /// Deleted by the service itself, the destructor must not end this state another time.
+    bool isQuiet = false;
+
+   private:
+    Process& process_;
+    const std::uint32_t number_;
+    std::uint32_t added_ = 0;
+  };
+
+  struct Service : StatefulGetall {
+    explicit Service(Process& of) : process(of) {}
+    GetallState* newState(const message&) override {
+      auto& world = process;  // which outlives this
+      auto* const made = world.byte() < 250 ? new State(world) : nullptr;
+      world.act();
+      return world.isAlive(made) ? made : nullptr;
+    }
+    Process& process;
+  };
+
  public:
   explicit Process(fuzz::Input input) : input_(input) {
     manager_->setHandler(5);
@@ -75,6 +80,7 @@ class Process {
     service_.reset();
   }
 
+ private:
   unsigned byte() { return input_.byte(); }
   /// Something that a hook of the service does, mostly nothing.
   void act() {
@@ -93,10 +99,6 @@ class Process {
     isSilent_ = before;
   }
 
-  std::vector<State*> states;
-  std::uint32_t statesMade = 0;
-
- private:
   using Route = std::vector<std::uint32_t>;
 
   void step(unsigned what) {
@@ -118,7 +120,7 @@ class Process {
     static const Route routes[] = {{5}, {5, 1}, {5, 1, 2}, {6}, {}};
     return routes[byte() % std::size(routes)];
   }
-  State* anyState() { return states.empty() ? nullptr : states[byte() % states.size()]; }
+  State* anyState() { return states_.empty() ? nullptr : states_[byte() % states_.size()]; }
   /// An item, a state, or the beginning.
   std::uint32_t anyStart() {
     const auto value = byte();
@@ -181,7 +183,7 @@ class Process {
     checkReplies();
   }
   bool isAlive(const State* state) const {
-    return std::find(states.begin(), states.end(), state) != states.end();
+    return std::find(states_.begin(), states_.end(), state) != states_.end();
   }
 
   void checkReplies() {
@@ -208,29 +210,12 @@ class Process {
   std::unique_ptr<Service> service_ = std::make_unique<Service>(*this);
   unsigned depth_ = 0;
   bool isSilent_ = false;
-  std::uint32_t requests_ = 0;
+  std::vector<State*> states_;
+  std::uint32_t statesMade_ = 0, requests_ = 0;
   std::size_t seen_ = 0;
   std::set<std::uint32_t> answered_;
   std::map<std::uint32_t, std::uint32_t> next_;  // record expected of each state
 };
-
-State::State(Process& process) : process_(process), number_(++process.statesMade) {
-  process_.states.push_back(this);
-}
-State::~State() {
-  process_.states.erase(std::find(process_.states.begin(), process_.states.end(), this));
-  if (!isQuiet) process_.act();
-}
-void State::more() { process_.act(); }
-void State::beforeReply(message&) { process_.actBeforeReply(); }
-
-GetallState* Service::newState(const message&) {
-  auto& process = process_;
-  auto* const made = process.byte() < 250 ? new State(process) : nullptr;
-  process.act();
-  const auto& all = process.states;
-  return std::find(all.begin(), all.end(), made) == all.end() ? nullptr : made;
-}
 
 }  // namespace
 

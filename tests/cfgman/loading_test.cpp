@@ -3,10 +3,8 @@
 #include <set>
 #include <vector>
 
-#include "tests/support/captured_output.h"
 #include "tests/support/cfgman_fixture.h"
 #include "tests/support/cfgman_model.h"
-#include "tests/support/cfgman_verify.h"
 #include "tests/support/random.h"
 
 using namespace test;
@@ -154,7 +152,6 @@ class CfgManCutOff : public CfgManLoading {
   }
 
   Records whole;
-  CapturedOutput failures;
 };
 
 const message kChanges[] = {
@@ -187,21 +184,6 @@ TEST_F(CfgManCutOff, LosesNoItemAfterAnyNumberOfStoreOperations) {
     }
     startOn(records);
     expectAllBack(change);
-  }
-}
-
-TEST_F(CfgManCutOff, LosesNoItemWhenThePowerFailsInACommit) {
-  for (const auto& change : kChanges) {
-    for (unsigned kept = 0; kept < 5; ++kept) {
-      SCOPED_TRACE(::testing::PrintToString(change) + std::to_string(kept));
-      startOn(whole);
-      kit->engine().cutAfter(kept);
-      ask(change);
-      kit->settle();
-      restart();
-      EXPECT_TRUE(verify(*cm));
-      expectAllBack(change);
-    }
   }
 }
 

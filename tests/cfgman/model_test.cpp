@@ -5,7 +5,6 @@
 
 #include "tests/support/cfgman_fixture.h"
 #include "tests/support/cfgman_model.h"
-#include "tests/support/cfgman_verify.h"
 #include "tests/support/random.h"
 
 using namespace test;
@@ -102,8 +101,6 @@ class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInter
     made.ordered = GetParam();
     made.hook = static_cast<CfgService::Hook>(random.below(3));
     made.hasExternalIds = once(3);
-    made.makesNames = once(8);
-    made.describes = once(3);
     made.namePrefix = oneOf(prefixes);
     if (once(4)) made.defcfg = {{key::cfgFlagA, true}, {key::name, "default"}, {key::objectId, 3}};
     if (!once(3)) made.maxId = kMaxId;
@@ -131,8 +128,6 @@ class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInter
     cm->namePrefix = service.namePrefix;
     cm->defcfg = service.defcfg;
     cm->setAllocator(1, service.maxId);
-    if (service.describes) cm->describe = CfgService::describe;
-    if (service.makesNames) cm->makeName = [] { return "made"; };
     if (service.hasExternalIds)
       cm->isExternalId = [service](std::uint32_t id) { return service.isExternal(id); };
     if (service.hook == CfgService::Hook::apply)

@@ -1,7 +1,5 @@
 // Default names, and the numbers of places.
 #include "tests/support/cfgman_fixture.h"
-#include "tests/support/cfgman_model.h"
-#include "tests/support/random.h"
 
 using namespace test;
 
@@ -68,40 +66,6 @@ TEST_F(CfgManNames, AreGivenToWhatHasNoneAndShallHaveOne) {
   EXPECT_EQ(nameOf(1), "vlan2") << "the old name counts until the change is done";
   cm->makeName = [] { return ""; };
   EXPECT_TRUE(cm->find(add())->config.has(key::name));
-}
-
-TEST_F(CfgManNames, FollowRandomRenamesMovesAndRemovals) {
-  Random random;
-  SCOPED_TRACE(random.seed());
-  const std::string prefixes[] = {"v", "v", "v", "v1", "v9", ""};
-  const auto anyName = [&] {
-    std::string digits;
-    for (auto count = random.below(5); count > 0; --count)
-      digits += random.below(30) == 0 ? 'x'
-                : random.below(2)     ? '9'
-                                      : "0123456789"[random.below(10)];
-    return "v" + digits;
-  };
-  start(Kind::ordered);
-  for (int step = 0; step < 5000 && !HasFailure(); ++step) {
-    const auto id = 1 + random.below(30);
-    switch (random.below(12)) {
-      case 0: cm->namePrefix = prefixes[random.below(6)]; break;
-      case 1: restart(); break;
-      case 2: ask(cmd::moveObj, {{key::objectId, id}, {key::nextId, 1 + random.below(30)}}); break;
-      case 3:
-      case 4:
-      case 5: remove(id); break;
-      case 6: set(id, {{key::removals, {key::name.uid()}}}); break;
-      case 7: add(); break;
-      case 8: add({{key::name, anyName()}, {key::dynamic, true}}); break;
-      case 9: add({{key::objectId, id}, {key::name, anyName()}, {key::nextId, 1}}); break;
-      default: set(id, {{key::name, anyName()}});
-    }
-    std::vector<std::string> names;
-    for (const auto& [_, item] : cm->items) names.push_back(item->config.get(key::name));
-    EXPECT_EQ(cm->generateDefaultName(), nextName(cm->namePrefix, names)) << "step " << step;
-  }
 }
 
 // The numbers of places.

@@ -70,6 +70,8 @@ TEST_F(CfgManUpdates, TakeEffectInOrder) {
        "undo a changed, hear 1, reply", "3 2 1 4 | head>3 1 2>1 3>99"},
       {command(cmd::setObj, {{key::objectId, 1}, {key::stateFlag, false}}),
        "undo a changed, notify 1, hear 1 fe0008, reply", "3 2 1 4 | head>3 1 2>1 3>99"},
+      {command(cmd::setObj, {{key::objectId, 4}, {key::replaceState, true}}),
+       "notify 4, hear 4 fe0008, reply", "3 2 1 4 | head>3 1 2>1 3>99"},
       {command(cmd::moveObj, {{key::objectId, 3}}),
        "apply 3 8fe0005, undo  changed, notify 3, hear 3 8fe0005, store 4294967294, store 1, store "
        "3, reply, notify 4, hear 4 8fe0005",

@@ -1,11 +1,7 @@
 // Ids of iterations, and how they end.
-#include <algorithm>
-#include <map>
 #include <optional>
-#include <set>
 
 #include "tests/support/getall_fixture.h"
-#include "tests/support/random.h"
 
 using namespace test;
 
@@ -124,77 +120,6 @@ TEST_F(GetallStates, AreNotCleanedUpWhileTheyAreInUse) {
   EXPECT_EQ(told(), ". | 1 .") << "each is answered, once";
   kit->advance(100);
   EXPECT_EQ(alive(), 0U);
-}
-
-/// Which states there are, said with a map.
-struct Model {
-  using Key = std::pair<Route, unsigned>;
-  std::map<Key, TestState*> states;
-  std::set<Key> finished;
-
-  unsigned lowestFree(const Route& route) const {
-    unsigned number = 1;
-    while (states.contains({route, number})) ++number;
-    return number;
-  }
-  void gone(const Route& prefix) {
-    std::erase_if(states, [&](const auto& one) {
-      const auto& route = one.first.first;
-      return route.size() >= prefix.size() &&
-             std::equal(prefix.begin(), prefix.end(), route.begin());
-    });
-  }
-  void cleanUp() {
-    for (const auto& key : finished) states.erase(key);
-    finished.clear();
-  }
-};
-
-TEST_F(GetallStates, FollowTheModel) {
-  Random random;
-  SCOPED_TRACE(random.seed());
-  const Route routes[] = {{5}, {5, 1}, {5, 1, 2}, {5, 2}, {6}, {4}};
-  Model model;
-  for (unsigned step = 0; step < 5000; ++step) {
-    const auto& route = routes[random.below(6)];
-    const Model::Key key{route, 1 + random.below(8)};
-    const auto found = model.states.find(key);
-    switch (random.below(20)) {
-      case 0:
-        gone(route);
-        model.gone(route);
-        break;
-      case 1:
-        kit->advance(100);
-        model.cleanUp();
-        break;
-      case 2:
-      case 3:
-        stop(kFirstState + key.second - 1, route);
-        model.states.erase(key);
-        break;
-      case 4:
-      case 5:
-      case 6:
-      case 7:
-        if (found == model.states.end()) {
-          ASSERT_EQ(at(key.second, route), "error 4");
-        } else {
-          found->second->done();
-          ASSERT_EQ(at(key.second, route), model.finished.insert(key).second ? "2 ." : ".");
-        }
-        break;
-      default:
-        open({{key::maxPerReply, 1}}, route);
-        TestState::alive.back()->addAll({1, 2});
-        const auto number = model.lowestFree(route);
-        ASSERT_EQ(told(), "1 >s" + std::to_string(number));
-        model.states[{route, number}] = TestState::alive.back();
-    }
-    told();
-    std::erase_if(model.finished, [&](const auto& one) { return !model.states.contains(one); });
-    ASSERT_EQ(alive(), model.states.size());
-  }
 }
 
 }  // namespace

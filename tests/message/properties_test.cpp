@@ -52,13 +52,6 @@ bool listsOnce(const message& update) {
   return keys(list.begin(), list.end()).size() == list.size();
 }
 
-/// The message that holds of `m` the one field alone.
-message alone(const message& m, unsigned uid) {
-  message one;
-  copy(&one, m, uid);
-  return one;
-}
-
 template <class Check>
 void forManyRuns(Check check) {
   Random seeds;
@@ -68,22 +61,6 @@ void forManyRuns(Check check) {
     random_source random(seeds.below(1u << 31));
     check(random);
   }
-}
-
-TEST(MergeProperty, AnUpdateLeavesWhatItSaysAndTellsWhatItChanged) {
-  forManyRuns([](random_source& random) {
-    const message before = random.someMessage(20, kIds);
-    const message update = someUpdate(random);
-    const keys over = someKeys(random);
-    message expected = before;
-    for (const unsigned uid : over)
-      if (says(update, uid)) copy(&expected, update, uid);
-    message after = before;
-    const keys changed = apply(after, update, over);
-    ASSERT_EQ(after, expected);
-    for (const unsigned uid : over)
-      ASSERT_EQ(changed.contains(uid), alone(before, uid) != alone(after, uid)) << uid;
-  });
 }
 
 TEST(MergeProperty, UndosMergedBackInReverseRestoreEachState) {

@@ -87,10 +87,6 @@ void CfgService::correct(message& cfg, vset<unsigned>& keys) {
   keys.insert(field::number.uid());
 }
 
-std::string CfgService::describe(const message& cfg) {
-  return "number " + std::to_string(cfg.get(field::number));
-}
-
 // The model.
 
 void CfgManModel::restart(const CfgService& now) {
@@ -200,12 +196,8 @@ class CfgManModel::Run {
   void giveName() {
     if (cfg.has(key::name) || isAbsent(cfg)) return;
     const auto& prefix = model.service.namePrefix;
-    if (model.service.makesNames)
-      cfg.insert(key::name, "made");
-    else if (!prefix.empty() && prefix[0] != '_')
-      cfg.insert(key::name, model.defaultName());
-    else
-      return;
+    if (prefix.empty() || prefix[0] == '_') return;
+    cfg.insert(key::name, model.defaultName());
     changed.insert(0x20fe0010);
     configChanged = true;
   }
@@ -246,8 +238,7 @@ class CfgManModel::Run {
     const auto say = [&](unsigned requested, unsigned undone, const char* text) {
       undo.insert(key::command, undone).insert(key::objectId, task.id);
       request.insert(key::command, requested);
-      const auto& label = model.service.describes ? CfgService::describe(cfg) : cfg.get(key::name);
-      model.told.undo(request, undo, label + text);
+      model.told.undo(request, undo, cfg.get(key::name) + text);
     };
     if (isAbsent(item->config)) return say(0xfe0005, 0xfe0006, created ? " added" : " changed");
     if (isAbsent(cfg)) return say(0xfe0006, 0xfe0005, " removed");
@@ -434,14 +425,10 @@ Ids CfgManModel::iterated() const {
 }
 
 std::string CfgManModel::defaultName() const {
-  std::vector<std::string> names;
-  for (const auto id : iterated()) names.push_back(items.at(id).config.get(key::name));
-  return nextName(service.namePrefix, names);
-}
-
-std::string nextName(const std::string& prefix, const std::vector<std::string>& names) {
+  const auto& prefix = service.namePrefix;
   std::string best = prefix + "0";
-  for (const auto& name : names) {
+  for (const auto id : iterated()) {
+    const auto name = items.at(id).config.get(key::name);
     if (name.size() <= prefix.size() || !name.starts_with(prefix)) continue;
     if (name.find_first_not_of("0123456789", prefix.size()) != std::string::npos) continue;
     if (name.size() > best.size() || (name.size() == best.size() && name >= best)) best = name;

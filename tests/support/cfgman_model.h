@@ -30,8 +30,6 @@ struct CfgService {
   bool ordered = false;
   Hook hook = Hook::none;
   bool hasExternalIds = false;
-  bool makesNames = false;
-  bool describes = false;
   std::string namePrefix;
   nv::message defcfg;
   std::uint32_t maxId = 0xfffffffd;
@@ -41,7 +39,6 @@ struct CfgService {
   static void judge(const nv::message& cfg, nv::message& reply);
   /// What `apply` may do besides: it takes number 7 for 8, and lets go what has number 6.
   static void correct(nv::message& cfg, vset<unsigned>& keys);
-  static std::string describe(const nv::message& cfg);
 };
 
 /// What an observer sees in an update: all that it is handed, and the default name at that time.
@@ -56,10 +53,6 @@ struct Observed {
 using Ids = std::vector<std::uint32_t>;
 /// Records by id.
 using Records = std::map<std::uint32_t, nv::message>;
-
-/// The name that a nameless object would get beside objects with these names: every one is looked
-/// at.
-std::string nextName(const std::string& prefix, const std::vector<std::string>& names);
 
 class CfgManModel {
  public:
