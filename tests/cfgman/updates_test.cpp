@@ -106,53 +106,41 @@ TEST_F(CfgManUpdates, TakeEffectInOrder) {
   EXPECT_EQ(ids(), "2");
 }
 
+/// An undo record of object 1.
+message undoWith(unsigned code, Fields fields, const Ids& removals = {}) {
+  return command(code, fields).insert(key::objectId, 1).insert(key::removals, removals);
+}
+
 TEST_F(CfgManUpdates, LeaveARecordOfWhatWasAndOfWhatWasNot) {
-  const Ids none{}, name{key::name.uid()}, text{key::cfgText.uid()};
+  const Ids name{key::name.uid()}, text{key::cfgText.uid()}, next{key::nextId.uid()};
   const auto change = [](Fields fields) {
     return command(cmd::setObj, fields).insert(key::objectId, 1);
   };
   const struct {
     message command, undo;
-    const char* line;
+    const char* description;
     unsigned request;
   } rows[] = {
-      {command(cmd::addObj, {{key::name, "a"}}),
-       {{key::absent, 1}, {key::removals, name}, {key::command, cmd::removeObj}},
-       "apply 1 8fe0013 20fe0010, undo a added, store 1, reply",
-       cmd::addObj},
+      {command(cmd::addObj, {{key::name, "a"}}), undoWith(cmd::removeObj, {{key::absent, 1}}, name),
+       "a added", cmd::addObj},
       {change({{key::name, "b"}, {key::cfgText, "t"}}),
-       {{key::name, "a"}, {key::removals, text}, {key::command, cmd::setObj}},
-       "apply 1 20fe0009 20fe0010, undo b changed, store 1, reply",
+       undoWith(cmd::setObj, {{key::name, "a"}}, text), "b changed", cmd::setObj},
+      {change({{key::stateFlag, false}}), undoWith(cmd::setObj, {}), "b changed", cmd::setObj},
+      {command(cmd::moveObj, {{key::objectId, 1}}), undoWith(cmd::setObj, {}, next), "b changed",
        cmd::setObj},
-      {change({{key::stateFlag, false}}),
-       {{key::removals, none}, {key::command, cmd::setObj}},
-       "undo b changed, reply",
-       cmd::setObj},
-      {command(cmd::moveObj, {{key::objectId, 1}}),
-       {{key::removals, Ids{key::nextId.uid()}}, {key::command, cmd::setObj}},
-       "apply 1 8fe0005, undo b changed, store 1, reply",
-       cmd::setObj},
-      {change({{key::removals, text}}),
-       {{key::cfgText, "t"}, {key::removals, none}, {key::command, cmd::setObj}},
-       "apply 1 20fe0009, undo b changed, store 1, reply",
+      {change({{key::removals, text}}), undoWith(cmd::setObj, {{key::cfgText, "t"}}), "b changed",
        cmd::setObj},
       {change({{key::absent, 2}}),
-       {{key::name, "b"},
-        {key::nextId, kNoId},
-        {key::absent, 0},
-        {key::removals, none},
-        {key::command, cmd::addObj}},
-       "apply 1 8fe0013, undo b removed, unstore 1, reply",
-       cmd::removeObj},
-      {change({{key::absent, 0}}),
-       {{key::absent, 1}, {key::removals, none}, {key::command, cmd::removeObj}},
-       "apply 1 8fe0013, undo  added, store 1, reply",
+       undoWith(cmd::addObj, {{key::name, "b"}, {key::nextId, kNoId}, {key::absent, 0}}),
+       "b removed", cmd::removeObj},
+      {change({{key::absent, 0}}), undoWith(cmd::removeObj, {{key::absent, 1}}), " added",
        cmd::addObj},
   };
   for (const auto& row : rows) {
     ask(row.command);
-    EXPECT_EQ(line(), row.line);
-    EXPECT_EQ(undo().undo, message(row.undo).insert(key::objectId, 1));
+    ASSERT_EQ(kit->seen().undos.size(), 1u);
+    EXPECT_EQ(undo().description, row.description);
+    EXPECT_EQ(undo().undo, row.undo);
     auto request = row.command;
     if (!request.has(key::removals)) request.insert(key::removals, {});
     request.insert(key::requester, undo().request.get(key::requester));
