@@ -7,6 +7,7 @@
 #include "containers/apply.h"
 #include "containers/error_texts.h"
 #include "containers/managed_configs.h"
+#include "containers/record.h"
 #include "containers/request.h"
 #include "platform/commands.h"
 #include "platform/keys.h"
@@ -15,12 +16,7 @@ using nv::message;
 
 namespace {
 
-constexpr std::uint32_t kStoreFlags = nv::kStoreBit | nv::kDefaultFlags;
 constexpr std::uint32_t kRecord = 0;
-
-nv::Store* openStore(const std::string& name) {
-  return name.empty() ? nullptr : new nv::Store(name);
-}
 
 void reportRefused(const message& verdict) {
   unsigned code = 0;
@@ -35,7 +31,7 @@ void reportRefused(const message& verdict) {
 
 // Life.
 
-AHolder::AHolder(const std::string& storeName) : store(openStore(storeName)) {}
+AHolder::AHolder(const std::string& storeName) : store(nv::openStore(storeName)) {}
 
 AHolder::~AHolder() {
   delete std::exchange(store, nullptr);
@@ -58,12 +54,12 @@ void AHolder::init() {
 
 void AHolder::load() {
   const message record = store->get(kRecord);
-  if (!mergeOnSet()) return object->setConfig(record, kStoreFlags);
+  if (!mergeOnSet()) return object->setConfig(record, nv::kRecordFlags);
   message full, prior;
   merge(full, record, prior);
   const auto managed = record.get(nv::key::managedConfigs);
   if (acceptsManaged() && !managed.empty()) full.insert(nv::key::managedConfigs, managed);
-  object->setConfig(full, kStoreFlags);
+  object->setConfig(full, nv::kRecordFlags);
 }
 
 // Commands.
@@ -81,8 +77,7 @@ message AHolder::cmdSet(const message& request) {
   copyObject(old.get(), object);
   const std::uint32_t party = nv::managedIdOf(request);
   const bool isManaged = party != nv::kNoId;
-  if (isManaged && !acceptsManaged())
-    return nv::failedMsg(nv::errorText(nv::ErrorText::cantApplyManaged));
+  if (isManaged && !acceptsManaged()) return nv::refusal(nv::ErrorText::cantApplyManaged);
 
   message undo = mergeOnSet() ? applyMerged(request, party)
                               : nv::applySet(*object, request, nv::ApplyMode::plain, true);
@@ -105,7 +100,7 @@ message AHolder::cmdSet(const message& request) {
 /// Hands the object its complete configuration with the request merged in, and returns the earlier
 /// values of what the user changed.
 message AHolder::applyMerged(const message& request, std::uint32_t party) {
-  message full = nv::configOf(*object, kStoreFlags);
+  message full = nv::configOf(*object, nv::kRecordFlags);
   message prior;
   if (party == nv::kNoId)
     merge(full, request, prior);
@@ -132,7 +127,7 @@ void AHolder::tell() {
 
 // The store.
 
-void AHolder::save() { store->set(kRecord, nv::configOf(*object, kStoreFlags)); }
+void AHolder::save() { store->set(kRecord, nv::configOf(*object, nv::kRecordFlags)); }
 
 void AHolder::storeObj() {
   if (store == nullptr) return;

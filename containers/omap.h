@@ -222,9 +222,7 @@ class CONFKIT_API AOmap : public nv::Handler {
   OObject* targetOf(std::uint32_t position);
   /// The target of before, if what the service supplies has left it there; else `head`.
   OObject* targetAgain(std::uint32_t targetId);
-  unsigned claimId(std::uint32_t& id);
   bool holds(std::uint32_t id, const OObject* obj) const { return objects.get(id) == obj; }
-  bool isProtected(const nv::message& request, std::uint32_t id) const;
   OObject* nullAtEnd(OObject* obj) { return obj == &head ? nullptr : obj; }
   std::uint32_t idOrNone(const OObject* obj) const { return obj == &head ? nv::kNoId : obj->id; }
 

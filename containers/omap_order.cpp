@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "containers/apply.h"
+#include "containers/ids.h"
 #include "containers/omap.h"
 #include "platform/keys.h"
 
@@ -12,12 +13,7 @@ using nv::message;
 // Changing by the service.
 
 AOmapIterator AOmap::add(OObject* obj, OObject* next) {
-  if (obj->id == nv::kNoId) {
-    obj->id = allocateId();
-  } else {
-    allocateId(obj->id);
-  }
-  if (obj->id == nv::kNoId) {
+  if (!nv::claimOwnId(*this, *obj)) {
     delete obj;
     return end();
   }

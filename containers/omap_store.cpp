@@ -7,24 +7,20 @@
 
 #include "containers/apply.h"
 #include "containers/omap.h"
+#include "containers/record.h"
 #include "platform/keys.h"
 
 using nv::message;
 
 namespace {
 
-constexpr std::uint32_t kStoreFlags = nv::kStoreBit | nv::kDefaultFlags;
 /// In a head record of the older layout: the ids of all objects in their order.
 constexpr nv::u32_array_id kOlderOrder{1};
-
-nv::Store* openStore(const std::string& name) {
-  return name.empty() ? nullptr : new nv::Store(name);
-}
 
 }  // namespace
 
 AOmap::AOmap(const std::string& storeName, std::uint32_t minId, std::uint32_t maxId)
-    : ids(minId, maxId), store(openStore(storeName)) {
+    : ids(minId, maxId), store(nv::openStore(storeName)) {
   head.id = nv::kHeadId;
   head.prev = head.next = &head;
 }
@@ -56,7 +52,7 @@ void AOmap::saveObj(OObject* obj) { saveWithNext(obj, idOrNone(findNextStorable(
 void AOmap::saveWithNext(OObject* obj, std::uint32_t next) {
   message record{{nv::key::objectId, obj->id}, {nv::key::nextId, next}};
   const auto seen = orderChanges_;
-  obj->getConfig(record, kStoreFlags);
+  obj->getConfig(record, nv::kRecordFlags);
   // An element that changes the order while it is written must not have the former one stored.
   if (orderChanges_ != seen && record.get(nv::key::nextId) == next) addNextStorableId(record, obj);
   store->set(obj->id, record);
@@ -175,7 +171,7 @@ std::uint32_t AOmap::restoreObj(std::uint32_t id) {
   std::unique_ptr<OObject> restored{newObject()};
   OObject* const obj = restored.get();
   obj->id = id;
-  nv::apply(*obj, rec, kStoreFlags, nv::applyMode(mergeOnSet()));
+  nv::apply(*obj, rec, nv::kRecordFlags, nv::applyMode(mergeOnSet()));
   allocateId(id);
 
   const message verdict = checkRestore(obj);
