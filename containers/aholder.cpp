@@ -41,7 +41,8 @@ AHolder::~AHolder() {
 void AHolder::init() {
   object = newObject();
   if (store == nullptr) return;
-  if (store->has(kRecord)) load();
+  // In merge mode as well: a record is a complete configuration, with those of other parties.
+  if (store->has(kRecord)) object->setConfig(store->get(kRecord), nv::kRecordFlags);
   const message verdict = checkChange(nullptr, object);
   if (nv::isError(verdict)) {
     reportRefused(verdict);
@@ -50,16 +51,6 @@ void AHolder::init() {
   } else {
     objChanged(nullptr, object);
   }
-}
-
-void AHolder::load() {
-  const message record = store->get(kRecord);
-  if (!mergeOnSet()) return object->setConfig(record, nv::kRecordFlags);
-  message full, prior;
-  merge(full, record, prior);
-  const auto managed = record.get(nv::key::managedConfigs);
-  if (acceptsManaged() && !managed.empty()) full.insert(nv::key::managedConfigs, managed);
-  object->setConfig(full, nv::kRecordFlags);
 }
 
 // Commands.
@@ -79,8 +70,11 @@ message AHolder::cmdSet(const message& request) {
   const bool isManaged = party != nv::kNoId;
   if (isManaged && !acceptsManaged()) return nv::refusal(nv::ErrorText::cantApplyManaged);
 
-  message undo = mergeOnSet() ? applyMerged(request, party)
-                              : nv::applySet(*object, request, nv::ApplyMode::plain, true);
+  message undo;
+  if (isManaged && mergeOnSet())
+    applyManaged(request, party);
+  else
+    undo = nv::applySet(*object, request, nv::applyMode(mergeOnSet()), true);
   message reply = checkChange(old.get(), object);
   if (nv::isError(reply)) {
     copyObject(object, old.get());
@@ -97,17 +91,11 @@ message AHolder::cmdSet(const message& request) {
   return reply;
 }
 
-/// Hands the object its complete configuration with the request merged in, and returns the earlier
-/// values of what the user changed.
-message AHolder::applyMerged(const message& request, std::uint32_t party) {
+/// Hands the object its complete configuration with the request merged into the party's own.
+void AHolder::applyManaged(const message& request, std::uint32_t party) {
   message full = nv::configOf(*object, nv::kRecordFlags);
-  message prior;
-  if (party == nv::kNoId)
-    merge(full, request, prior);
-  else
-    nv::mergeManaged(full, request, party);
+  nv::mergeManaged(full, request, party);
   object->setConfig(full, nv::kDefaultFlags);
-  return prior;
 }
 
 message AHolder::getObject(std::uint32_t, std::uint32_t flags) {

@@ -19,8 +19,8 @@
 ///       Identity() : AHolder("identity") {}
 ///       Object* newObject() override { return new Settings; }
 ///       void copyObject(Object* dst, Object* src) override { settings(dst) = settings(src); }
-///       nv::message checkChange(Object* old, Object* obj) override { return check(settings(obj));
-///       } void objChanged(Object* old, Object* obj) override { use(settings(obj)); }
+///       nv::message checkChange(Object*, Object* obj) override { return check(settings(obj)); }
+///       void objChanged(Object*, Object* obj) override { use(settings(obj)); }
 ///     };
 ///
 /// A set that is refused leaves object and store as they were. Accepted, in this order: the
@@ -103,8 +103,7 @@ class CONFKIT_API AHolder : public nv::Handler {
   nv::Store* store;
 
  private:
-  void load();
   void save();
   void tell();
-  nv::message applyMerged(const nv::message& request, std::uint32_t party);
+  void applyManaged(const nv::message& request, std::uint32_t party);
 };

@@ -138,7 +138,7 @@ message AOmap::cmdRemoveObj(const message& request, std::uint32_t id) {
   if (obj == nullptr) return nv::refusal(nv::err::noSuchObject);
   if (nv::isProtected(dynamicIds, request, id)) return nv::refusal(ErrorText::cantRemoveDynamic);
 
-  const bool stored = obj->isStorable();
+  const bool stored = isStored(*obj);
   const bool undoable = obj->isUndoable();
   const bool notifying = obj->isNotifying();
   const message undo = undoable ? undoOfRemove(obj) : message();

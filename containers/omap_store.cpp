@@ -1,4 +1,5 @@
 // AOmap and its store: life, records, writing at once or put off, and the way back after a restart.
+#include <algorithm>
 #include <iostream>
 #include <memory>
 #include <unordered_set>
@@ -20,7 +21,7 @@ constexpr nv::u32_array_id kOlderOrder{1};
 }  // namespace
 
 AOmap::AOmap(const std::string& storeName, std::uint32_t minId, std::uint32_t maxId)
-    : ids(minId, maxId), store(nv::openStore(storeName)) {
+    : ids(minId, std::min(maxId, nv::kHeadId - 1)), store(nv::openStore(storeName)) {
   head.id = nv::kHeadId;
   head.prev = head.next = &head;
 }
@@ -74,7 +75,7 @@ void AOmap::storeAgain(std::uint32_t id) {
 }
 
 void AOmap::storeAdded(OObject* obj) {
-  if (store == nullptr || !obj->isStorable()) return;
+  if (!isStored(*obj)) return;
   storeObj(obj);
   storeObj(findPrevStorable(obj));
 }
@@ -148,8 +149,8 @@ void AOmap::init() {
 
 void AOmap::restoreChain(std::uint32_t first) {
   std::unordered_set<std::uint32_t> visited{nv::kNoId, nv::kHeadId};
-  for (std::uint32_t id = first; !objects.contains(id) && visited.insert(id).second;)
-    id = restoreObj(id);
+  for (std::uint32_t id = first; visited.insert(id).second;)
+    id = objects.contains(id) ? store->get(id).get(nv::key::nextId, nv::kNoId) : restoreObj(id);
 }
 
 void AOmap::restoreOlder(const message& headRecord) {
