@@ -33,7 +33,8 @@
 /// with key::absent, drops it. The element decides what the array means. Such a set is not undone.
 ///
 /// Record 0 of the store is what the element writes with nv::kStoreBit. Owns its object and its
-/// store. Event-loop thread only.
+/// store. Event-loop thread only. What the service supplies may call back, but must not end the
+/// holder.
 class CONFKIT_API AHolder : public nv::Handler {
  public:
   /// An empty `storeName`: nothing is stored.

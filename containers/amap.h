@@ -55,7 +55,7 @@ class AMapIterator {
 ///
 /// Owns its objects and its store. Event-loop thread only. What the service supplies may call back
 /// into the map, also to add and remove objects, but must not remove the object that it is called
-/// for.
+/// for, nor end the map.
 class CONFKIT_API AMap : public nv::Handler {
  public:
   /// Ids are given out from [minId, maxId], which should end below 0xffffffff. An empty

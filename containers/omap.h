@@ -54,7 +54,7 @@ class AOmapIterator {
 ///
 /// Owns its objects and its store. Event-loop thread only. What the service supplies may call back
 /// into the map, also to add, move and remove objects, but must not remove the object that it is
-/// called for.
+/// called for, nor end the map.
 class CONFKIT_API AOmap : public nv::Handler {
  public:
   /// Ids are given out from [minId, maxId] below 0xfffffffe, which is the head's. An empty
