@@ -68,6 +68,9 @@ TEST_F(CfgManCommands, ReadsAreAnsweredAtOnce) {
   start(Kind::ordered);  // without an item
   EXPECT_EQ(ask(cmd::getObj), message({{key::count, 0}}));
   EXPECT_EQ(ask(cmd::getAll), message({{key::count, 0}, {key::objects, {}}}));
+  cm->plant(false, nullptr);
+  EXPECT_EQ(ask(cmd::getAll, {{key::startId, 1}}), nv::errorMsg(err::noSuchPosition, ""))
+      << "it has no place yet";
 }
 
 TEST_F(CfgManCommands, PagesGoOnWhereTheLastOneEnded) {

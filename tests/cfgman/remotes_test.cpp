@@ -86,28 +86,4 @@ TEST_F(CfgManRemotes, CanBeReplacedFromTheirCompletion) {
   EXPECT_TRUE(cm->remotes[0].loaded);
 }
 
-TEST_F(CfgManRemotes, AMirrorInTheSameProcessFollowsEveryChange) {
-  kit->seen().answersFollows = false;
-  add({{key::name, "a"}});
-  CfgMan mirror(&tasks);
-  mirror.setRemote(5, kNoId, [&] { loaded += "mirror"; });
-  const auto mirrored = [&] {
-    for (unsigned turn = 0; turn < 3; ++turn) {
-      kit->settle();
-      runAll();
-    }
-    std::string all;
-    for (auto* const item : mirror)
-      all += std::to_string(item->id) + item->config.get(key::name) + " ";
-    return all;
-  };
-  EXPECT_EQ(mirrored(), "1a ");
-  EXPECT_EQ(loaded, "mirror");
-  add({{key::name, "b"}});
-  EXPECT_EQ(mirrored(), "1a 2b ");
-  set(1, {{key::name, "c"}});
-  remove(2);
-  EXPECT_EQ(mirrored(), "1c ");
-}
-
 }  // namespace

@@ -73,17 +73,6 @@ TEST(FieldMerge, TellsAppliesAndTakesBackWhatTheUpdateSaysOfOneField) {
   }
 }
 
-TEST(FieldMerge, TheUndoOfTheLastCallStands) {
-  for (const sample& s : samples()) {
-    message undo = s.make(kNone);
-    for (const held current : {kA, kB})
-      EXPECT_TRUE(merge(s.make(current), s.make(current == kA ? kB : kA), nullptr, &undo, s.uid()));
-    for (const held update : {kA, kB})
-      EXPECT_TRUE(merge(s.make(kNone), s.make(update), nullptr, &undo, s.uid()));
-    EXPECT_EQ(undo, s.make(kB, {kOwn, kOwn})) << text(undo);
-  }
-}
-
 TEST(FieldMerge, TheUpdateMayBeTheTargetOrTheUndo) {
   for (const sample& s : samples()) {
     for (const held current : {kNone, kA}) {
