@@ -109,6 +109,14 @@ TEST_F(CfgManDump, ListsItemsWithTheirNeighbours) {
   stop();
 }
 
+TEST_F(CfgManDump, ALongOneIsCut) {
+  cm->namePrefix = std::string(2 * 1024 * 1024, 'x');
+  const auto text = ask(cmd::dump).get(key::about);
+  ASSERT_EQ(text.size(), 1u);
+  EXPECT_EQ(text[0].size(), 1024u * 1024);
+  EXPECT_EQ(text[0].back(), 'x');
+}
+
 TEST_F(CfgManDump, AnItemSaysWhichPartsItHas) {
   CfgMan::Item loose;
   loose.store = false;

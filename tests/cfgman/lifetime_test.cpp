@@ -112,6 +112,7 @@ TEST_F(CfgManLifetime, TheManagerMayEndInAnyOfItsCallbacks) {
       {"describe", [&](End end) { arm(cm->describe, end); }, add},
       {"doCmd", [&](End end) { arm(cm->doCmd, end); }, get},
       {"doGet", [&](End end) { arm(cm->doGet, end); }, get},
+      {"doGet of a count", [&](End end) { arm(cm->doGet, end); }, command(cmd::describe)},
       {"fillMsg", [&](End end) { arm(cm->fillMsg, end); }, page},
       {"fillItemMsg", [&](End end) { arm(cm->fillItemMsg, end); }, get},
       {"about", [&](End end) { armTexts(*cm->find(1), end); }, page},

@@ -71,6 +71,26 @@ TEST_F(CfgManLoading, TakesRecordsWithoutAnOrderAscending) {
   EXPECT_EQ(add(), 3u);
 }
 
+TEST_F(CfgManLoading, APlantedItemIsFilledBehindItsRecord) {
+  auto users = recordOf(1, 3);
+  users.insert(key::name, "users");
+  startOn(
+      {{kHeadId, {{key::nextId, 2}}}, {1, users}, {2, recordOf(2, 1)}, {3, recordOf(3, kNoId)}});
+  std::unique_ptr<CfgMan::Item> planted;
+  for (const bool fills : {true, false}) {
+    configure = [&] {
+      planted.reset(cm->plant(false, this).item());
+      if (fills) cm->scheduleUpdate(1, {{key::absent, 0}, {key::cfgFlagA, true}}, {}, {}, {});
+    };
+    restart();
+    EXPECT_EQ(ids(), "2 1 3");
+    EXPECT_EQ(planted->config.get(key::name), "users");
+    EXPECT_TRUE(planted->config.get(key::cfgFlagA));
+    EXPECT_EQ(stored(), "head>2 1>3 2>1 3");
+  }
+  stop();
+}
+
 // Chance.
 
 /// A chain through some ids in any order, whole or closed to a ring.

@@ -14,6 +14,7 @@ TEST_F(GetallMaking, AServiceThatMakesNoStateIsAnError) {
       [] { return nullptr; },
       [&] { return &alone; },
       [] { return delete new TestState, nullptr; },
+      [] { return new TestState, nullptr; },
       [this] { return gone({5}), nullptr; },
       [this] { return gone({5}), new TestState; },
       [this] {

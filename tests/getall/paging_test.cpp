@@ -125,6 +125,8 @@ TEST_F(GetallPaging, FollowsTheUsersOrder) {
   EXPECT_EQ(told(), "3 1 >2");
   open({{key::startId, 2}});
   EXPECT_EQ(toldAfter(100), "2 >s1");
+  open({{key::startId, cm->plant(false, nullptr).item()->id}});
+  EXPECT_EQ(told(), "error 4") << "it has no place";
 }
 
 TEST_F(GetallPaging, ItemsMayGoWhileTheyAreLookedAt) {
