@@ -1,144 +1,103 @@
 /// The script of a host: when it is run, with whose rights, and what an undo makes of it.
 
-#include <gtest/gtest.h>
-
 #include "examples/hosts/host_map.h"
 #include "examples/support/addresses.h"
-#include "platform/commands.h"
 #include "platform/run_request.h"
-#include "testing/kit.h"
-#include "tests/support/temp_directory.h"
+#include "tests/examples/service_test.h"
 
 namespace hosts {
 namespace {
-
-namespace key = nv::key;
-using nv::message;
-using nv::testkit::Kit;
 
 // The configuration of a script.
 constexpr nv::u32_id kId{1}, kRights{2};
 constexpr nv::string_id kSource{4};
 
-class HostScript : public ::testing::Test {
+message addressed(const std::string& address) {
+  return message().insert(kAddresses, {examples::addressFrom(address).value()});
+}
+message scripted(const message& script) { return {{kScript, script}}; }
+message withId(std::uint32_t id) { return scripted({{kId, id}}); }
+
+class HostScript : public ServiceTest<HostMap> {
  protected:
   HostScript() { start(); }
-  ~HostScript() override { map.reset(); }
 
   void start() {
-    map.reset();
-    if (kit) kit->settle();
-    kit.reset();
-    kit = std::make_unique<Kit>(stores);
-    map = std::make_unique<HostMap>(place / "hosts");
-    map->init();
-    nv::getLooper()->addHandler(100, map.get());
-  }
-  static message addressed(const std::string& address) {
-    message fields;
-    fields.insert(kAddresses, {examples::addressFrom(address).value()});
-    return fields;
-  }
-  static message scripted(const message& script) {
-    message fields;
-    fields.insert(kScript, script);
-    return fields;
-  }
-  std::string ask(unsigned code, message fields, std::uint32_t rights) {
-    fields.insert(key::command, code);
-    if (code != nv::cmd::addObj) fields.insert(key::objectId, 1);
-    kit->seen().clear();
-    const auto reply = kit->ask(*map, fields, {{0xcfff0001}, rights});
-    kit->settle();
-    return nv::isError(reply) ? nv::getError(reply) : "ok";
+    make(file);
+    open(100);
   }
   std::string set(const message& fields, std::uint32_t rights) {
-    return ask(nv::cmd::setObj, fields, rights);
+    const auto reply = ask(cmd::setObj, 1, fields, {{0xcfff0001}, rights});
+    kit->settle();
+    return outcome(reply);
   }
-  std::string add(message fields, std::uint32_t rights) {
+  /// Host 1, "nas", with these fields.
+  void add(message fields, std::uint32_t rights) {
     fields.merge(addressed("192.0.2.1"));
     fields.insert(kName, "nas");
-    return ask(nv::cmd::addObj, fields, rights);
+    ASSERT_EQ(outcome(ask(cmd::addObj, 1, fields, {{0xcfff0001}, rights})), "ok");
+    kit->settle();
   }
-  /// "<rights> <origin>: <words>" of the runs that the last request caused.
+  /// "<rights> <origin> <id>: <words>" of the runs that the last request caused; the id of a source
+  /// is 0.
   std::string runs() {
     std::string all;
     for (const auto& request : kit->seen().sentMessages) {
-      EXPECT_EQ(request.get(key::command), nv::cmd::runScript);
-      all += std::to_string(request.get(key::rights)) + ' ' + request.get(key::scriptOrigin) + ':';
+      EXPECT_EQ(request.get(key::command), cmd::runScript);
+      all += std::to_string(request.get(key::rights)) + ' ' + request.get(key::scriptOrigin) + ' ' +
+             std::to_string(request.get(key::objectId)) + ':';
       for (const auto word : request.view(nv::run_key::arguments))
         all += ' ' + message(word).get(nv::run_key::word);
-      all += ';';
     }
     return all;
   }
-
-  TempDirectory place;
-  nv::testkit::MemoryStores stores;
-  std::unique_ptr<Kit> kit;
-  std::unique_ptr<HostMap> map;
+  /// What runs when somebody sets a new address.
+  std::string runsFor(const std::string& address, std::uint32_t rights) {
+    EXPECT_EQ(set(addressed(address), rights), "ok");
+    return runs();
+  }
 };
 
 TEST_F(HostScript, RunsWhenTheAddressesChangeAndOnlyThen) {
-  ASSERT_EQ(add(scripted({{kId, 7}}), 5), "ok");
+  add(withId(7), 5);
   EXPECT_EQ(runs(), "") << "a new host";
   EXPECT_EQ(set({{kComment, "x"}}, 3), "ok");
-  EXPECT_EQ(set(addressed("192.0.2.1"), 3), "ok");
-  EXPECT_EQ(runs(), "") << "the same address";
-  EXPECT_EQ(set(addressed("300::1"), 3), "ok");
-  EXPECT_EQ(runs(), "5 user: nas 300::1;") << "with the rights of who set the script";
-  EXPECT_EQ(kit->seen().sentMessages.front().get(key::objectId), 7U);
+  EXPECT_EQ(runs(), "");
+  EXPECT_EQ(runsFor("192.0.2.1", 3), "") << "the same address";
+  EXPECT_EQ(runsFor("300::1", 3), "5 user 7: nas 300::1") << "with the rights of who set it";
   EXPECT_EQ(set(addressed("ff02::1"), 3), "ff02::1 is a multicast address");
   EXPECT_EQ(runs(), "") << "refused";
   start();
-  EXPECT_EQ(set(addressed("192.0.2.2"), nv::kSystemRights), "ok");
-  EXPECT_EQ(runs(), "5 user: nas 192.0.2.2;") << "after a restart";
-}
-
-TEST_F(HostScript, IsNoneByDefaultAndAfterItsRemoval) {
-  ASSERT_EQ(add({}, 5), "ok");
-  EXPECT_EQ(set(addressed("192.0.2.2"), 5), "ok");
-  EXPECT_EQ(runs(), "");
-  EXPECT_EQ(set(scripted({{kId, 7}}), nv::kSystemRights), "ok");
-  message removal;
-  removal.insert_vector(key::removals, kScript.uid());
-  EXPECT_EQ(set(removal, 5), "ok");
-  EXPECT_EQ(set(addressed("192.0.2.3"), 5), "ok");
-  EXPECT_EQ(runs(), "");
+  EXPECT_EQ(runsFor("192.0.2.2", nv::kSystemRights), "5 user 7: nas 192.0.2.2");
+  EXPECT_EQ(set(without(kScript.uid()), 5), "ok");
+  EXPECT_EQ(runsFor("192.0.2.3", 5), "") << "there is none";
 }
 
 TEST_F(HostScript, ASourceNeverGainsRights) {
-  ASSERT_EQ(add(scripted({{kSource, "reboot"}}), nv::kSystemRights), "ok");
-  EXPECT_EQ(set(addressed("192.0.2.2"), nv::kSystemRights), "ok");
-  EXPECT_EQ(runs(), "0 : nas 192.0.2.2;") << "a new one has none";
-  EXPECT_EQ(set(scripted({{kId, 7}}), 5), "ok") << "a source without rights hinders nobody";
-  EXPECT_EQ(set(addressed("192.0.2.3"), 7), "ok");
-  EXPECT_EQ(runs(), "0 : nas 192.0.2.3;") << "nor does it give any";
+  add(scripted({{kSource, "reboot"}}), nv::kSystemRights);
+  EXPECT_EQ(runsFor("192.0.2.2", nv::kSystemRights), "0  0: nas 192.0.2.2");
+  EXPECT_EQ(set(withId(7), 5), "ok") << "a source without rights hinders nobody";
+  EXPECT_EQ(runsFor("192.0.2.3", 7), "0  7: nas 192.0.2.3") << "nor does it give any";
 }
 
 TEST_F(HostScript, WhatHasMoreRightsThanTheUserCannotBecomeTheUsersSource) {
-  ASSERT_EQ(add(scripted({{kId, 7}}), 6), "ok");
+  add(withId(7), 6);
   EXPECT_EQ(set(scripted({{kSource, "reboot"}}), 2),
             "cannot change script source value with higher rights");
   EXPECT_EQ(set(scripted({{kId, 7}, {kRights, 0x7fffffff}}), 2), "cannot modify rights");
   EXPECT_EQ(set(scripted({{kId, 7}, {kSource, "reboot"}}), 7),
             "cannot set script id and source at the same time");
-  EXPECT_EQ(set(addressed("192.0.2.2"), 2), "ok");
-  EXPECT_EQ(runs(), "6 user: nas 192.0.2.2;") << "as it was";
+  EXPECT_EQ(runsFor("192.0.2.2", 2), "6 user 7: nas 192.0.2.2") << "as it was";
   EXPECT_EQ(set(scripted({{kSource, "reboot"}}), 7), "ok");
-  EXPECT_EQ(set(addressed("192.0.2.3"), 2), "ok");
-  EXPECT_EQ(runs(), "6 user: nas 192.0.2.3;");
+  EXPECT_EQ(runsFor("192.0.2.3", 2), "6 user 0: nas 192.0.2.3");
 }
 
 TEST_F(HostScript, WhoUndoesAChangeGivesTheScriptNoMoreThanTheirOwnRights) {
-  ASSERT_EQ(add(scripted({{kId, 7}}), 6), "ok");
-  ASSERT_EQ(set(scripted({{kId, 8}}), 6), "ok");
+  add(withId(7), 6);
+  ASSERT_EQ(set(withId(8), 6), "ok");
   ASSERT_EQ(kit->seen().undos.size(), 1U);
-  const auto undo = kit->seen().undos.back().undo;
-  EXPECT_EQ(ask(nv::cmd::setObj, undo, 1), "ok");
-  EXPECT_EQ(set(addressed("192.0.2.2"), 1), "ok");
-  EXPECT_EQ(runs(), "1 user: nas 192.0.2.2;");
-  EXPECT_EQ(kit->seen().sentMessages.front().get(key::objectId), 7U);
+  EXPECT_EQ(set(kit->seen().undos.back().undo, 1), "ok");
+  EXPECT_EQ(runsFor("192.0.2.2", 1), "1 user 7: nas 192.0.2.2");
 }
 
 }  // namespace

@@ -1,66 +1,18 @@
 /// Neighbours and scripts as processes: clients that are killed in the middle, scripts that run.
 
-#include <csignal>
 #include <fstream>
-#include <functional>
 
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "examples/neighbours/neighbour.h"
 #include "examples/scripts/runner.h"
 #include "examples/scripts/script_map.h"
-#include "platform/client.h"
-#include "platform/commands.h"
-#include "platform/errors.h"
-#include "platform/looper.h"
-#include "platform/post.h"
 #include "platform/run_request.h"
-#include "platform/timer.h"
-#include "tests/system/service_process.h"
+#include "tests/examples/process_test.h"
 
 namespace {
 
-namespace key = nv::key;
-namespace fs = std::filesystem;
-using nv::message;
-using nv::testkit::ServiceProcess;
-
-constexpr unsigned kPatience = 60000;  // milliseconds
-
-/// Runs the loop until something has happened; false when it does not.
-bool until(const std::function<bool()>& happened) {
-  bool late = false;
-  const nv::Timer guard(kPatience, [&late] { late = true; });
-  while (!happened() && !late) nv::getLooper()->runOnce(true);
-  return happened();
-}
-
-/// The answers to requests that are all sent at once.
-std::vector<message> ask(std::vector<message> requests, const std::vector<std::uint32_t>& route) {
-  std::vector<message> answers(requests.size());
-  std::vector<nv::Post> posts;
-  std::size_t missing = requests.size();
-  for (std::size_t k = 0; k < requests.size(); ++k) {
-    requests[k].insert(key::route, route);
-    posts.emplace_back(
-        requests[k], [&, k](const message& reply) { answers[k] = reply, --missing; }, kPatience);
-  }
-  until([&] { return missing == 0; });
-  return answers;
-}
-message askOne(const message& request, const std::vector<std::uint32_t>& route) {
-  return ask({request}, route).front();
-}
-
-class LiveProcesses : public ::testing::Test {
- protected:
-  ~LiveProcesses() override { nv::getLooper()->assemble({}); }
-  nv::testkit::Place place;
-};
-
-class NeighbourProcess : public LiveProcesses {
+class NeighbourProcess : public ProcessTest {
  protected:
   NeighbourProcess() {
     fs::create_directory(tables);
@@ -86,7 +38,7 @@ class NeighbourProcess : public LiveProcesses {
     const auto pid = ::fork();
     if (pid == 0) {
       nv::connectBus(place.bus());
-      const auto reply = askOne({{key::command, nv::cmd::getAll}}, {kNeighbours});
+      const auto reply = ask(kNeighbours, {{key::command, cmd::getAll}});
       const char answered = reply.has(key::startId) ? 'y' : 'n';
       if (::write(ends[1], &answered, 1) == 1) ::pause();
       ::_exit(1);
@@ -99,7 +51,7 @@ class NeighbourProcess : public LiveProcesses {
     return pid;
   }
 
-  static constexpr std::uint32_t kNeighbours = 110;
+  const Route kNeighbours{110};
   const fs::path tables = place.folder() / "net";
   ServiceProcess service{
       place, place.folder() / "neighbours.db", {CONFKIT_NEIGHBOURS, "--proc-net", tables.string()}};
@@ -116,33 +68,32 @@ TEST_F(NeighbourProcess, AClientKilledInTheMiddleOfAListLeavesNothingBehind) {
   }
   // The service learns of it in its own time; each answer shows that it has been awake.
   nv::connectBus(place.bus());
-  const message count{{key::command, nv::cmd::getCount}};
-  for (int k = 0; k < 1000 && openTables() > 0; ++k) askOne(count, {kNeighbours});
+  const message count{{key::command, cmd::getCount}};
+  for (int k = 0; k < 1000 && openTables() > 0; ++k) ask(kNeighbours, count);
   EXPECT_EQ(openTables(), 0U);
   EXPECT_EQ(service.end(SIGTERM), 0);
 }
 
-class ScriptProcess : public LiveProcesses {
+class ScriptProcess : public ProcessTest {
  protected:
   ScriptProcess() {
     EXPECT_TRUE(service.start());
     nv::connectBus(place.bus());
   }
   void add(const std::string& name, const std::string& source, std::uint32_t limit = kPatience) {
-    EXPECT_FALSE(nv::isError(askOne({{key::command, nv::cmd::addObj},
-                                     {key::name, name},
-                                     {scripts::kSource, source},
-                                     {scripts::kTimeLimit, limit}},
-                                    kScripts)));
+    EXPECT_FALSE(nv::isError(ask(kScripts, {{key::command, cmd::addObj},
+                                            {key::name, name},
+                                            {scripts::kSource, source},
+                                            {scripts::kTimeLimit, limit}})));
   }
-  static message runOf(const std::string& name, std::uint32_t rights = 5) {
-    return {{key::command, nv::cmd::runScript},
+  static message runOf(const std::string& name) {
+    return {{key::command, cmd::runScript},
             {key::name, name},
-            {key::rights, rights},
+            {key::rights, 5},
             {key::scriptOrigin, "the test"}};
   }
 
-  const std::vector<std::uint32_t> kScripts{48, 101};
+  const Route kScripts{48, 101};
   ServiceProcess service{place, place.folder() / "scripts.db", {CONFKIT_SCRIPTS}};
 };
 
@@ -151,9 +102,7 @@ TEST_F(ScriptProcess, ARunHasTheRightsTheOriginAndTheWordsOfItsRequest) {
   std::vector<nv::flat_message> words;
   for (int k = 1; k <= 5000; ++k)
     words.push_back(message{{nv::run_key::word, std::to_string(k)}}.flat());
-  auto request = runOf("show");
-  request.insert(nv::run_key::arguments, words);
-  const auto answer = askOne(request, kScripts);
+  const auto answer = ask(kScripts, runOf("show").insert(nv::run_key::arguments, words));
   EXPECT_FALSE(nv::isError(answer)) << nv::getError(answer);
   EXPECT_EQ(answer.get(nv::run_key::status), 3U);
   EXPECT_EQ(answer.get(nv::run_key::output), "5, the test, 5000, 5000\n");
@@ -161,40 +110,37 @@ TEST_F(ScriptProcess, ARunHasTheRightsTheOriginAndTheWordsOfItsRequest) {
 
 TEST_F(ScriptProcess, OthersAreAnsweredWhileScriptsRun) {
   add("endless", "while :; do :; done", 2000);
-  auto request = runOf("endless");
-  request.insert(key::route, kScripts);
   message late;
-  const nv::Post post(
-      request, [&](const message& reply) { late = reply; }, kPatience);
+  const auto post = send(kScripts, runOf("endless"), late);
   add("quick", "echo done");
-  EXPECT_EQ(askOne(runOf("quick"), kScripts).get(nv::run_key::output), "done\n");
-  EXPECT_TRUE(late.empty()) << "the endless one is still running";
-  until([&] { return !late.empty(); });
+  EXPECT_EQ(ask(kScripts, runOf("quick")).get(nv::run_key::output), "done\n");
+  EXPECT_TRUE(post.pending()) << "the endless one is still running";
+  until([&] { return !post.pending(); });
   EXPECT_EQ(nv::getError(late), "script \"endless\" was killed: it ran longer than 2000 ms");
 }
 
 TEST_F(ScriptProcess, TooManyAtOneTimeAreRefusedAndTheNextOnesRunAgain) {
   add("slow", "sleep 1");
-  std::vector<message> requests(scripts::Runner::kMostRuns + 4, runOf("slow"));
+  std::vector<message> answers(scripts::Runner::kMostRuns + 4);
+  std::vector<nv::Post> posts;
+  for (auto& answer : answers) posts.push_back(send(kScripts, runOf("slow"), answer));
   unsigned refused = 0;
-  for (const auto& answer : ask(requests, kScripts)) {
+  for (std::size_t k = 0; k < posts.size(); ++k) {
+    until([&] { return !posts[k].pending(); });
     unsigned code = 0;
-    if (nv::isError(answer, &code) && code == nv::err::tooMany) ++refused;
+    if (nv::isError(answers[k], &code) && code == nv::err::tooMany) ++refused;
   }
   EXPECT_EQ(refused, 4U);
-  EXPECT_EQ(askOne(runOf("slow"), kScripts).get(nv::run_key::status, 99), 0U);
+  EXPECT_EQ(ask(kScripts, runOf("slow")).get(nv::run_key::status, 99), 0U);
 }
 
 TEST_F(ScriptProcess, AServiceThatEndsTakesItsScriptsAlong) {
   const auto file = place.folder() / "pid";
   add("stay", "echo $$ >" + file.string() + "; exec sleep 1000");
-  auto request = runOf("stay");
-  request.insert(key::route, kScripts);
-  const nv::Post post(
-      request, [](const message&) {}, kPatience);
+  message never;
+  const auto post = send(kScripts, runOf("stay"), never);
   pid_t pid = 0;
-  for (int k = 0; k < 10000 && !(std::ifstream(file) >> pid); ++k)
-    askOne(runOf("nobody"), kScripts);
+  for (int k = 0; k < 10000 && !(std::ifstream(file) >> pid); ++k) ask(kScripts, runOf("nobody"));
   ASSERT_GT(pid, 0);
   EXPECT_EQ(service.end(SIGTERM), 0);
   EXPECT_NE(::kill(pid, 0), 0);
