@@ -54,6 +54,7 @@ class NeighboursTest : public ServiceTest<Neighbours> {
 
   void start() {
     make(directory.path());
+    kit->listen(110);
     service->open(110);
   }
   void write(const std::string& table, const std::string& text) const {
@@ -190,10 +191,14 @@ TEST_F(NeighboursTest, AClientThatStopsGoesOrStaysAwayLeavesNothing) {
   send({{key::command, cmd::stopGetAll}, {key::startId, kFirst}});
   EXPECT_EQ(service->iterations(), 0U) << "stopped";
 
-  page();
   page(nv::kNoId, 0xcfff0002);
+  const auto client = kit->connect();
+  message request{{key::command, cmd::getAll}, {key::tag, 1}};
+  client->send(request.insert(key::route, {110}));
+  kit->advance(200);
   ASSERT_EQ(service->iterations(), 2U);
-  send({{key::command, cmd::routeGone}});
+  client->close();
+  kit->settle();
   EXPECT_EQ(service->iterations(), 1U) << "gone";
   EXPECT_TRUE(page(kFirst, 0xcfff0002).has(key::startId)) << "the other one goes on";
 
