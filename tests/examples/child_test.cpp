@@ -51,9 +51,9 @@ class ChildTest : public ::testing::Test {
   /// Waits for the end of processes, a line each, and counts them.
   static int awaitEnds(const std::string& lines) {
     std::istringstream pids(lines);
-    int found = 0;
+    int found = 0, patience = 10000;
     for (std::string pid; std::getline(pids, pid); ++found) {
-      for (int k = 0; k < 10000 && isAlive(pid); ++k) ::usleep(1000);
+      for (; patience > 0 && isAlive(pid); --patience) ::usleep(1000);
       EXPECT_FALSE(isAlive(pid)) << pid;
     }
     return found;
