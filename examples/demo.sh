@@ -9,6 +9,7 @@ here=$(realpath "$(dirname "$0")")
 IFS=';' read -ra emulator <<<"${2:-}"
 place=$(mktemp -d -t confkit-demo.XXXXXX)
 declare -A background=()  # by process id
+declare -A service=()  # the process ids of services, by name
 cd "$place"
 export CONFKIT_BUS=bus
 
@@ -65,6 +66,28 @@ ended() {
   status=0
   wait "$1" 2>/dev/null || status=$?
   unset "background[$1]"
+}
+
+# serve <name> <option>...: types the command of a service, starts it, and waits until it says that it serves.
+serve() {
+  local said
+  typed "$1 --bus bus ${*:2} &"
+  rm -f "$1.said"
+  start "$1.said" "examples/$1" --bus bus "${@:2}"
+  service[$1]=$!
+  exec {said}<"$1.said"
+  until hear "$said" && [[ $output == *serving* ]]; do continue; done
+}
+
+# stop <name>, crash <name>: ends a service, in good order or not.
+stop() {
+  run 0 "kill -TERM ${service[$1]}"
+  ended "${service[$1]}"
+  [[ $status -eq 0 ]] || fail "the service ended with status $status"
+}
+crash() {
+  run 0 "kill -KILL ${service[$1]}"
+  ended "${service[$1]}"
 }
 
 # --- the session

@@ -1,18 +1,9 @@
 # The firewall service, and a client's session with it.
 
-start_firewall() {
-  local command='--bus bus --store firewall.db --ruleset-file firewall.nft --netns yes'
-  typed "firewall $command &"
-  rm -f firewall.said
-  start firewall.said examples/firewall $command
-  firewall=$!
-  exec 12<firewall.said
-  until hear 12 && [[ $output == *serving* ]]; do continue; done
-}
-
 show_firewall() {
+  local options=(--store firewall.db --ruleset-file firewall.nft --netns yes)
   say 'A packet filter is an ordered list in which the first match wins. Some rules come from the program.'
-  start_firewall
+  serve firewall "${options[@]}"
   run 0 'confctl add firewall action=accept protocol=tcp ports=443 source=192.0.2.0/24 comment=office'
   shows 'added 5'
   run 0 'confctl add firewall action=drop source=198.51.100.0/24 --first'
@@ -36,8 +27,8 @@ show_firewall() {
   local before
   before=$(confctl list firewall; cat firewall.nft)
   run 0 'grep -A 1 "rule [67])" firewall.nft'
-  crash_of "$firewall"
-  start_firewall
+  crash firewall
+  serve firewall "${options[@]}"
   [[ $(confctl list firewall; cat firewall.nft) == "$before" ]] || fail 'that is not what was there'
-  stop "$firewall"
+  stop firewall
 }

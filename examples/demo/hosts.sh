@@ -1,13 +1,6 @@
 # The hosts service, and a client's session with it.
 
-start_hosts() {
-  typed 'hosts --bus bus --store hosts.db --hosts-file hosts.txt &'
-  rm -f service.said
-  start service.said examples/hosts --bus bus --store hosts.db --hosts-file hosts.txt
-  hosts=$!
-  exec 3<service.said
-  hear 3
-}
+start_hosts() { serve hosts --store hosts.db --hosts-file hosts.txt; }
 
 changes() {
   say 'A service that keeps host names for a resolver. It starts with nothing, and there is one of it.'
@@ -44,16 +37,14 @@ watching() {
   say 'Somebody watches.'
   typed 'confctl watch hosts --count 1 &'
   start watch.said tools/confctl/confctl --timeout 60000 watch hosts --count 1
-  local watch=$!
-  exec 4<watch.said
-  hear 4
-  hear 4
-  hear 4
+  local watch=$! said
+  exec {said}<watch.said
+  for _ in {1..3}; do hear "$said"; done
   [[ $output == 'ready 2' ]] || fail 'the watch did not begin'
 
   say 'A second client makes a change; the watch tells of it.'
   run 0 'confctl set hosts 2 disabled=true'
-  hear 4
+  hear "$said"
   [[ $output == 'changed 2 name=nas'*'disabled=true'* ]] || fail 'the watch told something else'
   ended "$watch"
   [[ $status -eq 0 ]] || fail "the watch ended with status $status"
@@ -76,19 +67,18 @@ add_many() {
   done
 }
 
-crash() {
+killing() {
   say 'A client adds one host after the other, and the service is killed meanwhile.'
   typed 'for n in {1..200}; do confctl add hosts name=pc-$n addresses=10.0.0.$n || break; done &'
   mkfifo adder.said
   add_many >adder.said 2>/dev/null &
-  local adder=$!
+  local adder=$! said
   background[$adder]=adder
-  exec 5<adder.said
-  for _ in {1..5}; do hear 5; done
+  exec {said}<adder.said
+  for _ in {1..5}; do hear "$said"; done
   last=${output#added }
-  run 0 "kill -KILL $hosts"
-  ended "$hosts"
-  while read -r answer <&5; do printf '%s\n' "$answer" && last=${answer#added }; done
+  crash hosts
+  while read -r answer <&"$said"; do printf '%s\n' "$answer" && last=${answer#added }; done
   ended "$adder"
   ((last >= 7)) || fail "the client was told of $((last - 2)) hosts only"
   run 4 'confctl list hosts'
@@ -104,15 +94,13 @@ restart() {
   run 0 'cat hosts.txt'
   shows '192.0.2.8'$'\t''nas'
   for ((id = 3; id <= last; ++id)); do shows "10.0.0.$((id - 2))"$'\t'"pc-$((id - 2))"; done
-  run 0 "kill -TERM $hosts"
-  ended "$hosts"
-  [[ $status -eq 0 ]] || fail "the service ended with status $status"
+  stop hosts
 }
 
 show_hosts() {
   changes
   watching
   undoing
-  crash
+  killing
   restart
 }

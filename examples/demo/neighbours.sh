@@ -7,7 +7,6 @@ connections() {
 }
 
 show_neighbours() {
-  local command='--bus bus --store neighbours.db --proc-net proc-net'
   say 'A service keeps static neighbours. Behind them its list goes on with the tables of the kernel,' \
     'here files in the folder proc-net, which are read a piece at a time while a client asks.'
   mkdir proc-net
@@ -16,11 +15,7 @@ IP address       HW type     Flags       HW address            Mask     Device
 192.0.2.1        0x1         0x2         02:fc:00:00:00:05     *        eth0
 END
   connections 20000 >proc-net/tcp
-  typed "neighbours $command &"
-  start neighbours.said examples/neighbours $command
-  local neighbours=$!
-  exec 9<neighbours.said
-  hear 9
+  serve neighbours --store neighbours.db --proc-net proc-net
   run 0 'confctl add neighbours address=192.0.2.7 hardware=02:00:5e:10:00:01 device=eth0 comment=camera'
   run 3 'confctl add neighbours address=192.0.2.7 hardware=02:00:5e:10:00:02 device=eth0'
   shows '192.0.2.7 on eth0 is object 1'
@@ -34,12 +29,12 @@ END
   say 'A client that is killed in the middle of the list leaves nothing behind.'
   typed "confctl list neighbours & read -r line"
   start list.said tools/confctl/confctl list neighbours
-  local list=$!
-  exec 10<list.said
-  hear 10
+  local list=$! said
+  exec {said}<list.said
+  hear "$said"
   run 0 "kill -KILL $list"
   ended "$list"
-  exec 10<&-
+  exec {said}<&-
   run 0 'confctl count neighbours'
-  stop "$neighbours"
+  stop neighbours
 }

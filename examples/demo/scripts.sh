@@ -2,11 +2,7 @@
 
 show_scripts() {
   say 'A service keeps scripts and runs them. Only the system may store one.'
-  typed 'scripts --bus bus --store scripts.db &'
-  start scripts.said examples/scripts --bus bus --store scripts.db
-  local scripts=$!
-  exec 11<scripts.said
-  hear 11
+  serve scripts --store scripts.db
   local source="source='echo \"\$1 is now at \$2 (rights \$CONFKIT_RIGHTS)\" | tee -a moved.txt'"
   run 3 "confctl add scripts.101 name=moved $source"
   shows 'not allowed'
@@ -29,6 +25,6 @@ show_scripts() {
   for _ in {1..600}; do [[ -s moved.txt ]] && break; sleep 0.1; done
   run 0 'cat moved.txt'
   shows 'laptop is now at 192.0.2.51 (rights 5)'
-  stop "$hosts"
-  stop "$scripts"
+  stop hosts
+  stop scripts
 }

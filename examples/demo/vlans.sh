@@ -1,34 +1,9 @@
 # The VLANs service and its mirror, and a client's session with them.
 
 start_vlans() {
-  local command='--bus bus --store vlans.db --interfaces-file vlans.txt --device-states net --netns yes'
-  typed "vlans $command &"
-  rm -f vlans.said
-  start vlans.said examples/vlans $command
-  vlans=$!
-  exec 6<vlans.said
-  until hear 6 && [[ $output == *serving* ]]; do continue; done
+  serve vlans --store vlans.db --interfaces-file vlans.txt --device-states net --netns yes
 }
-
-start_mirror() {
-  typed 'vlan-mirror --bus bus --store mirror.db &'
-  rm -f mirror.said
-  start mirror.said examples/vlan-mirror --bus bus --store mirror.db
-  mirror=$!
-  exec 7<mirror.said
-  hear 7
-}
-
-stop() {
-  run 0 "kill -TERM $1"
-  ended "$1"
-  [[ $status -eq 0 ]] || fail "the service ended with status $status"
-}
-
-crash_of() {
-  run 0 "kill -KILL $1"
-  ended "$1"
-}
+start_mirror() { serve vlan-mirror --store mirror.db; }
 
 # in_step: waits until the mirror has what the service has. It lists by id, the service in the order.
 in_step() {
@@ -80,19 +55,19 @@ vlan_watching() {
   say 'Somebody watches the VLANs of one device.'
   typed 'confctl watch vlans --where parent=eth0 --count 3 &'
   start vlan-watch.said tools/confctl/confctl --timeout 60000 watch vlans --where parent=eth0 --count 3
-  local watch=$!
-  exec 8<vlan-watch.said
-  until hear 8 && [[ $output == ready* ]]; do continue; done
+  local watch=$! said
+  exec {said}<vlan-watch.said
+  until hear "$said" && [[ $output == ready* ]]; do continue; done
 
   say 'A VLAN comes to the device; then the device loses its link. No command has changed that.'
   run 0 'confctl set vlans 4 parent=eth0 comment=yard'
-  hear 8
+  hear "$said"
   [[ $output == 'entered 4 name=cameras'* ]] || fail 'the watch told something else'
   run 0 'confctl set vlans 4 parent=eth1'
-  hear 8
+  hear "$said"
   [[ $output == 'left 4 name=cameras'* ]] || fail 'the watch told something else'
   set_link eth0 down
-  hear 8
+  hear "$said"
   [[ $output == 'changed '*up=false* ]] || fail 'the watch told something else'
   ended "$watch"
   [[ $status -eq 0 ]] || fail "the watch ended with status $status"
@@ -106,7 +81,7 @@ mirroring() {
   shows '4 name=cameras vid=8 parent=eth1 comment=yard'
 
   say 'The mirror is killed; meanwhile one VLAN changes and another one goes.'
-  crash_of "$mirror"
+  crash vlan-mirror
   run 0 'confctl set vlans 3 comment=library'
   run 0 'confctl remove vlans 4'
 
@@ -122,7 +97,7 @@ vlan_crash() {
   say 'The VLANs service is killed. The mirror goes on answering, and the service comes back with all.'
   local before
   before=$(confctl list vlans)
-  crash_of "$vlans"
+  crash vlans
   run 4 'confctl list vlans'
   run 0 'confctl list vlan-mirror'
   shows '3 name=vlan1 vid=7 parent=eth0 comment=library'
@@ -135,8 +110,8 @@ vlan_crash() {
   in_step
   run 0 'confctl list vlan-mirror'
   shows 'comment=archive'
-  stop "$mirror"
-  stop "$vlans"
+  stop vlan-mirror
+  stop vlans
 }
 
 show_vlans() {

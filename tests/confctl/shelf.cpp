@@ -1,8 +1,8 @@
-/// A service for the client's tests: books on a shelf, handler 3 with the shelf's one
-/// configuration, handler 4 that never answers, handler 5 whose list begins again and again,
-/// handler 6 whose list is gathered while it is read, handler 7 with the readers who wait for a
-/// book, handler 8 that lies about how to undo its changes, handler 9, which runs scripts in
-/// its mind, handler 10 with a lane of cars, and handler 11 with the barrier at its end.
+/// A service for the client's tests: books on a shelf, handler 4 that never answers, handler 5
+/// whose list begins again and again, handler 6 whose list is gathered while it is read, handler 7
+/// with the readers who wait for a book, handler 8 that lies about how to undo its changes, handler
+/// 9, which runs scripts in its mind, handler 10 with a lane of cars, and handler 11 with the
+/// barrier at its end.
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
 #include "cfgman/run_task.h"
@@ -20,7 +20,6 @@ namespace {
 constexpr nv::string_id kTitle(1);
 constexpr nv::u32_id kPages(2);
 constexpr nv::string_array_id kTags(3);
-constexpr nv::string_id kPlace(1);
 constexpr nv::string_id kBook(1);
 
 struct Book : Object {
@@ -65,18 +64,6 @@ class Shelf : public AMap {
   }
 };
 
-class Place : public nv::Handler {
- public:
-  nv::message cmdGet(const nv::message&) override { return {{kPlace, place_}}; }
-  nv::message cmdSet(const nv::message& request) override {
-    place_ = request.get(kPlace);
-    return {};
-  }
-
- private:
-  std::string place_ = "hall";
-};
-
 class Silent : public nv::Handler {
  public:
   void handleCmd(const nv::message&, unsigned) override {}
@@ -117,7 +104,7 @@ class Scripts : public nv::Handler {
     const auto name = cmd.get(nv::key::name);
     nv::message answer;
     if (name == "stay")
-      answer = nv::failedMsg("it ran too long");
+      answer = nv::failedMsg("it ran\x1btoo long");
     else
       answer.insert(nv::run_key::status, name == "fail" ? 7 : 0);
     replyMessage(cmd, answer.insert(nv::run_key::output, heard(cmd)));
@@ -164,26 +151,20 @@ void queueUp(CfgMan& readers) {
 int main(int argc, char** argv) {
   nv::Service service(argc, argv, {.name = "shelf", .address = 100});
   Shelf shelf;
-  Place place;
   Silent silent;
   Round round;
   Gathered gathered;
-  Scripts scripts;
-  shelf.init();
-  nv::getLooper()->addHandler(100, &shelf);
-  nv::getLooper()->addHandler(3, &place);
-  nv::getLooper()->addHandler(4, &silent);
-  nv::getLooper()->addHandler(5, &round);
-  nv::getLooper()->addHandler(6, &gathered);
-  nv::getLooper()->addHandler(9, &scripts);
   Liar liar;
-  nv::getLooper()->addHandler(8, &liar);
+  Scripts scripts;
   Lane lane;
   Barrier barrier;
+  shelf.init();
   lane.init();
   barrier.init();
-  nv::getLooper()->addHandler(10, &lane);
-  nv::getLooper()->addHandler(11, &barrier);
+  const std::pair<unsigned, nv::Handler*> handlers[] = {
+      {100, &shelf}, {4, &silent},  {5, &round}, {6, &gathered},
+      {8, &liar},    {9, &scripts}, {10, &lane}, {11, &barrier}};
+  for (const auto& [id, handler] : handlers) nv::getLooper()->addHandler(id, handler);
   CfgMan readers;
   queueUp(readers);
   return service.run();

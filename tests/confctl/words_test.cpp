@@ -13,22 +13,12 @@ TEST(Words, ThatCouldSteerATerminalAreShownEscaped) {
 }
 
 TEST(Words, AreUtf8OnlyInTheirShortestFormAndWhenTheyAreWhole) {
-  for (const std::string_view good : {"", "a", "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80"}) {
+  for (const std::string_view good : {"", "a", "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80"})
     EXPECT_TRUE(isUtf8(good)) << printable(good);
-  }
-  const std::string_view table[] = {"\x80",
-                                    "\xc3",
-                                    "\xc0\x80",
-                                    "\xe0\x80\x80",
-                                    "\xed\xa0\x80",
-                                    "\xe2\x82",
-                                    "\xf4\x90\x80\x80",
-                                    "\xff",
-                                    "\xf0\x9f\x98",
-                                    "\xc3\xa9\xc3",
-                                    "\xc3(",
-                                    "\xf5\x80\x80\x80"};
-  for (const std::string_view bad : table) EXPECT_FALSE(isUtf8(bad)) << printable(bad);
+  for (const std::string_view bad :
+       {"\x80", "\xc3", "\xc0\x80", "\xe0\x80\x80", "\xed\xa0\x80", "\xe2\x82", "\xf4\x90\x80\x80",
+        "\xff", "\xf0\x9f\x98", "\xc3\xa9\xc3", "\xc3(", "\xf5\x80\x80\x80"})
+    EXPECT_FALSE(isUtf8(bad)) << printable(bad);
 }
 
 }  // namespace

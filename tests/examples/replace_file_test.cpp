@@ -3,97 +3,69 @@
 #include "examples/support/replace_file.h"
 
 #include <csignal>
-#include <fstream>
-#include <sstream>
 
-#include <gtest/gtest.h>
 #include <sys/resource.h>
+
+#include "tests/examples/service_test.h"
 
 namespace examples {
 namespace {
 
-namespace fs = std::filesystem;
-
 class ReplacedFile : public ::testing::Test {
  protected:
-  ReplacedFile() {
-    auto name = (fs::temp_directory_path() / "hosts-file-XXXXXX").string();
-    directory = mkdtemp(name.data());
-    file = directory / "hosts";
-  }
-  ~ReplacedFile() override { fs::remove_all(directory); }
+  ReplacedFile() { EXPECT_EQ(replaceFile(file, "old"), ""); }
 
-  std::string text() const {
-    std::ostringstream all;
-    all << std::ifstream(file).rdbuf();
-    return all.str();
-  }
-  std::size_t filesThere() const {
-    return static_cast<std::size_t>(
-        std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
+  /// Why the text was not taken; the old one is still there then, and nothing else.
+  std::string refused(const std::string& text,
+                      const std::function<std::string(const fs::path&)>& check = {}) {
+    const auto fault = replaceFile(file, text, check);
+    EXPECT_EQ(contents(file), "old");
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory.path()), {}), 1);
+    return fault;
   }
 
-  fs::path directory, file;
+  const TempDirectory directory;
+  const fs::path file = directory / "hosts";
+  const std::string cannot = "cannot write " + file.string() + ": ";
 };
 
 TEST_F(ReplacedFile, AReaderOfTheOldFileKeepsItAndANewReaderHasTheNewOne) {
-  ASSERT_EQ(replaceFile(file, "old"), "");
+  std::ofstream(file.string() + ".new") << "what a torn write left, longer than what follows";
   std::ifstream reader(file);
-  ASSERT_EQ(replaceFile(file, "new"), "");
+  ASSERT_EQ(replaceFile(file, "new", [](const fs::path&) { return ""; }), "");
   std::string old;
   reader >> old;
   EXPECT_EQ(old, "old");
-  EXPECT_EQ(text(), "new");
-  EXPECT_EQ(filesThere(), 1U);
-}
-
-TEST_F(ReplacedFile, WhatATornWriteLeftIsOverwritten) {
-  std::ofstream(file.string() + ".new") << "half a file, longer than what follows";
-  ASSERT_EQ(replaceFile(file, "new"), "");
-  EXPECT_EQ(text(), "new");
+  EXPECT_EQ(contents(file), "new");
+  EXPECT_FALSE(fs::exists(file.string() + ".new"));
 }
 
 TEST_F(ReplacedFile, AFullDiskLeavesTheOldFileAndSaysWhy) {
-  ASSERT_EQ(replaceFile(file, "old"), "");
   std::signal(SIGXFSZ, SIG_IGN);
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);
   const rlimit small{1000, before.rlim_max};
   setrlimit(RLIMIT_FSIZE, &small);
-  const auto error = replaceFile(file, std::string(5000, 'x'));
+  const auto fault = refused(std::string(5000, 'x'));
   setrlimit(RLIMIT_FSIZE, &before);
-  EXPECT_EQ(error, "cannot write " + file.string() + ": File too large");
-  EXPECT_EQ(text(), "old");
-  EXPECT_EQ(filesThere(), 1U);
+  EXPECT_EQ(fault, cannot + "File too large");
 }
 
 TEST_F(ReplacedFile, ALinkInThePlaceOfTheNewFileIsNotFollowed) {
   std::ofstream(directory / "precious") << "precious";
   fs::create_symlink("precious", file.string() + ".new");
   EXPECT_NE(replaceFile(file, "new"), "");
-  std::string precious;
-  std::ifstream(directory / "precious") >> precious;
-  EXPECT_EQ(precious, "precious");
-}
-
-TEST_F(ReplacedFile, AMissingDirectoryIsSaid) {
-  const auto nowhere = directory / "missing" / "hosts";
-  EXPECT_EQ(replaceFile(nowhere, "x"),
-            "cannot write " + nowhere.string() + ": No such file or directory");
+  EXPECT_EQ(contents(directory / "precious"), "precious");
 }
 
 TEST_F(ReplacedFile, ATextThatTheCheckRefusesDoesNotTakeThePlaceOfTheOldOne) {
-  ASSERT_EQ(replaceFile(file, "old"), "");
   const auto refuse = [this](const fs::path& fresh) {
-    std::ostringstream seen;
-    seen << std::ifstream(fresh).rdbuf();
-    return seen.str() + " after " + text();
+    return contents(fresh) + " after " + contents(file);
   };
-  EXPECT_EQ(replaceFile(file, "new", refuse), "cannot write " + file.string() + ": new after old");
-  EXPECT_EQ(text(), "old");
-  EXPECT_EQ(filesThere(), 1U);
-  EXPECT_EQ(replaceFile(file, "new", [](const fs::path&) { return ""; }), "");
-  EXPECT_EQ(text(), "new");
+  EXPECT_EQ(refused("new", refuse), cannot + "new after old");
+  const auto nowhere = directory / "missing" / "hosts";
+  EXPECT_EQ(replaceFile(nowhere, "x"),
+            "cannot write " + nowhere.string() + ": No such file or directory");
 }
 
 }  // namespace

@@ -2,25 +2,18 @@
 
 #include "examples/scripts/script_map.h"
 
-#include <gtest/gtest.h>
-
 #include "examples/scripts/source_runs.h"
-#include "platform/commands.h"
-#include "platform/errors.h"
 #include "platform/run_request.h"
-#include "testing/kit.h"
+#include "tests/examples/service_test.h"
 
 namespace scripts {
 namespace {
 
-namespace key = nv::key;
-using nv::message;
-using nv::testkit::Kit;
-
 constexpr std::uint32_t kUser = 0x7fffffff, kSystem = nv::kSystemRights;
 
-/// What a run says that was not refused: a process without descriptors in its loop sees no ends.
-constexpr const char* kWouldRun = "the end of a process cannot be seen here";
+/// What a run that was not refused comes to: a process without descriptors in its loop sees no
+/// ends.
+constexpr const char* kRuns = "runs";
 
 class ScriptMapTest : public ::testing::Test {
  protected:
@@ -30,23 +23,20 @@ class ScriptMapTest : public ::testing::Test {
     nv::getLooper()->addHandler(48, &sources);
   }
 
-  /// "ok", or the text of the refusal.
-  std::string ask(nv::Handler& handler, const message& request, std::uint32_t rights) {
-    const auto reply = kit.ask(handler, request, {{0xcfff0001}, rights});
-    return nv::isError(reply) ? nv::getError(reply) : "ok";
+  /// "ok", "runs", or the text of the refusal.
+  std::string ask(nv::Handler& handler, unsigned code, message request, std::uint32_t rights) {
+    const auto said =
+        outcome(kit.ask(handler, request.insert(key::command, code), {{0xcfff0001}, rights}));
+    return said.find("the end of a process cannot be seen here") == said.npos ? said : kRuns;
   }
   std::string add(const std::string& name, const std::string& source, std::uint32_t needs = 0,
                   std::uint32_t limit = 1000) {
-    return ask(map,
-               {{key::command, nv::cmd::addObj},
-                {key::name, name},
-                {kSource, source},
-                {kNeeds, needs},
-                {kTimeLimit, limit}},
-               kSystem);
+    const message script{
+        {key::name, name}, {kSource, source}, {kNeeds, needs}, {kTimeLimit, limit}};
+    return ask(map, cmd::addObj, script, kSystem);
   }
-  static message runOf(std::uint32_t id) {
-    return {{key::command, nv::cmd::runScript}, {key::objectId, id}};
+  std::string run(const message& which, std::uint32_t rights = kUser) {
+    return ask(map, cmd::runScript, which, rights);
   }
 
   Kit kit;
@@ -73,73 +63,63 @@ TEST_F(ScriptMapTest, FaultsAreRefusedWithWordsThatSayWhatIsWrong) {
       {"a", ":", 60001, "the time limit is 1 to 60000 ms, this one is 60001"},
       {"a", std::string(65536, 'x'), 60000, "ok"},
   };
-  for (const auto& [name, source, limit, outcome] : cases)
-    EXPECT_EQ(add(name, source, 0, limit), outcome);
+  for (const auto& [name, source, limit, expected] : cases)
+    EXPECT_EQ(add(name, source, 0, limit), expected);
 }
 
-TEST_F(ScriptMapTest, OnlyTheSystemChangesScripts) {
+TEST_F(ScriptMapTest, OnlyTheSystemChangesScriptsAndRunsASource) {
   ASSERT_EQ(add("greet", "echo hello"), "ok");
-  for (const auto code : {nv::cmd::addObj, nv::cmd::setObj, nv::cmd::removeObj}) {
-    const message request{
-        {key::command, code}, {key::objectId, 1}, {key::name, "b"}, {kSource, "rm -rf /"}};
-    EXPECT_EQ(ask(map, request, kUser), "not allowed") << code;
-  }
-  EXPECT_EQ(ask(map, {{key::command, nv::cmd::getObj}, {key::objectId, 1}}, 0), "ok");
+  const message change{{key::objectId, 1}, {key::name, "b"}, {kSource, "rm -rf /"}};
+  for (const auto code : {cmd::addObj, cmd::setObj, cmd::removeObj})
+    EXPECT_EQ(ask(map, code, change, kUser), "not allowed") << code;
+  EXPECT_EQ(ask(map, cmd::getObj, {{key::objectId, 1}}, 0), "ok");
+
+  const message source{{nv::run_key::source, "echo hello"}};
+  EXPECT_EQ(ask(sources, cmd::runScript, source, 0), "not allowed");
+  EXPECT_EQ(ask(sources, cmd::runScript, source, kUser),
+            "the request lacks rights that the script needs");
+  EXPECT_EQ(ask(sources, cmd::runScript, source, kSystem), kRuns);
+  EXPECT_EQ(ask(sources, cmd::runScript, {}, kSystem), "a run needs a source");
 }
 
 TEST_F(ScriptMapTest, ARunNeedsTheRightsOfItsScript) {
-  const std::uint32_t needs[] = {0, 1, 2, 5, 0x7fffffff, kSystem};
   const std::uint32_t haves[] = {0, 1, 2, 3, 5, 7, 0x7fffffff, kSystem, kSystem | 1, 0xffffffff};
   std::uint32_t id = 0;
-  for (const auto need : needs) {
+  for (const std::uint32_t need : {0U, 1U, 2U, 5U, 0x7fffffffU, kSystem}) {
     ASSERT_EQ(add("s" + std::to_string(++id), "echo hello", need), "ok");
     for (const auto have : haves) {
       const bool suffices = have != 0 && (have >= kSystem || (have & need) == need);
-      const auto said = ask(map, runOf(id), have);
-      EXPECT_EQ(said.find(kWouldRun) != std::string::npos, suffices)
-          << std::hex << need << ' ' << have << ' ' << said;
+      EXPECT_EQ(run({{key::objectId, id}}, have) == kRuns, suffices)
+          << std::hex << need << ' ' << have;
     }
   }
 }
 
-TEST_F(ScriptMapTest, ASourceRunsForTheSystemAlone) {
-  const message request{{key::command, nv::cmd::runScript}, {nv::run_key::source, "echo hello"}};
-  EXPECT_EQ(ask(sources, request, 0), "not allowed");
-  EXPECT_EQ(ask(sources, request, kUser), "the request lacks rights that the script needs");
-  EXPECT_NE(ask(sources, request, kSystem).find(kWouldRun), std::string::npos);
-  EXPECT_EQ(ask(sources, {{key::command, nv::cmd::runScript}}, kSystem), "a run needs a source");
-}
-
 TEST_F(ScriptMapTest, AScriptIsFoundByIdAndByNameAlsoByItsNewOne) {
   ASSERT_EQ(add("greet", "echo hello"), "ok");
-  const auto byName = [&](const std::string& name) {
-    return ask(map, {{key::command, nv::cmd::runScript}, {key::name, name}}, kUser);
-  };
-  EXPECT_NE(byName("greet").find(kWouldRun), std::string::npos);
-  EXPECT_NE(ask(map, runOf(1), kUser).find(kWouldRun), std::string::npos);
-  EXPECT_EQ(
-      ask(map, {{key::command, nv::cmd::setObj}, {key::objectId, 1}, {key::name, "hi"}}, kSystem),
-      "ok");
-  EXPECT_EQ(byName("greet"), "");
-  EXPECT_NE(byName("hi").find(kWouldRun), std::string::npos);
-  unsigned code = 0;
-  EXPECT_TRUE(nv::isError(kit.ask(map, runOf(2), nv::testkit::user()), &code));
-  EXPECT_EQ(code, nv::err::noSuchObject);
+  EXPECT_EQ(run({{key::name, "greet"}}), kRuns);
+  EXPECT_EQ(ask(map, cmd::setObj, {{key::objectId, 1}, {key::name, "hi"}}, kSystem), "ok");
+  EXPECT_EQ(run({{key::name, "hi"}}), kRuns);
+  for (const auto& nobody : {message{{key::name, "greet"}}, message{{key::objectId, 2}}}) {
+    unsigned code = 0;
+    message request = nobody;
+    request.insert(key::command, cmd::runScript);
+    EXPECT_TRUE(nv::isError(kit.ask(map, request, nv::testkit::user()), &code));
+    EXPECT_EQ(code, err::noSuchObject);
+  }
 }
 
 TEST_F(ScriptMapTest, AnArgumentIsAText) {
   ASSERT_EQ(add("greet", "echo hello"), "ok");
-  const auto withArguments = [&](const std::vector<nv::flat_message>& arguments) {
-    auto request = runOf(1);
-    request.insert(nv::run_key::arguments, arguments);
-    return ask(map, request, kUser);
+  const auto runWith = [&](const std::vector<nv::flat_message>& arguments) {
+    return run({{key::objectId, 1}, {nv::run_key::arguments, arguments}});
   };
   const auto good = message{{nv::run_key::word, "x"}}.flat();
-  EXPECT_EQ(withArguments({good, message{{nv::u32_id{1}, 7}}.flat()}), "argument 2 is no text");
-  EXPECT_EQ(withArguments({message().flat(), good}), "argument 1 is no text");
-  EXPECT_EQ(withArguments({message{{nv::run_key::word, std::string("a\0b", 3)}}.flat()}),
+  EXPECT_EQ(runWith({good, message{{nv::u32_id{1}, 7}}.flat()}), "argument 2 is no text");
+  EXPECT_EQ(runWith({message().flat(), good}), "argument 1 is no text");
+  EXPECT_EQ(runWith({message{{nv::run_key::word, std::string("a\0b", 3)}}.flat()}),
             "argument 1 is no text");
-  EXPECT_NE(withArguments({good, good}).find(kWouldRun), std::string::npos);
+  EXPECT_EQ(runWith({good, good}), kRuns);
 }
 
 }  // namespace
