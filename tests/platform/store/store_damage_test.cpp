@@ -167,7 +167,7 @@ TEST_F(DamagedStoreFile, IsWholeAtSomeCommitWhereverItsLogIsCutOffAndAtTheLastWh
 TEST_F(DamagedStoreFile, LosesAPageOfTheLogRatherThanServeWhatItHeldBefore) {
   constexpr std::size_t header = 32, frameHeader = 24, frame = frameHeader + kPage;
   unsigned noticed = 0;
-  for (int round = 0; round < 30; ++round) {
+  for (int round = 0; round < 60; ++round) {
     const Sample sample = makeSample(random, 10 + random.below(100));
     std::map<std::uint32_t, std::size_t> newest;  // page -> where its last frame begins
     for (std::size_t at = header; at + frame <= sample.log.size(); at += frame)
