@@ -1,30 +1,14 @@
 // Bytes from outside become a message or are refused; what is accepted is canonical and survives
 // use.
 #include <algorithm>
-#include <cstdlib>
 #include <sstream>
 
-#include "platform/message.h"
+#include "fuzz/require.h"
+#include "tests/support/random_message.h"
 
 namespace {
 
-void require(bool holds) {
-  if (!holds) std::abort();
-}
-
-/// The same fields, read and inserted one by one through their types.
-nv::message copiedByType(const nv::message& m) {
-  nv::message copy;
-  for (const nv::field f : m) {
-    nv::withId(f.uid(), [&](auto id) { copy.insert(id, m.get(id)); });
-  }
-  return copy;
-}
-
-void dump(const nv::message& m) {
-  std::ostringstream os;
-  m.dump2(os, "", 2);
-}
+using fuzz::require;
 
 /// Taken apart and put together again: halves of the fields, merged both ways.
 void splitAndMerge(const nv::message& whole) {
@@ -55,8 +39,9 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   if (!parsed) return 0;
   require(std::ranges::equal(parsed->bytes(), bytes));
   require(parsed->max_length() == size);
-  require(copiedByType(*parsed) == *parsed);
-  dump(*parsed);
+  require(nv::testkit::copiedByType(*parsed) == *parsed);
+  std::ostringstream dumped;
+  parsed->dump2(dumped, "", 2);
   splitAndMerge(*parsed);
   return 0;
 }

@@ -1,95 +1,67 @@
 /// Follows: the whole set, then its changes, whatever happens at either end.
 
-#include "platform/follow.h"
-
-#include <gtest/gtest.h>
-
 #include "platform/observer.h"
-#include "platform/post.h"
-#include "tests/platform/loop_fixture.h"
+#include "tests/platform/bus_fixture.h"
 
 namespace nv::testkit {
 namespace {
 
-/// What a follow delivers, one word each: "3=three", "-3" for an object that is gone, "." for the
-/// end mark.
-std::string word(const message& msg) {
-  if (msg.empty()) return ".";
-  const auto id = std::to_string(msg.get(key::objectId, 999));
-  return msg.get(key::absent) ? "-" + id : id + "=" + msg.get(key::name);
-}
+/// With these objects, their ids as texts.
+class LoopWithFour : public Loop {
+ protected:
+  LoopWithFour() {
+    for (std::uint32_t id = 1; id <= 4; ++id) texts.texts[id] = std::to_string(id);
+  }
+};
 
-TEST_F(Loop, AFollowDeliversTheWholeSetThenTheMarkThenChanges) {
-  ListHandler texts;
-  getLooper()->addHandler(7, &texts);
-  for (std::uint32_t id = 1; id <= 5; ++id) texts.texts[id] = std::to_string(id);
-  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(7, 0), false);
+TEST_F(LoopWithFour, AFollowDeliversTheWholeSetThenTheMarkThenChanges) {
+  texts.texts[5] = "5";
+  void* const handle = followAll();
   EXPECT_EQ(taken(), "");
-  kit.settle();
-  EXPECT_EQ(taken(), "1=1 2=2 3=3 4=4 5=5 .");
+  EXPECT_EQ(settled(), "1=1 2=2 3=3 4=4 5=5 .");
   texts.put(3, "new");
-  kit.settle();
-  EXPECT_EQ(taken(), "3=new");
-  texts.texts.erase(4);
-  texts.notifyChange(4, true, nullptr, {});
-  kit.settle();
-  EXPECT_EQ(taken(), "-4");
+  EXPECT_EQ(settled(), "3=new");
+  texts.cmdRemoveObj({}, 4);
+  EXPECT_EQ(settled(), "-4");
   stopFollow(handle);
   texts.put(3, "unheard");
-  kit.settle();
-  EXPECT_EQ(taken(), "");
+  EXPECT_EQ(settled(), "");
   EXPECT_EQ(texts.subscribers, 0);
   stopFollow(nullptr);
 }
 
 TEST_F(Loop, AFollowHearsOfAChangeOnlyWhenItIsOnDisk) {
-  ListHandler texts("texts");
-  getLooper()->addHandler(7, &texts);
   texts.texts[1] = "one";
   kit.engine().hold();
   texts.put(2, "two");
-  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(7, 0), false);
-  kit.settle();
-  EXPECT_EQ(taken(), "");
+  followAll();
+  EXPECT_EQ(settled(), "");
   kit.engine().commit();
-  kit.settle();
-  EXPECT_EQ(taken(), "1=one 2=two .");
+  EXPECT_EQ(settled(), "1=one 2=two .");
   texts.put(1, "new");
-  kit.settle();
-  EXPECT_EQ(taken(), "");
+  EXPECT_EQ(settled(), "");
   kit.engine().release();
-  kit.settle();
-  EXPECT_EQ(taken(), "1=new");
-  stopFollow(handle);
+  EXPECT_EQ(settled(), "1=new");
 }
 
-TEST_F(Loop, AFollowMayEndItselfAtAnyOfItsMessages) {
-  ListHandler texts;
-  getLooper()->addHandler(7, &texts);
-  for (std::uint32_t id = 1; id <= 3; ++id) texts.texts[id] = "x";
-  for (int last = 1; last <= 5; ++last) {
+TEST_F(LoopWithFour, AFollowMayEndAtAnyOfItsMessagesOrMoments) {
+  for (int last = 1; last <= 6; ++last) {
     void* handle = nullptr;
     int heard = 0;
-    handle = follow(
-        [&](const message&) {
-          if (++heard == last) stopFollow(handle);
-        },
-        requestTo(7, 0), false);
+    const auto count = [&](const message&) {
+      if (++heard == last) stopFollow(handle);
+    };
+    handle = follow(count, requestTo(kAddress, 0), false);
     kit.settle();
-    texts.put(1, "changed");
-    kit.settle();
-    texts.put(2, "changed");
-    kit.settle();
+    for (const std::uint32_t id : {1U, 2U}) {
+      texts.put(id, "changed");
+      kit.settle();
+    }
     EXPECT_EQ(heard, last);
     EXPECT_EQ(texts.subscribers, 0);
   }
-}
-
-TEST_F(Loop, AFollowThatEndsAtAnyMomentLeavesNoSubscription) {
-  ListHandler texts;
-  getLooper()->addHandler(7, &texts);
   for (int passes = 0; passes < 6; ++passes) {
-    void* const handle = follow([](const message&) {}, requestTo(7, 0), false);
+    void* const handle = followAll();
     for (int i = 0; i < passes; ++i) kit.pass();
     stopFollow(handle);
     kit.settle();
@@ -97,39 +69,23 @@ TEST_F(Loop, AFollowThatEndsAtAnyMomentLeavesNoSubscription) {
   }
 }
 
-TEST_F(Loop, AnObjectThatGoesWhileTheSetIsReadIsNotLost) {
+TEST_F(LoopWithFour, AnObjectThatGoesWhileTheSetIsReadIsNotLost) {
   struct Shrinking : ListHandler {
     message cmdGetAll(const message& request, std::uint32_t startId, std::uint32_t count) override {
       auto reply = ListHandler::cmdGetAll(request, startId, count);
-      if (startId == kNoId) {
-        texts.erase(3);  // the one with which the next page begins
-        notifyChange(3, true, nullptr, {});
-      }
+      if (startId == kNoId && texts.contains(3)) cmdRemoveObj({}, 3);  // begins the next page
       return reply;
     }
-  } texts;
-  getLooper()->addHandler(7, &texts);
-  for (std::uint32_t id = 1; id <= 4; ++id) texts.texts[id] = std::to_string(id);
-  std::map<std::uint32_t, std::string> copy;
-  bool complete = false;
-  void* const handle = follow(
-      [&](const message& msg) {
-        if (msg.empty()) return void(complete = true);
-        if (msg.get(key::absent))
-          copy.erase(msg.get(key::objectId));
-        else
-          copy[msg.get(key::objectId)] = msg.get(key::name);
-      },
-      requestTo(7, 0), false);
-  kit.settle();
-  EXPECT_FALSE(complete) << "it waits before it reads again";
+  } shrinking;
+  shrinking.texts = texts.texts;
+  serve(shrinking);
+  followAll();
+  EXPECT_EQ(settled(), "1=1 2=2 -3") << "it waits before it reads again";
   kit.advance(100);
-  EXPECT_TRUE(complete);
-  EXPECT_EQ(copy, texts.texts);
-  stopFollow(handle);
+  EXPECT_EQ(taken(), "1=1 2=2 4=4 .");
 }
 
-TEST_F(Loop, ASetWhosePagesLeadInACircleIsReadAgainLaterAndEverMoreRarely) {
+TEST_F(LoopWithFour, ASetWhosePagesLeadInACircleIsReadAgainLaterAndEverMoreRarely) {
   struct Circle : ListHandler {
     message cmdGetAll(const message& request, std::uint32_t startId, std::uint32_t count) override {
       ++pages;
@@ -139,20 +95,19 @@ TEST_F(Loop, ASetWhosePagesLeadInACircleIsReadAgainLaterAndEverMoreRarely) {
     }
     bool circular = true;
     int pages = 0;
-  } texts;
-  getLooper()->addHandler(7, &texts);
-  for (std::uint32_t id = 1; id <= 4; ++id) texts.texts[id] = std::to_string(id);
-  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(7, 0), false);
+  } circle;
+  circle.texts = texts.texts;
+  serve(circle);
+  followAll();
   for (int i = 0; i < 100; ++i) kit.pass();
-  EXPECT_EQ(texts.pages, 2);
+  EXPECT_EQ(circle.pages, 2);
   kit.advance(60000);
-  EXPECT_LT(texts.pages, 60);
+  EXPECT_LT(circle.pages, 60);
   EXPECT_EQ(taken().find('.'), std::string::npos);
-  texts.circular = false;
+  circle.circular = false;
   kit.advance(3200);
   EXPECT_EQ(taken(), "1=1 2=2 3=3 4=4 .");
-  EXPECT_EQ(texts.subscribers, 1);
-  stopFollow(handle);
+  EXPECT_EQ(circle.subscribers, 1);
 }
 
 TEST_F(Loop, TheOneObjectOfAHolderIsFollowedAsObjectZero) {
@@ -161,14 +116,12 @@ TEST_F(Loop, TheOneObjectOfAHolderIsFollowedAsObjectZero) {
     message getObject(std::uint32_t, std::uint32_t) override { return {{key::name, text}}; }
     std::string text = "one";
   } holder;
-  getLooper()->addHandler(7, &holder);
-  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(7, 0), false);
-  kit.settle();
+  serve(holder);
+  followAll();
+  EXPECT_EQ(settled(), "0=one .");
   holder.text = "two";
   holder.notifyChange(kNoId, false, nullptr, {});
-  kit.settle();
-  EXPECT_EQ(taken(), "0=one . 0=two");
-  stopFollow(handle);
+  EXPECT_EQ(settled(), "0=two");
 }
 
 /// The far end of a follow, played by the test.
@@ -181,18 +134,14 @@ class FollowedPeer {
     kit_.settle();
     if (auto next = kit_.acceptedPeer()) peer = std::move(next);
     ASSERT_TRUE(peer);
+    std::vector<flat_message> page;
+    for (const auto& [id, text] : objects)
+      page.push_back(message{{key::objectId, id}, {key::name, text}}.flat());
     for (int i = 0; i < 2; ++i) {
       kit_.settle();
       for (const auto& request : peer->received()) {
-        message reply{{key::frameKind, 1}, {key::tag, request.get(key::tag)}};
         if (request.get(key::command) == cmd::subscribe) subscription = request.get(key::tag);
-        if (request.get(key::command) == cmd::getAll) {
-          std::vector<flat_message> page;
-          for (const auto& [id, text] : objects)
-            page.push_back(message{{key::objectId, id}, {key::name, text}}.flat());
-          reply.insert(key::objects, page);
-        }
-        peer->send(reply);
+        peer->send(replyTo(request).insert(key::objects, page));
       }
     }
     kit_.settle();
@@ -205,9 +154,8 @@ class FollowedPeer {
   Kit& kit_;
 };
 
-TEST_F(Loop, AFollowComesBackAfterALostConnectionAndTellsWhatVanished) {
-  void* const handle =
-      follow([&](const message& msg) { note(word(msg)); }, requestTo(kElsewhere, 0), false);
+TEST_F(Loop, AFollowComesBackAfterALostConnectionOrTheEndOfItsSubscriptionAndTellsWhatVanished) {
+  void* const handle = followAll(kElsewhere);
   kit.advance(250);  // nobody there yet
   EXPECT_EQ(taken(), "");
   kit.serve(kElsewhere);
@@ -216,33 +164,33 @@ TEST_F(Loop, AFollowComesBackAfterALostConnectionAndTellsWhatVanished) {
   far.answer({{1, "one"}, {2, "two"}, {3, "three"}});
   EXPECT_EQ(taken(), "1=one 2=two 3=three .");
   far.peer->close();
-  kit.settle();
-  EXPECT_EQ(taken(), "") << "a lost connection says nothing of the objects";
+  EXPECT_EQ(settled(), "") << "a lost connection says nothing of the objects";
   kit.advance(200);
   far.answer({{2, "two"}, {4, "four"}});
   EXPECT_EQ(taken(), "2=two 4=four -1 -3 .");
+  far.peer->send({{key::frameKind, 3}, {key::tag, far.subscription}});
+  kit.advance(200);
+  far.answer({{2, "two"}});
+  EXPECT_EQ(taken(), "2=two -4 .");
   stopFollow(handle);
   kit.advance(10000);
   EXPECT_EQ(taken(), "");
 }
 
 TEST_F(Loop, AFollowComesBackWhenThereIsAnotherHandler) {
-  auto texts = std::make_unique<ListHandler>();
-  getLooper()->addHandler(7, texts.get());
-  texts->texts = {{1, "one"}, {2, "two"}};
-  void* const handle = follow([&](const message& msg) { note(word(msg)); }, requestTo(7, 0), false);
-  kit.settle();
-  EXPECT_EQ(taken(), "1=one 2=two .");
-  texts.reset();
+  auto first = std::make_unique<ListHandler>();
+  serve(*first);
+  first->texts = {{1, "one"}, {2, "two"}};
+  followAll();
+  EXPECT_EQ(settled(), "1=one 2=two .");
+  first.reset();
   kit.advance(1000);
   EXPECT_EQ(taken(), "") << "a lost handler says nothing of the objects";
-  ListHandler next;
-  next.texts = {{2, "new"}};
-  getLooper()->addHandler(7, &next);
+  texts.texts = {{2, "new"}};
+  serve(texts);
   kit.advance(3200);
   EXPECT_EQ(taken(), "2=new -1 .");
-  EXPECT_EQ(next.subscribers, 1);
-  stopFollow(handle);
+  EXPECT_EQ(texts.subscribers, 1);
 }
 
 TEST_F(Loop, FollowsThatEndOneAnotherAreForgottenTogether) {
@@ -252,27 +200,12 @@ TEST_F(Loop, FollowsThatEndOneAnotherAreForgottenTogether) {
   };
   for (int i = 0; i < 20; ++i) {
     const auto ends = std::make_shared<Ends>();
-    ends->handle = follow([](const message&) {}, requestTo(7, 0), false);
-    follow([this, ends](const message&) { note("called"); }, requestTo(7, 0), false);
+    ends->handle = followAll();
+    follow([this, ends](const message&) { note("called"); }, requestTo(kAddress, 0), false);
   }
   setObserver(nullptr);
   getLooper()->assemble({});
   EXPECT_EQ(taken(), "");
-}
-
-TEST_F(Loop, AFollowSubscribesAnewWhenItsSubscriptionIsEndedOverTheBus) {
-  kit.serve(kElsewhere);
-  void* const handle =
-      follow([&](const message& msg) { note(word(msg)); }, requestTo(kElsewhere, 0), false);
-  kit.settle();
-  FollowedPeer far(kit);
-  far.answer({{1, "one"}});
-  EXPECT_EQ(taken(), "1=one .");
-  far.peer->send({{key::frameKind, 3}, {key::tag, far.subscription}});
-  kit.advance(200);
-  far.answer({{2, "two"}});
-  EXPECT_EQ(taken(), "2=two -1 .");
-  stopFollow(handle);
 }
 
 TEST_F(Loop, WhatAnObserverAnswersAtOnceArrivesInTheNextPass) {
@@ -291,40 +224,18 @@ TEST_F(Loop, WhatAnObserverAnswersAtOnceArrivesInTheNextPass) {
     std::function<void(const message&)> feed;
   } eager;
   setObserver(&eager);
-  void* const handle =
-      follow([&](const message& msg) { note(word(msg)); }, requestTo(kElsewhere, 0), true);
-  auto request = requestTo(kElsewhere, cmd::getCount);
-  const Post post(
-      request, [&](const message& reply) { note(std::to_string(reply.get(key::count))); }, 1000);
+  void* const handle = followAll(kElsewhere);
+  const Post post = ask(requestTo(kElsewhere, cmd::getCount));
   eager.feed({{key::objectId, 2}, {key::name, "two"}});
   EXPECT_EQ(taken(), "");
   EXPECT_TRUE(post.pending());
-  kit.settle();
-  EXPECT_EQ(taken(), "1=one . 3 2=two");
+  EXPECT_EQ(settled(), "1=one . 3 2=two");
   eager.feed({{key::objectId, 1}, {key::name, "new"}});
   EXPECT_EQ(taken(), "1=new");
+  stopFollow(handle);
+  eager.feed({});
+  EXPECT_EQ(settled(), "");
   setObserver(nullptr);
-  stopFollow(handle);
-}
-
-TEST_F(Loop, ATestMayAnswerFollowsAndPostsItself) {
-  kit.seen().answersFollows = kit.seen().answersPosts = true;
-  void* const handle =
-      follow([&](const message& msg) { note(word(msg)); }, requestTo(kElsewhere, 0), true);
-  auto request = requestTo(kElsewhere, cmd::getCount);
-  const Post post(
-      request, [&](const message&) { note("answer"); }, 1000);
-  auto& seen = kit.seen();
-  ASSERT_EQ(seen.follows.size(), 1U);
-  EXPECT_TRUE(seen.follows[0].wait);
-  seen.follows[0].deliver({});
-  seen.posts[0].answer({});
-  seen.posts[0].answer({});
-  EXPECT_EQ(taken(), ". answer");
-  stopFollow(handle);
-  seen.follows[0].deliver({});
-  EXPECT_EQ(taken(), "");
-  EXPECT_TRUE(seen.follows[0].stopped);
 }
 
 }  // namespace

@@ -24,20 +24,19 @@ class edits {
   explicit edits(unsigned seed) : random_(seed) {}
 
   void step() {
-    switch (random_.below(12)) {
-      case 0:
-      case 1:
-      case 2: return insert();
-      case 3: return remove();
-      case 4: return append();
-      case 5: return removeElement();
-      case 6: return insertViewOfItself();
-      case 7: return merge();
-      case 8: return mergeWithPrior();
-      case 9: return exclude();
-      case 10: return travel();
-      default: return rebuild();
-    }
+    static constexpr void (edits::*kKinds[])() = {&edits::insert,
+                                                  &edits::insert,
+                                                  &edits::insert,
+                                                  &edits::remove,
+                                                  &edits::append,
+                                                  &edits::removeElement,
+                                                  &edits::insertViewOfItself,
+                                                  &edits::merge,
+                                                  &edits::mergeWithPrior,
+                                                  &edits::exclude,
+                                                  &edits::travel,
+                                                  &edits::rebuild};
+    (this->*kKinds[random_.below(std::size(kKinds))])();
   }
 
   void verify() {
@@ -46,25 +45,24 @@ class edits {
     auto expected = model_.begin();
     for (const field f : message_) {
       ASSERT_EQ(f.uid(), expected->first);
-      withId(f.uid(), [&](auto id) { verifyField(id, expected->second); });
+      withId(f.uid(), [&]<TypedId T>(T id) {
+        const auto& own = std::get<typename IdTraits<T>::type>(expected->second);
+        ASSERT_EQ(message_.get(id), own);
+        if constexpr (ArrayId<T>) {
+          ASSERT_EQ(message_.size(id), own.size());
+        }
+      });
       ++expected;
     }
-    message shuffled;
-    for (auto it = model_.rbegin(); it != model_.rend(); ++it) put(shuffled, it->first, it->second);
-    ASSERT_EQ(message_, shuffled) << "the order of edits shows";
+    withId(random_.uid(kIds), [&]<TypedId T>(T id) {
+      const bool there = model_.contains(id.uid());
+      ASSERT_EQ(message_.has(id), there);
+      ASSERT_TRUE(there || message_.get(id) == typename IdTraits<T>::type());
+    });
+    ASSERT_EQ(message_, build(model_)) << "the order of edits shows";
   }
 
  private:
-  template <TypedId T>
-  void verifyField(T id, const value& expected) {
-    const auto& own = std::get<typename IdTraits<T>::type>(expected);
-    ASSERT_TRUE(message_.has(id));
-    ASSERT_EQ(message_.get(id), own);
-    if constexpr (ArrayId<T>) {
-      ASSERT_EQ(message_.size(id), own.size());
-    }
-  }
-
   static void put(message& m, std::uint32_t uid, const value& v) {
     withId(uid, [&](auto id) { m.insert(id, std::get<typename IdTraits<decltype(id)>::type>(v)); });
   }
@@ -119,11 +117,12 @@ class edits {
   void removeElement() {
     const u32_array_id id(1 + random_.below(kIds));
     const unsigned element = random_.below(4);
+    std::size_t erased = 0;
     if (const auto it = model_.find(id.uid()); it != model_.end()) {
-      std::erase(std::get<std::vector<std::uint32_t>>(it->second), element);
+      erased = std::erase(std::get<std::vector<std::uint32_t>>(it->second), element);
     }
+    EXPECT_EQ(message_.hasElem(id, element), erased > 0);
     message_.remove(id, element);
-    EXPECT_FALSE(message_.hasElem(id, element));
   }
 
   void insertViewOfItself() {
@@ -142,8 +141,8 @@ class edits {
 
   void mergeWithPrior() {
     const model other = randomModel(random_.below(6));
-    message prior;
-    message expected;
+    message prior = build(randomModel(random_.below(4)));
+    message expected = prior;
     for (const auto& [uid, v] : other) {
       const auto old = model_.find(uid);
       if (old != model_.end() && old->second != v) put(expected, uid, old->second);
@@ -154,6 +153,7 @@ class edits {
   }
 
   void exclude() {
+    if (random_.oneIn(8)) return model_.clear(), message_.exclude(message_);
     const model other = randomModel(random_.below(20));
     message_.exclude(build(other));
     for (const auto& [uid, v] : other) {

@@ -2,10 +2,8 @@
 
 #include "platform/timer.h"
 
-#include <gtest/gtest.h>
-
 #include "platform/runner.h"
-#include "tests/platform/loop_fixture.h"
+#include "tests/platform/bus_fixture.h"
 
 namespace nv::testkit {
 namespace {

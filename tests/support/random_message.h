@@ -8,6 +8,15 @@
 
 namespace nv::testkit {
 
+/// The same fields, read and inserted one by one through their types.
+inline message copiedByType(const message& m) {
+  message copy;
+  for (const field f : m) {
+    withId(f.uid(), [&](auto id) { copy.insert(id, m.get(id)); });
+  }
+  return copy;
+}
+
 class random_source {
  public:
   explicit random_source(unsigned seed) : engine_(seed) {}

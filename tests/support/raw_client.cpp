@@ -100,11 +100,9 @@ message RawClient::ask(message request) {
   const auto tag = ++lastTag_;
   request.insert(key::tag, tag);
   if (!send(request)) return {};
-  while (auto msg = receive()) {
-    if (msg->get(key::tag) == tag) return std::move(*msg);
-    heard.push_back(std::move(*msg));
-  }
-  return {};
+  auto msg = receive();
+  while (msg && msg->get(key::tag) != tag) msg = receive();
+  return msg.value_or(message());
 }
 
 }  // namespace nv::testkit

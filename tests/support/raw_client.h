@@ -37,10 +37,9 @@ class RawClient {
   /// not.
   bool isCut();
 
-  /// Sends a request under a tag of its own and waits for its reply; an empty message when the
-  /// connection ends first. Notifications that come before it are put into `heard`.
+  /// Sends a request under a tag of its own and waits for its reply, passing over what comes before
+  /// it; an empty message when the connection ends first.
   message ask(message request);
-  std::vector<message> heard;
 
  private:
   bool readBytes(unsigned char* to, std::size_t size);

@@ -2,7 +2,6 @@
 
 #include <memory>
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -20,28 +19,21 @@
 namespace nv::testkit {
 namespace {
 
-sockaddr_un addressOf(const std::filesystem::path& path) {
+/// Does `call`, which is bind or connect, with a new socket and a path; the socket, or -1.
+int socketThat(int (*call)(int, const sockaddr*, socklen_t), const std::filesystem::path& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path.native().copy(address.sun_path, sizeof address.sun_path - 1);
-  return address;
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  return call(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? fd : -1;
 }
 
 /// A socket on which somebody listens and accepts nobody, with room for one.
 int listenOn(const std::filesystem::path& path) {
   std::filesystem::create_directories(path.parent_path());
-  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const auto address = addressOf(path);
-  EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const int fd = socketThat(bind, path);
   EXPECT_EQ(listen(fd, 0), 0);
   return fd;
-}
-
-/// Waits to be accepted for as long as the test lasts; false when there is no room.
-bool waitThere(const std::filesystem::path& path) {
-  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  const auto address = addressOf(path);
-  return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 class Connect : public ::testing::Test {
@@ -49,22 +41,18 @@ class Connect : public ::testing::Test {
   Connect() { connectBus(place.bus()); }
   ~Connect() override { getLooper()->assemble({}); }
 
-  message ask(std::uint32_t timeout) {
-    auto request = command(cmd::getCount);
-    message answer;
-    bool answered = false;
-    const Post post(
-        request,
-        [&](const message& reply) {
-          answer = reply;
-          answered = true;
-        },
-        timeout);
-    while (!answered) getLooper()->runOnce(true);
+  Post post(std::uint32_t timeout, message request = command(cmd::getCount)) {
+    return Post(
+        request, [&](const message& reply) { answer = reply; }, timeout);
+  }
+  message answerTo(const Post& asked) {
+    while (asked.pending()) getLooper()->runOnce(true);
     return answer;
   }
+  message ask(std::uint32_t timeout) { return answerTo(post(timeout)); }
 
   Place place;
+  message answer;
 };
 
 TEST_F(Connect, WhereNobodyListensItSaysSo) {
@@ -76,13 +64,10 @@ TEST_F(Connect, WhereNobodyListensItSaysSo) {
 TEST_F(Connect, AUserWhoMayNotConnectIsToldSo) {
   const int listener = listenOn(place.socket());
   std::filesystem::permissions(place.socket(), std::filesystem::perms(0));
-  if (geteuid() == 0) {
-    ASSERT_EQ(seteuid(kNobody.uid), 0);
-  }
-  const auto answer = ask(5000);
-  if (getuid() == 0) {
-    ASSERT_EQ(seteuid(0), 0);
-  }
+  const auto user = geteuid();
+  ASSERT_EQ(seteuid(user == 0 ? kNobody.uid : user), 0);
+  ask(5000);
+  ASSERT_EQ(seteuid(user), 0);
   EXPECT_EQ(errorCode(answer), err::noRoute);
   EXPECT_EQ(getError(answer),
             "cannot connect to " + place.socket().string() + ": Permission denied");
@@ -93,13 +78,9 @@ TEST_F(Connect, WhoAsksTooMuchIsToldSoBeforeItIsCut) {
   ServiceProcess service(place);
   ASSERT_TRUE(service.start()) << service.said();
   const auto limits = Limits();
-  std::string answer;
-  auto request = command(cmd::getCount);
-  request.insert(raw_id(9), std::vector<unsigned char>(2 * limits.frameBytes));
-  const Post post(
-      request, [&](const message& reply) { answer = getError(reply); }, 5000);
-  while (answer.empty()) getLooper()->runOnce(true);
-  EXPECT_NE(answer.find(" bytes is over the limit"), std::string::npos) << answer;
+  const std::vector<unsigned char> large(2 * limits.frameBytes);
+  const auto refusal = answerTo(post(5000, command(cmd::getCount).insert(raw_id(9), large)));
+  EXPECT_TRUE(getError(refusal).ends_with(" bytes is over the limit")) << getError(refusal);
 
   std::vector<std::unique_ptr<RawClient>> crowd;
   for (std::size_t i = 0; i < limits.connectionsPerUser; ++i) {
@@ -113,24 +94,19 @@ TEST_F(Connect, WhoAsksTooMuchIsToldSoBeforeItIsCut) {
 
 TEST_F(Connect, ABusyServiceIsTriedAgainUntilTheTimeIsOver) {
   const int listener = listenOn(place.socket());
-  while (waitThere(place.socket())) {
+  while (socketThat(connect, place.socket()) >= 0) {  // and they wait as long as the test lasts
   }
   const auto refused = ask(100);
   EXPECT_EQ(errorCode(refused), err::timedOut);
   EXPECT_EQ(getError(refused), "the service takes no more connections for now");
 
-  auto request = command(cmd::getCount);
-  std::string answer;
-  const Post post(
-      request, [&](const message& reply) { answer = getError(reply); }, 20000);
+  const Post patient = post(20000);
   getLooper()->runOnce(false);
-  // Now somebody takes in those who wait, and lets them go.
-  ASSERT_GE(fcntl(listener, F_SETFL, O_NONBLOCK), 0);
-  while (answer.empty()) {
+  while (patient.pending()) {  // Now somebody takes in those who wait, and lets them go.
     if (const int fd = accept(listener, nullptr, nullptr); fd >= 0) close(fd);
     getLooper()->runOnce(true);
   }
-  EXPECT_EQ(answer, "the connection ended");
+  EXPECT_EQ(getError(answer), "the connection ended");
   close(listener);
 }
 

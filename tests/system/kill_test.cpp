@@ -35,16 +35,10 @@ using Texts = std::map<std::uint32_t, std::string>;
 /// How far the writers have come, for who waits for them.
 class Progress {
  public:
-  void answered() {
-    change([this] { ++answers_; });
-  }
-  void ended() {
-    change([this] { ended_ = true; });
-  }
-  int answers() {
-    const std::lock_guard lock(mutex_);
-    return answers_;
-  }
+  void answered() { add(1, false); }
+  void ended() { add(0, true); }
+  /// Of writers that have ended.
+  int answers() const { return answers_; }
   /// Waits for so many answers; false when a writer ends before.
   bool reaches(int answers) {
     std::unique_lock lock(mutex_);
@@ -53,10 +47,10 @@ class Progress {
   }
 
  private:
-  template <class Function>
-  void change(Function function) {
+  void add(int answers, bool ended) {
     const std::lock_guard lock(mutex_);
-    function();
+    answers_ += answers;
+    ended_ |= ended;
     changed_.notify_one();
   }
 
@@ -74,12 +68,11 @@ class Writer {
   /// Until the connection ends; tells of each answer and of the end.
   void write(const std::filesystem::path& socket, Progress& progress) {
     RawClient client(socket);
-    for (bool alive = client.connected(); alive;) {
-      while (alive && unanswered_.size() < kInFlight) alive = client.send(change());
-      if (!alive) break;
+    for (;;) {
+      while (unanswered_.size() < kInFlight && client.send(change())) {
+      }
       const auto reply = client.receive();
-      alive = reply.has_value();
-      if (!alive) break;
+      if (!reply) break;
       EXPECT_FALSE(isError(*reply)) << getError(*reply);
       EXPECT_EQ(reply->get(key::tag), unanswered_.front().tag);
       apply(unanswered_.front(), acknowledged_);
@@ -113,7 +106,8 @@ class Writer {
   message change() {
     Change next{++lastTag_, firstId_ + random_.below(kTextsOfAWriter), {}};
     const bool there = latest_.contains(next.id);
-    if (!there || random_.below(4) != 0) next.text = std::string(random_.below(3000), letter());
+    if (!there || random_.below(4) != 0)
+      next.text = std::string(random_.below(3000), static_cast<char>('a' + random_.below(26)));
     auto request = !next.text ? command(cmd::removeObj, next.id)
                    : there    ? setText(next.id, *next.text)
                               : addText(next.id, *next.text);
@@ -123,13 +117,9 @@ class Writer {
   }
 
   static void apply(const Change& change, Texts& texts) {
-    if (change.text)
-      texts[change.id] = *change.text;
-    else
-      texts.erase(change.id);
+    texts.erase(change.id);
+    if (change.text) texts[change.id] = *change.text;
   }
-
-  char letter() { return static_cast<char>('a' + random_.below(26)); }
 
   std::uint32_t firstId_, lastTag_ = 0;
   Random random_;

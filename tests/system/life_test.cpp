@@ -15,44 +15,43 @@
 namespace nv::testkit {
 namespace {
 
-/// Whether a second instance, whose store file is "other.db", has left none of its files.
-void expectNoOtherStore(const Place& place) {
-  for (const auto& entry : std::filesystem::directory_iterator(place.folder()))
-    EXPECT_FALSE(entry.path().filename().string().starts_with("other.db")) << entry.path();
+/// It ends at once, and has said so in one line.
+void expectRefused(ServiceProcess& service, const std::string& line) {
+  EXPECT_FALSE(service.start());
+  EXPECT_EQ(service.wait(), 1);
+  EXPECT_EQ(service.said(), "texts: " + line + "\n");
 }
 
-TEST(Life, ASecondInstanceOnTheAddressSaysSoInOneLine) {
-  Place place;
-  ServiceProcess first(place), second(place, place.folder() / "other.db");
+TEST(Life, ASecondInstanceSaysWhatIsTakenInOneLineAndTakesItWhenTheFirstIsDead) {
+  const Place place, elsewhere;
+  const auto link = place.bus() / "texts", otherStore = place.folder() / "other.db";
+  const std::string ofAnother = " is taken by another process", bus = place.bus().string();
+  ServiceProcess first(place), sameAddress(place, otherStore), sameName(place, otherStore),
+      sameStore(elsewhere, place.storeFile());
   ASSERT_TRUE(first.start());
-  EXPECT_FALSE(second.start());
-  EXPECT_EQ(second.wait(), 1);
-  EXPECT_EQ(second.said(),
-            "texts: address 100 on " + place.bus().string() + " is taken by another process\n");
-  expectNoOtherStore(place);
-  RawClient client(place.socket());
-  EXPECT_FALSE(isError(client.ask(addText(1, "the first one still serves"))));
-}
-
-TEST(Life, ASecondServiceOfOneNameSaysSoInOneLineUntilTheFirstIsDead) {
-  Place place;
-  const auto link = place.bus() / "texts";
-  ServiceProcess first(place), second(place, place.folder() / "other.db");
-  ASSERT_TRUE(first.start());
-  second.setAddress(kAddress + 1);
-  EXPECT_FALSE(second.start());
-  EXPECT_EQ(second.wait(), 1);
-  EXPECT_EQ(second.said(),
-            "texts: the name texts on " + place.bus().string() + " is taken by another process\n");
+  expectRefused(sameAddress, "address 100 on " + bus + ofAnother);
+  sameName.setAddress(kAddress + 1);
+  expectRefused(sameName, "the name texts on " + bus + ofAnother);
+  expectRefused(sameStore,
+                "store: " + place.storeFile().string() + ": is in use by another process");
+  EXPECT_FALSE(std::filesystem::exists(elsewhere.socket()));
+  EXPECT_FALSE(std::filesystem::is_symlink(elsewhere.bus() / "texts"));
   EXPECT_EQ(std::filesystem::read_symlink(link), "100.sock");
   EXPECT_FALSE(std::filesystem::exists(place.bus() / "101.sock"));
-  expectNoOtherStore(place);
+  for (const auto& entry : std::filesystem::directory_iterator(place.folder()))
+    EXPECT_FALSE(entry.path().filename().string().starts_with("other.db")) << entry.path();
+  EXPECT_FALSE(isError(RawClient(place.socket()).ask(addText(1, "the first one still serves"))));
 
   EXPECT_EQ(first.end(SIGKILL), -SIGKILL);
-  ASSERT_TRUE(second.start()) << second.said();
+  ASSERT_TRUE(std::filesystem::exists(place.socket()));
+  EXPECT_FALSE(RawClient(place.socket()).connected());
+  ASSERT_TRUE(sameName.start()) << sameName.said();
   EXPECT_EQ(std::filesystem::read_symlink(link), "101.sock");
-  EXPECT_EQ(second.end(SIGTERM), 0);
+  EXPECT_EQ(sameName.end(SIGTERM), 0);
   EXPECT_FALSE(std::filesystem::is_symlink(link));
+  ASSERT_TRUE(first.start()) << first.said();
+  EXPECT_TRUE(RawClient(place.socket()).connected());
+  EXPECT_EQ(first.said(), "");
 }
 
 TEST(Life, AServiceRemovesNoFileUnderItsNameButItsOwnLink) {
@@ -67,36 +66,8 @@ TEST(Life, AServiceRemovesNoFileUnderItsNameButItsOwnLink) {
 
   std::filesystem::remove(name);
   std::ofstream(name) << "precious";
-  EXPECT_FALSE(service.start());
-  EXPECT_EQ(service.wait(), 1);
-  EXPECT_EQ(service.said(), "texts: cannot make " + name.string() + ": File exists\n");
+  expectRefused(service, "cannot make " + name.string() + ": File exists");
   EXPECT_EQ(std::filesystem::file_size(name), 8U);
-}
-
-TEST(Life, ASecondProcessOnTheStoreFileSaysSoInOneLine) {
-  Place place, elsewhere;
-  ServiceProcess first(place), second(elsewhere, place.storeFile());
-  ASSERT_TRUE(first.start());
-  EXPECT_FALSE(second.start());
-  EXPECT_EQ(second.wait(), 1);
-  EXPECT_EQ(second.said(),
-            "texts: store: " + place.storeFile().string() + ": is in use by another process\n");
-  EXPECT_FALSE(std::filesystem::exists(elsewhere.socket()));
-  EXPECT_FALSE(std::filesystem::is_symlink(elsewhere.bus() / "texts"));
-  RawClient client(place.socket());
-  EXPECT_FALSE(isError(client.ask(addText(1, "the first one still serves"))));
-}
-
-TEST(Life, WhatAKilledServiceLeavesBehindDoesNotHinderTheNext) {
-  Place place;
-  ServiceProcess service(place);
-  ASSERT_TRUE(service.start());
-  EXPECT_EQ(service.end(SIGKILL), -SIGKILL);
-  ASSERT_TRUE(std::filesystem::exists(place.socket()));
-  EXPECT_FALSE(RawClient(place.socket()).connected());
-  ASSERT_TRUE(service.start());
-  EXPECT_TRUE(RawClient(place.socket()).connected());
-  EXPECT_EQ(service.said(), "");
 }
 
 TEST(Life, SigtermEndsAServiceWhenAllThatItAcceptedIsStored) {

@@ -26,17 +26,10 @@ std::vector<std::string> emulatorWords() {
   return {std::istream_iterator<std::string>(emulator), {}};
 }
 
-std::string textOf(const std::filesystem::path& file) {
-  std::ifstream in(file);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
 std::string outputName() {
   static int made = 0;
   return "output-" + std::to_string(++made);
 }
-
-int statusOf(int waited) { return WIFEXITED(waited) ? WEXITSTATUS(waited) : -WTERMSIG(waited); }
 }  // namespace
 
 message command(unsigned code, std::uint32_t id) {
@@ -141,9 +134,12 @@ int ServiceProcess::end(int signal) {
 int ServiceProcess::wait() {
   int status = 0;
   waitpid(std::exchange(pid_, 0), &status, 0);
-  return statusOf(status);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-std::string ServiceProcess::said() const { return textOf(output_); }
+std::string ServiceProcess::said() const {
+  std::ifstream in(output_);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
 
 }  // namespace nv::testkit

@@ -1,12 +1,9 @@
 /// A subscriber that does not read costs the service nothing that grows, and the others no time.
 
-#include <csignal>
 #include <map>
 #include <thread>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "platform/commands.h"
 #include "tests/support/raw_client.h"
@@ -26,30 +23,14 @@ static_assert((kRounds - kWarmUp) * kTexts * kTextBytes > 8 * kMayGrow);
 
 std::string textOfRound(int round) { return std::string(kTextBytes, 'x') + std::to_string(round); }
 
-/// Subscribes, says so on `ready`, and reads until each text is as in the last round; 0 then,
-/// else 1.
-int readToTheEnd(const Place& place, int ready) {
-  RawClient client(place.socket());
-  if (isError(client.ask(command(cmd::subscribe))) || write(ready, "!", 1) != 1) return 1;
+/// Reads until each text is as in the last round.
+void readToTheEnd(RawClient& subscriber) {
   std::map<std::uint32_t, std::string> final;
   while (final.size() < kTexts) {
-    const auto change = client.receive();
-    if (!change) return 1;
+    const auto change = subscriber.receive();
+    ASSERT_TRUE(change);
     if (change->get(kText) == textOfRound(kRounds)) final[change->get(key::objectId)];
   }
-  return 0;
-}
-
-pid_t startSubscriber(const Place& place) {
-  int ready[2];
-  if (pipe(ready) != 0) std::abort();
-  const pid_t pid = fork();
-  if (pid == 0) _exit(readToTheEnd(place, ready[1]));
-  close(ready[1]);
-  char byte;
-  EXPECT_EQ(read(ready[0], &byte, 1), 1);
-  close(ready[0]);
-  return pid;
 }
 
 /// Changes every text, many requests at a time.
@@ -62,44 +43,28 @@ void changeAll(RawClient& client, int round) {
   }
 }
 
-std::uint64_t heapOf(RawClient& client) {
-  const auto bytes = client.ask(command(cmd::get)).get(kHeapInUse);
-  EXPECT_NE(bytes, 0U);
-  return bytes;
-}
-
 TEST(StoppedSubscriber, NeitherGrowsTheServiceNorDelaysOthersAndCatchesUp) {
-  Place place;
+  const Place place;
   ServiceProcess service(place);
   ASSERT_TRUE(service.start());
   RawClient writer(place.socket()), reader(place.socket());
   for (std::uint32_t id = 1; id <= kTexts; ++id) writer.ask(addText(id, ""));
-  const pid_t stopped = startSubscriber(place);
-  kill(stopped, SIGSTOP);
-  int status = 0;
-  ASSERT_EQ(waitpid(stopped, &status, WUNTRACED), stopped);
-  ASSERT_TRUE(WIFSTOPPED(status));
+  RawClient stopped(place.socket()), quick(place.socket());
+  for (auto* const subscriber : {&stopped, &quick})
+    ASSERT_FALSE(isError(subscriber->ask(command(cmd::subscribe))));
+  std::thread reading([&] { readToTheEnd(quick); });
 
-  int readyPipe[2];
-  ASSERT_EQ(pipe(readyPipe), 0);
-  int quickStatus = 1;
-  std::thread quick([&] { quickStatus = readToTheEnd(place, readyPipe[1]); });
-  char byte;
-  ASSERT_EQ(read(readyPipe[0], &byte, 1), 1);
-
-  for (int round = 1; round <= kWarmUp; ++round) changeAll(writer, round);
-  const auto before = heapOf(reader);
-  for (int round = kWarmUp + 1; round <= kRounds; ++round) {
+  std::uint64_t before = 0;
+  const auto heap = [&] { return reader.ask(command(cmd::get)).get(kHeapInUse); };
+  for (int round = 1; round <= kRounds; ++round) {
     changeAll(writer, round);
     EXPECT_EQ(reader.ask(command(cmd::getObj, 1)).get(kText), textOfRound(round));
+    if (round == kWarmUp) before = heap();
   }
-  EXPECT_LT(heapOf(reader), before + kMayGrow);
-  quick.join();
-  EXPECT_EQ(quickStatus, 0);
-
-  kill(stopped, SIGCONT);
-  ASSERT_EQ(waitpid(stopped, &status, 0), stopped);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  reading.join();
+  EXPECT_GT(before, 0U);
+  EXPECT_LT(heap(), before + kMayGrow);
+  readToTheEnd(stopped);
   EXPECT_EQ(service.said(), "");
 }
 

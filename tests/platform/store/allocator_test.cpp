@@ -77,23 +77,14 @@ TEST(Allocator, HoldsTheWholeRangeOfIds) {
   EXPECT_EQ(walk(ids), (Ids{0, 0xfffffffe}));
 }
 
-TEST(Allocator, GivesNoIdWhenTheRangeIsFull) {
-  Allocator ids(0xfffffffe, 0xffffffff);
-  EXPECT_EQ(ids.allocate(), 0xfffffffe);
-  EXPECT_EQ(ids.allocate(), 0xffffffff);
-  EXPECT_EQ(ids.unused(), 0u);
-  EXPECT_EQ(ids.allocate(), kNone);
-  EXPECT_EQ(ids.used(), 2u);
-}
-
-TEST(Allocator, HasNoIdsInARangeWhoseEndLiesBeforeItsBegin) {
-  Allocator ids(5, 4);
-  EXPECT_EQ(ids.unused(), 0u);
-  EXPECT_EQ(ids.allocate(), kNone);
-  EXPECT_EQ(ids.allocate(5), kNone);
-  EXPECT_EQ(ids.allocate(4), kNone);
-  EXPECT_FALSE(ids.isAllocated(5));
-  EXPECT_EQ(walk(ids), Ids());
+TEST(Allocator, GivesNoIdWhenTheRangeIsFullOrEndsBeforeItBegins) {
+  Allocator full(0xfffffffe, 0xffffffff), none(5, 4);
+  for (const std::uint32_t id : {0xfffffffe, 0xffffffff, kNone}) EXPECT_EQ(full.allocate(), id);
+  EXPECT_EQ(full.used(), 2u);
+  for (const Allocator* ids : {&full, &none}) EXPECT_EQ(ids->unused(), 0u);
+  EXPECT_EQ(none.allocate(), kNone);
+  for (const std::uint32_t id : {4u, 5u}) EXPECT_EQ(none.allocate(id), kNone);
+  EXPECT_EQ(walk(none), Ids());
 }
 
 }  // namespace

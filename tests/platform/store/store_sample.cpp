@@ -54,9 +54,9 @@ class SampleMaker {
  public:
   explicit SampleMaker(Random& random) : random_(random) {}
 
-  Sample make(unsigned batches) {
+  Sample make(unsigned batches, bool closed) {
     TempDirectory directory(TempDirectory::inMemory());
-    const fs::path file = directory / "s.db";
+    const fs::path file = directory / "s.db", log = directory / "s.db-wal";
     {
       const auto engine = nv::openStoreFile(file, nullptr);
       for (const auto& name : kStores) tables_[name] = engine->open(name).table;
@@ -65,29 +65,19 @@ class SampleMaker {
         EXPECT_EQ(engine->wait().error, "");
         sample_.commits.push_back(now_);
       }
-      copyAtRest(file);
+      do {  // The writer may still be folding the log into the file.
+        sample_.file = readFile(file);
+        sample_.log = readFile(log);
+      } while (readFile(file) != sample_.file || readFile(log) != sample_.log);
     }
-    closed_ = readFile(file);
-    return sample_;
-  }
-  /// The same, as it is after an orderly end: all is in the file.
-  Sample makeClosed(unsigned batches) {
-    make(batches);
-    sample_.file = closed_;
-    sample_.log.clear();
+    if (closed) {
+      sample_.file = readFile(file);
+      sample_.log.clear();
+    }
     return sample_;
   }
 
  private:
-  // The writer may still be folding the log into the file.
-  void copyAtRest(const fs::path& file) {
-    const fs::path log = file.string() + "-wal";
-    do {
-      sample_.file = readFile(file);
-      sample_.log = readFile(log);
-    } while (readFile(file) != sample_.file || readFile(log) != sample_.log);
-  }
-
   nv::StoreBatch batch() {
     std::map<Key, nv::StoreChange> changes;
     for (unsigned n = 1 + random_.below(8); n > 0; --n) {
@@ -101,17 +91,14 @@ class SampleMaker {
       now_[key] = set;
       sample_.everWritten[key].push_back(set);
     }
-    if (random_.below(12) == 0) removeAll(kStores[random_.below(2)], changes);
+    if (random_.below(12) == 0) {  // so that whole pages fall out of use
+      const auto& store = kStores[random_.below(2)];
+      for (std::uint32_t id = 0; id < 60; ++id)
+        if (now_.erase({store, id})) changes[{store, id}] = {tables_[store], id, {}};
+    }
     nv::StoreBatch batch;
     for (auto& [key, change] : changes) batch.push_back(change);
     return batch;
-  }
-
-  // So that whole pages fall out of use.
-  void removeAll(const std::string& store, std::map<Key, nv::StoreChange>& changes) {
-    for (std::uint32_t id = 0; id < 60; ++id) {
-      if (now_.erase({store, id})) changes[{store, id}] = {tables_[store], id, {}};
-    }
   }
 
   Random& random_;
@@ -119,15 +106,15 @@ class SampleMaker {
   unsigned number_ = 0;
   Records now_;
   Sample sample_;
-  Bytes closed_;
 };
 
 }  // namespace
 
-Sample makeSample(Random& random, unsigned batches) { return SampleMaker(random).make(batches); }
-
+Sample makeSample(Random& random, unsigned batches) {
+  return SampleMaker(random).make(batches, false);
+}
 Sample makeClosedSample(Random& random, unsigned batches) {
-  return SampleMaker(random).makeClosed(batches);
+  return SampleMaker(random).make(batches, true);
 }
 
 Opened openTwice(const Bytes& file, const Bytes& log) {

@@ -39,40 +39,53 @@ message number(unsigned n) { return message().insert(nv::u32_id(1), n); }
 
 class StoreFileWithoutSpace : public ::testing::Test {
  protected:
-  std::unique_ptr<nv::SqliteEngine> start() {
-    auto engine = std::make_unique<nv::SqliteEngine>(file_, 1ms);
-    EXPECT_EQ(engine->error(), "");
-    return engine;
+  void start() {
+    engine_ = nullptr;
+    engine_ = std::make_unique<nv::SqliteEngine>(file_, 1ms);
+    EXPECT_EQ(engine_->error(), "");
   }
-  std::string set(nv::StoreEngine& engine, std::uint32_t id, message record) {
-    engine.submit({{engine.open("a").table, id, std::move(record)}});
-    return engine.wait().error;
+  std::string set(std::uint32_t id, message record) {
+    engine_->submit({{engine_->open("a").table, id, std::move(record)}});
+    return engine_->wait().error;
   }
-  message get(nv::StoreEngine& engine, std::uint32_t id) {
-    const auto found = engine.read(engine.open("a").table, id);
-    EXPECT_EQ(found.error, "");
-    return found.record;
-  }
+  /// Records 0 and on, in a file that is closed again.
   void fill(unsigned records) {
-    const auto engine = start();
-    for (unsigned i = 0; i < records; ++i) ASSERT_EQ(set(*engine, i, number(i)), "");
+    start();
+    for (unsigned i = 0; i < records; ++i) ASSERT_EQ(set(i, number(i)), "");
+    engine_ = nullptr;
   }
-  /// Whether the engine takes changes again, as one finds out who asks only when woken.
-  bool takesChanges(nv::StoreEngine& engine) {
-    std::counting_semaphore<> woken(0);
-    engine.onOutcome([&] { woken.release(); });
-    while (!engine.refusal().empty() && woken.try_acquire_for(5s)) {
+  void expectReads(const std::vector<message>& records) {
+    const auto table = engine_->open("a");
+    EXPECT_EQ(table.ids.size(), records.size());
+    EXPECT_EQ(table.firstTime, records.empty());
+    for (unsigned i = 0; i < records.size(); ++i) {
+      const auto found = engine_->read(table.table, i);
+      EXPECT_EQ(found.error, "");
+      EXPECT_TRUE(found.record == records[i]) << i;
     }
-    engine.onOutcome({});
-    return engine.refusal().empty();
   }
-  void expectReads(nv::StoreEngine& engine, unsigned records) {
-    EXPECT_EQ(engine.open("a").ids.size(), records);
-    for (unsigned i = 0; i < records; ++i) EXPECT_TRUE(get(engine, i) == number(i));
+  static std::vector<message> numbers(unsigned records) {
+    std::vector<message> all;
+    for (unsigned i = 0; i < records; ++i) all.push_back(number(i));
+    return all;
+  }
+  /// The engine takes changes again, as one finds out who asks only when woken, and keeps them.
+  void expectTakesChanges(unsigned records) {
+    std::counting_semaphore<> woken(0);
+    engine_->onOutcome([&] { woken.release(); });
+    while (!engine_->refusal().empty() && woken.try_acquire_for(5s)) {
+    }
+    engine_->onOutcome({});
+    EXPECT_EQ(engine_->refusal(), "");
+    EXPECT_EQ(set(records, number(records)), "");
+    expectReads(numbers(records + 1));
+    start();
+    expectReads(numbers(records + 1));
   }
 
   TempDirectory directory_;
   std::filesystem::path file_ = directory_ / "s.db";
+  std::unique_ptr<nv::SqliteEngine> engine_;
 };
 
 /// A file system of 400 KiB of its own, seen by this process alone. Needs the rights to mount one.
@@ -86,6 +99,7 @@ class StoreFileOnASmallDisk : public StoreFileWithoutSpace {
     mounted_ = true;
   }
   void TearDown() override {
+    engine_ = nullptr;
     if (mounted_) ::umount2(directory_.path().c_str(), MNT_DETACH);
   }
   bool makeReadOnly(bool readOnly) {
@@ -103,77 +117,56 @@ class StoreFileOnASmallDisk : public StoreFileWithoutSpace {
 
 TEST_F(StoreFileWithoutSpace, SaysWhyACommitFailedAndKeepsWhatWasAcknowledged) {
   fill(10);
-  std::vector<message> acknowledged;
-  for (unsigned i = 0; i < 10; ++i) acknowledged.push_back(number(i));
+  auto acknowledged = numbers(10);
   {
-    const auto engine = start();
-    const unsigned table = engine->open("a").table;
+    start();
     FullDisk full(24 * 1024);
     std::string error;
-    for (unsigned turn = 1; turn < 40; ++turn) {
-      std::vector<message> next = acknowledged;
+    for (unsigned turn = 1; turn < 40 && error.empty(); ++turn) {
+      auto next = acknowledged;
       nv::StoreBatch batch;
       for (unsigned id = turn % 2; id < 7; id += 2) {
         next[id] = number(100 * turn).insert(nv::raw_id(2), std::vector<unsigned char>(500));
-        batch.push_back({table, id, next[id]});
+        batch.push_back({engine_->open("a").table, id, next[id]});
       }
-      engine->submit(batch);
-      error = engine->wait().error;
-      if (!error.empty()) break;
-      acknowledged = next;
+      engine_->submit(batch);
+      error = engine_->wait().error;
+      if (error.empty()) acknowledged = next;
     }
     EXPECT_EQ(error, "file too large");
     EXPECT_FALSE(acknowledged[3] == number(3)) << "some were overwritten before";
-    for (unsigned i = 0; i < 10; ++i) EXPECT_TRUE(get(*engine, i) == acknowledged[i]) << i;
+    expectReads(acknowledged);
   }
-  const auto engine = start();
-  EXPECT_EQ(engine->open("a").ids.size(), 10u);
-  for (unsigned i = 0; i < 10; ++i) EXPECT_TRUE(get(*engine, i) == acknowledged[i]) << i;
+  start();
+  expectReads(acknowledged);
 }
 
 TEST_F(StoreFileWithoutSpace, ServesEveryReadAndRefusesChangesUntilThereIsSpace) {
-  fill(10);
-  std::unique_ptr<nv::SqliteEngine> engine;
-  {
-    FullDisk full(0);
-    engine = start();
-    expectReads(*engine, 10);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(engine->refusal(), "file too large");
+  for (const unsigned records : {0u, 10u}) {
+    file_ = directory_ / std::to_string(records);
+    if (records > 0) fill(records);
+    {
+      FullDisk full(0);
+      start();
+      expectReads(numbers(records));
+      for (int i = 0; i < 3; ++i) EXPECT_EQ(engine_->refusal(), "file too large");
+      EXPECT_TRUE(records > 0 || !set(0, number(0)).empty()) << "nothing is kept in memory alone";
+    }
+    expectTakesChanges(records);
   }
-  EXPECT_TRUE(takesChanges(*engine));
-  EXPECT_EQ(set(*engine, 10, number(10)), "");
-  expectReads(*engine, 11);
-}
-
-TEST_F(StoreFileWithoutSpace, StartsEvenWhenItHasNoFileYet) {
-  std::unique_ptr<nv::SqliteEngine> engine;
-  {
-    FullDisk full(0);
-    engine = start();
-    EXPECT_TRUE(engine->open("a").firstTime);
-    EXPECT_EQ(engine->refusal(), "file too large");
-    EXPECT_NE(set(*engine, 0, number(0)), "") << "nothing is kept in memory alone";
-  }
-  EXPECT_TRUE(takesChanges(*engine));
-  EXPECT_EQ(set(*engine, 0, number(0)), "");
-  engine = nullptr;
-  expectReads(*start(), 1);
 }
 
 TEST_F(StoreFileWithoutSpace, ServesADamagedFileAndRepairsItWhenThereIsSpace) {
   fill(200);
   std::fstream(file_, std::ios::in | std::ios::out | std::ios::binary) << "no database";
   CapturedOutput output;
-  std::unique_ptr<nv::SqliteEngine> engine;
   {
     FullDisk full(0);
-    engine = start();
-    expectReads(*engine, 200);
-    EXPECT_NE(engine->refusal(), "");
+    start();
+    expectReads(numbers(200));
+    EXPECT_NE(engine_->refusal(), "");
   }
-  EXPECT_TRUE(takesChanges(*engine));
-  EXPECT_EQ(set(*engine, 200, number(200)), "");
-  expectReads(*engine, 201);
+  expectTakesChanges(200);
   EXPECT_TRUE(std::filesystem::exists(directory_ / "s.db.damaged-1"));
 }
 
@@ -199,68 +192,47 @@ TEST_F(StoreFileWithoutSpace, ReportsEachLossOnceHoweverOftenARepairFails) {
   EXPECT_NE(output.text().find("records were found undamaged"), std::string::npos);
 }
 
-TEST_F(StoreFileOnASmallDisk, WritesUntilItIsFullAndStartsAgainThere) {
-  std::ofstream(directory_ / "ballast", std::ios::binary) << std::string(150000, 'x');
-  unsigned acknowledged = 0;
-  std::string error;
-  {
-    const auto engine = start();
-    for (; (error = set(*engine, acknowledged, number(acknowledged))).empty(); ++acknowledged) {
+TEST_F(StoreFileOnASmallDisk, WritesUntilItIsFullAndServesWhatOtherFilesLeaveNoRoomFor) {
+  constexpr unsigned kUntilFull = 100000;
+  for (const unsigned most : {0u, 50u, kUntilFull}) {
+    file_ = directory_ / std::to_string(most);
+    std::ofstream(directory_ / "ballast", std::ios::binary) << std::string(150000, 'x');
+    unsigned acknowledged = 0;
+    if (most > 0) {
+      std::string error;
+      start();
+      while (acknowledged < most && (error = set(acknowledged, number(acknowledged))).empty())
+        ++acknowledged;
+      EXPECT_EQ(error, most == kUntilFull ? "no space left on device" : "");
+      EXPECT_GT(acknowledged, std::min(most - 1, 100u));
+      engine_ = nullptr;
     }
+    fillDisk();
+    start();
+    EXPECT_EQ(engine_->refusal(), "no space left on device");
+    expectReads(numbers(acknowledged));
+    for (const char* file : {"ballast", "other"}) std::filesystem::remove(directory_ / file);
+    expectTakesChanges(acknowledged);
+    engine_ = nullptr;
+    std::filesystem::remove(file_);
   }
-  EXPECT_EQ(error, "no space left on device");
-  EXPECT_GT(acknowledged, 100u);
-  fillDisk();
-  auto engine = start();
-  EXPECT_EQ(engine->refusal(), "no space left on device");
-  expectReads(*engine, acknowledged);
-  std::filesystem::remove(directory_ / "ballast");
-  EXPECT_TRUE(takesChanges(*engine));
-  EXPECT_EQ(set(*engine, acknowledged, number(acknowledged)), "");
-  expectReads(*engine, acknowledged + 1);
-}
-
-TEST_F(StoreFileOnASmallDisk, ServesWhatAnotherFileLeavesNoRoomFor) {
-  fill(50);
-  fillDisk();
-  auto engine = start();
-  expectReads(*engine, 50);
-  EXPECT_EQ(engine->refusal(), "no space left on device");
-  std::filesystem::remove(directory_ / "other");
-  EXPECT_TRUE(takesChanges(*engine));
-  EXPECT_EQ(set(*engine, 50, number(50)), "");
-  engine = nullptr;
-  expectReads(*start(), 51);
-}
-
-TEST_F(StoreFileOnASmallDisk, StartsWithoutAFileWhereThereIsNoRoomForOne) {
-  fillDisk();
-  auto engine = start();
-  EXPECT_EQ(engine->refusal(), "no space left on device");
-  EXPECT_TRUE(engine->open("a").firstTime);
-  std::filesystem::remove(directory_ / "other");
-  EXPECT_TRUE(takesChanges(*engine));
-  EXPECT_EQ(set(*engine, 0, number(0)), "");
 }
 
 TEST_F(StoreFileOnASmallDisk, ServesReadsWhileItMayOnlyBeRead) {
   fill(20);
   const std::filesystem::path killed = directory_ / "killed.db";
-  {
-    const auto engine = start();
-    for (unsigned i = 20; i < 30; ++i) ASSERT_EQ(set(*engine, i, number(i)), "");
-    for (const char* ending : {"", "-wal"})
-      std::filesystem::copy(file_.string() + ending, killed.string() + ending);
-  }
+  start();
+  for (unsigned i = 20; i < 30; ++i) ASSERT_EQ(set(i, number(i)), "");
+  for (const char* ending : {"", "-wal"})
+    std::filesystem::copy(file_.string() + ending, killed.string() + ending);
+  engine_ = nullptr;
   file_ = killed;
   ASSERT_TRUE(makeReadOnly(true));
-  auto engine = start();
-  EXPECT_EQ(engine->refusal(), "read-only file system");
-  expectReads(*engine, 30);
+  start();
+  EXPECT_EQ(engine_->refusal(), "read-only file system");
+  expectReads(numbers(30));
   ASSERT_TRUE(makeReadOnly(false));
-  EXPECT_TRUE(takesChanges(*engine));
-  EXPECT_EQ(set(*engine, 30, number(30)), "");
-  expectReads(*engine, 31);
+  expectTakesChanges(30);
 }
 
 }  // namespace

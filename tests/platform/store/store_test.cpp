@@ -1,15 +1,13 @@
 #include "platform/store.h"
 
+#include <array>
 #include <map>
-#include <memory>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "platform/observer.h"
+#include "platform/src/store/commit_queue.h"
 #include "platform/store_file.h"
 #include "testing/memory_engine.h"
-#include "tests/platform/store/store_process.h"
 #include "tests/support/random.h"
 #include "tests/support/temp_directory.h"
 
@@ -18,107 +16,48 @@ namespace {
 
 using nv::message;
 using nv::Store;
+using Ids = std::vector<std::uint32_t>;
 
-std::vector<std::uint32_t> idsOf(const Store& store) {
-  return {store.ids().begin(), store.ids().end()};
-}
+constexpr unsigned kNone = 0xffffffff;
 
-/// What survives a process.
-class Disk {
+message number(unsigned n) { return message().insert(nv::u32_id(1), n); }
+unsigned numberIn(const message& m) { return m.get(nv::u32_id(1), kNone); }
+
+Ids idsOf(const Store& store) { return {store.ids().begin(), store.ids().end()}; }
+
+/// A process with stores; what it did not write by its end is lost with it.
+class Process {
  public:
-  virtual ~Disk() = default;
-  virtual std::unique_ptr<nv::StoreEngine> engine() = 0;
-};
-
-class File : public Disk {
- public:
-  std::unique_ptr<nv::StoreEngine> engine() override {
-    return nv::openStoreFile(directory_ / "service.db", nullptr);
+  explicit Process(std::unique_ptr<nv::StoreEngine> engine) : queue(std::move(engine)) {
+    nv::setCommitQueue(&queue);
   }
+  ~Process() { nv::setCommitQueue(nullptr); }
 
- private:
-  TempDirectory directory_;
+  nv::CommitQueue queue;
 };
 
-class Memory : public Disk {
- public:
-  std::unique_ptr<nv::StoreEngine> engine() override {
-    return std::make_unique<nv::testkit::MemoryEngine>(stores_);
-  }
-
- private:
-  nv::testkit::MemoryStores stores_;
-};
-
+/// On a file, or in memory.
 class StoreOn : public ::testing::TestWithParam<bool> {
  protected:
   StoreOn() { restart(); }
   void restart() {
     process_.reset();
-    process_ = std::make_unique<Process>(disk_->engine());
+    const auto onFile = [&] { return nv::openStoreFile(directory_ / "service.db", nullptr); };
+    process_ = std::make_unique<Process>(
+        GetParam() ? onFile() : std::make_unique<nv::testkit::MemoryEngine>(stores_));
   }
   void finishAndRestart() {
-    ASSERT_EQ(process_->finish(), "");
+    ASSERT_EQ(process_->queue.drain(), "");
     restart();
   }
 
-  std::unique_ptr<Disk> disk_ =
-      GetParam() ? std::unique_ptr<Disk>(new File) : std::unique_ptr<Disk>(new Memory);
+  TempDirectory directory_;
+  nv::testkit::MemoryStores stores_;
   std::unique_ptr<Process> process_;
 };
 
 INSTANTIATE_TEST_SUITE_P(Engines, StoreOn, ::testing::Bool(),
                          [](auto& on) { return on.param ? "File" : "Memory"; });
-
-TEST_P(StoreOn, ShowsChangesBeforeTheyAreWritten) {
-  Store store("a");
-  store.set(3, number(30));
-  store.set(1, number(10));
-  store.set(3, number(31));
-  EXPECT_EQ(numberIn(store.get(3)), 31u);
-  EXPECT_EQ(idsOf(store), (std::vector<std::uint32_t>{1, 3}));
-  store.remove(1);
-  EXPECT_TRUE(store.get(1).empty());
-  EXPECT_EQ(store.count(), 1u);
-  process_->queue().submit();
-  store.set(3, number(32));
-  EXPECT_EQ(numberIn(store.get(3)), 32u);
-}
-
-TEST_P(StoreOn, ShowsChangesToAStoreOpenedAnewBeforeTheyAreWritten) {
-  Store("a").set(1, number(10));
-  ASSERT_EQ(process_->finish(), "");
-  Store("a").set(2, number(20));
-  process_->queue().submit();
-  Store("a").remove(1);
-  Store again("a");
-  EXPECT_EQ(idsOf(again), (std::vector<std::uint32_t>{2}));
-  EXPECT_EQ(numberIn(again.get(2)), 20u);
-  EXPECT_FALSE(again.firstTime());
-}
-
-TEST_P(StoreOn, KeepsTheLastOfSeveralChangesToOneRecord) {
-  {
-    Store store("a");
-    store.set(1, number(10));
-    store.set(2, number(20));
-    store.remove(1);
-    store.remove(2);
-    store.set(2, number(21));
-  }
-  finishAndRestart();
-  Store store("a");
-  EXPECT_EQ(idsOf(store), (std::vector<std::uint32_t>{2}));
-  EXPECT_EQ(numberIn(store.get(2)), 21u);
-}
-
-TEST_P(StoreOn, LosesWhatWasNotCommitted) {
-  Store("a").set(1, number(10));
-  finishAndRestart();
-  Store("a").set(1, number(11));
-  restart();
-  EXPECT_EQ(numberIn(Store("a").get(1)), 10u);
-}
 
 TEST_P(StoreOn, IsThereForTheFirstTimeUntilSomethingWasCommitted) {
   EXPECT_TRUE(Store("a").firstTime());
@@ -126,6 +65,7 @@ TEST_P(StoreOn, IsThereForTheFirstTimeUntilSomethingWasCommitted) {
   EXPECT_TRUE(Store("a").firstTime());
   Store("a").set(1, number(1));
   Store("a").remove(1);
+  EXPECT_FALSE(Store("a").firstTime()) << "there is something to commit";
   finishAndRestart();
   EXPECT_FALSE(Store("a").firstTime());
   EXPECT_EQ(Store("a").count(), 0u);
@@ -141,97 +81,104 @@ TEST_P(StoreOn, TellsNamesApartWhateverBytesTheyHold) {
     EXPECT_EQ(numberIn(Store(names[i]).get(0)), i) << names[i];
 }
 
-TEST_P(StoreOn, HoldsTheLowestAndTheHighestIdAndAnEmptyAndALongRecord) {
-  const message lengthy = message().insert(nv::raw_id(1), std::vector<unsigned char>(100000, 7));
-  {
-    Store store("a");
-    store.set(0, lengthy);
-    store.set(0xffffffff, message());
-  }
-  finishAndRestart();
-  Store store("a");
-  EXPECT_EQ(idsOf(store), (std::vector<std::uint32_t>{0, 0xffffffff}));
-  EXPECT_TRUE(store.get(0) == lengthy);
-  EXPECT_TRUE(store.has(0xffffffff));
-  EXPECT_TRUE(store.get(0xffffffff).empty());
-}
-
-TEST_P(StoreOn, KeepsNestedMessagesThatCannotBeReadAsTheyWereSet) {
+TEST_P(StoreOn, HoldsTheOutermostIdsAndAnEmptyALongAndAnUnreadableRecord) {
   const std::vector<unsigned char> noise{1, 2, 3};
   message deep;
   for (int i = 0; i < 40; ++i) {
     const std::vector<unsigned char> inner(deep.bytes().begin(), deep.bytes().end());
     deep = message().insert(nv::message_id(1), nv::flat_view(inner)).insert(nv::u32_id(1), 7);
   }
-  const message records[] = {message().insert(nv::message_id(1), nv::flat_view(noise)),
-                             message().append(nv::message_array_id(1), nv::flat_view(noise)), deep};
-  for (unsigned id = 0; id < 3; ++id) Store("a").set(id, records[id]);
+  const std::map<std::uint32_t, message> records{
+      {0, message().insert(nv::raw_id(1), std::vector<unsigned char>(100000, 7))},
+      {1, message().insert(nv::message_id(1), nv::flat_view(noise))},
+      {2, message().append(nv::message_array_id(1), nv::flat_view(noise))},
+      {3, deep},
+      {0xffffffff, {}}};
+  for (const auto& [id, record] : records) Store("a").set(id, record);
   finishAndRestart();
-  for (unsigned id = 0; id < 3; ++id) EXPECT_TRUE(Store("a").get(id) == records[id]) << id;
+  EXPECT_EQ(idsOf(Store("a")), (Ids{0, 1, 2, 3, 0xffffffff}));
+  for (const auto& [id, record] : records) EXPECT_TRUE(Store("a").get(id) == record) << id;
 }
 
-TEST_P(StoreOn, DoesWhatMapsDoThroughRandomChangesAndRestarts) {
+TEST_P(StoreOn, DoesWhatMapsDoThroughRandomChangesCommitsAndRestarts) {
   Random random;
   SCOPED_TRACE(random.seed());
-  const std::vector<std::string> names{"a", "b"};
-  using Model = std::map<std::pair<std::string, std::uint32_t>, unsigned>;
-  Model written, model;
-  std::map<std::string, std::unique_ptr<Store>> stores;
-  const auto openAll = [&] {
-    for (const auto& name : names) stores[name] = std::make_unique<Store>(name);
+  using Model = std::array<std::map<std::uint32_t, unsigned>, 2>;
+  const std::array<std::string, 2> names{"a", "b"};
+  Model now, underWay, written;
+  std::array<std::unique_ptr<Store>, 2> stores;
+  const auto open = [&](unsigned n) {
+    stores[n] = std::make_unique<Store>(names[n]);
+    Ids expected;
+    for (const auto& [id, value] : now[n]) expected.push_back(id);
+    ASSERT_EQ(idsOf(*stores[n]), expected);
   };
-  openAll();
+  const auto finishWriting = [&] {
+    process_->queue.finishWriting();
+    written = underWay;
+  };
+  open(0), open(1);
   for (unsigned step = 0; step < 3000; ++step) {
-    const std::string& name = names[random.below(2)];
-    const std::uint32_t id = random.below(50);
-    const unsigned what = random.below(100);
-    if (what < 60) {
-      stores[name]->set(id, number(step));
-      model[{name, id}] = step;
-    } else if (what < 90) {
-      stores[name]->remove(id);
-      model.erase({name, id});
+    const unsigned n = random.below(2), id = random.below(50), what = random.below(100);
+    if (what < 55) {
+      stores[n]->set(id, number(step));
+      now[n][id] = step;
+    } else if (what < 80) {
+      stores[n]->remove(id);
+      now[n].erase(id);
+    } else if (what < 84) {
+      ASSERT_EQ(process_->queue.drain(), "");
+      written = underWay = now;
+    } else if (what < 92) {
+      if (!process_->queue.canSubmit()) finishWriting();
+      if (!process_->queue.canSubmit()) continue;
+      process_->queue.submit();
+      underWay = now;
     } else if (what < 98) {
-      ASSERT_EQ(process_->finish(), "");
-      written = model;
+      open(n);
     } else {
-      stores.clear();
+      finishWriting();
+      stores = {};
       restart();
-      openAll();
-      model = written;
+      now = written;
+      open(0), open(1);
     }
-    const auto at = model.find({name, id});
-    ASSERT_EQ(numberIn(stores[name]->get(id)), at == model.end() ? 0xffffffff : at->second);
-  }
-  for (const auto& name : names) {
-    std::vector<std::uint32_t> expected;
-    for (const auto& [key, value] : model)
-      if (key.first == name) expected.push_back(key.second);
-    EXPECT_EQ(idsOf(*stores[name]), expected);
+    const auto at = now[n].find(id);
+    ASSERT_EQ(numberIn(stores[n]->get(id)), at == now[n].end() ? kNone : at->second);
+    ASSERT_EQ(stores[n]->count(), now[n].size());
   }
 }
 
-TEST(Store, TellsTheObserverOfEachCallAtOnceAndInOrder) {
-  struct Log : nv::Observer {
-    void storeSet(std::string_view store, std::uint32_t id, const message& record) override {
-      text +=
-          std::string(store) + std::to_string(id) + '=' + std::to_string(numberIn(record)) + ' ';
+TEST(Store, WritesNothingAfterACommitOrAReadThatFailed) {
+  for (const bool read : {false, true}) {
+    nv::testkit::MemoryStores stores;
+    auto* const engine = new nv::testkit::MemoryEngine(stores);
+    Process process{std::unique_ptr<nv::StoreEngine>(engine)};
+    nv::CommitQueue& queue = process.queue;
+    std::vector<std::string> told;
+    queue.onUnreadable([&](const std::string& why) { told.push_back(why); });
+    Store store("a");
+    store.set(1, number(1));
+    EXPECT_EQ(queue.drain(), "");
+    engine->hold();
+    if (!read) engine->failCommit(1, "broken");
+    store.set(2, number(2));
+    queue.submit();
+    store.set(3, number(3));
+    if (read) {
+      engine->failReads("broken");
+      EXPECT_EQ(numberIn(store.get(2)), 2u) << "what is not written yet is not read";
+      store.get(1);
+      const Store other("b");
+      EXPECT_EQ(told, std::vector<std::string>(2, "broken"));
     }
-    void storeRemove(std::string_view store, std::uint32_t id) override {
-      text += std::string(store) + std::to_string(id) + "- ";
-    }
-    std::string text;
-  } log;
-  Memory memory;
-  Process process(memory.engine());
-  nv::setObserver(&log);
-  Store store("s");
-  store.set(2, number(20));
-  store.set(2, number(21));
-  store.remove(7);
-  store.remove(2);
-  nv::setObserver(nullptr);
-  EXPECT_EQ(log.text, "s2=20 s2=21 s7- s2- ");
+    engine->release();
+    EXPECT_TRUE(queue.reap());
+    EXPECT_EQ(queue.durable(), read ? 2u : 1u) << "what was under way is told of as before";
+    EXPECT_TRUE(read || numberIn(store.get(2)) == 2u) << "it is seen until the process ends";
+    EXPECT_EQ(queue.drain(), "broken");
+    EXPECT_EQ(stores.records("a").size(), read ? 2u : 1u);
+  }
 }
 
 TEST(Store, StopsTheProgramWhenThereIsNoEngine) {
