@@ -1,13 +1,8 @@
 // One configuration object: its commands, its record, and the parties that manage a part of it.
-#include <vector>
-
 #include "tests/support/container_fixture.h"
 #include "tests/support/test_holder.h"
 
 using namespace test;
-namespace cmd = nv::cmd;
-namespace key = nv::key;
-using nv::message;
 
 namespace {
 
