@@ -7,41 +7,6 @@ namespace {
 
 using AMapStore = AMapTest;
 
-TEST_F(AMapStore, BringsBackEveryStorableObjectAfterARestart) {
-  for (const bool merges : {false, true}) {
-    startAnew();
-    map->merges = map->managed = true;
-    add({{key::objectId, 3}, {field::text, "lamp"}, {field::number, 4}});
-    add({{key::objectId, 9}, {key::managedId, 77}});
-    add({{key::objectId, 5}, {field::isVolatile, true}});
-    add({{key::objectId, 4}, {field::isFinal, true}});
-
-    start();
-    map->merges = merges;
-    map->managed = true;
-    std::string flags;
-    Element::onGet = [&](Object&, message&, std::uint32_t f) {
-      flags += " get " + std::to_string(f);
-    };
-    Element::onSet = [&](Object& obj, const message& in, std::uint32_t f) {
-      flags += " set " + std::to_string(f);
-      EXPECT_EQ(in.get(field::number), obj.id == 3 ? 4u : 0u);
-    };
-    EXPECT_EQ(initPrints(), "");
-    EXPECT_EQ(line(),
-              "checkRestore 3, objAdded 3, checkRestore 4, objAdded 4, checkRestore 9, objAdded 9");
-    const std::string one = merges ? " get 2147483653 set 2147483653" : " set 2147483653";
-    EXPECT_EQ(flags, one + one + one);
-    Element::onGet = {};
-    Element::onSet = {};
-    EXPECT_EQ(at(3).config, (ElementConfig{.text = "lamp", .number = 4}));
-    EXPECT_TRUE(at(4).config.isFinal);
-    EXPECT_EQ(at(9).manager, 77u);
-    EXPECT_EQ(add(), 1u);
-    EXPECT_EQ(ask(cmd::addObj, {{key::objectId, 9}}), refused(err::idInUse));
-  }
-}
-
 TEST_F(AMapStore, DropsARecordThatTheServiceRefusesAtOnceAndSaysWhy) {
   for (const bool putsOff : {false, true}) {
     for (const std::uint32_t id : {2u, 4u, 6u}) putRecord(id, {{field::number, id}});

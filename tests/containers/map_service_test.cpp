@@ -63,27 +63,12 @@ using MapService = EachMapTest<Container>;
 TYPED_TEST_SUITE(MapService, Maps);
 
 TYPED_TEST(MapService, AddsChangesAndRemovesWithoutHooksOrUndo) {
-  auto* const obj = this->put(kEnd).get();
-  EXPECT_EQ(obj->id, 1u);
+  EXPECT_EQ(this->put(kEnd).get()->id, 1u);
+  this->map->changed(&this->at(1), false);
   EXPECT_EQ(this->put(300).get()->id, 300u);  // no range is asked
-  EXPECT_EQ(this->order(), "1 300");
-  const struct {
-    bool mayStore;
-    ElementConfig config;
-    const char* line;
-  } cases[] = {
-      {true, {}, "store 1, notify 1"},
-      {false, {}, "notify 1"},
-      {true, {.isVolatile = true}, "notify 1"},  // an earlier record stays
-      {true, {.isSilent = true}, "store 1"},
-  };
-  for (const auto& c : cases) {
-    item(obj).config = c.config;
-    this->kit->seen().clear();
-    this->map->changed(obj, c.mayStore);
-    EXPECT_EQ(this->line(), c.line);
-  }
-  item(obj).config = {};
+  this->kit->seen().clear();
+  this->map->changed(&this->at(300), true);
+  EXPECT_EQ(this->line(), "store 300, notify 300");
   Element::onDelete = [&](Object&) { this->kit->seen().log.emplace_back("delete"); };
   this->kit->seen().clear();
   const auto other = this->map->find(300);
@@ -108,6 +93,37 @@ template <class Container>
 using MapStore = EachMapTest<Container>;
 TYPED_TEST_SUITE(MapStore, Maps);
 
+TYPED_TEST(MapStore, BringsBackEveryStorableObjectAfterARestart) {
+  for (const bool merges : {false, true}) {
+    this->startAnew();
+    this->map->merges = merges;
+    this->add({{key::objectId, 3}, {field::text, "lamp"}, {field::number, 4}});
+    this->add({{key::objectId, 4}, {field::isVolatile, true}});
+    this->add({{key::objectId, 9}, {key::dynamic, true}});
+
+    this->start();
+    this->map->merges = merges;
+    std::string flags;
+    Element::onGet = [&](Object&, message&, std::uint32_t f) {
+      flags += " get " + std::to_string(f);
+    };
+    Element::onSet = [&](Object& obj, const message& in, std::uint32_t f) {
+      flags += " set " + std::to_string(f);
+      EXPECT_EQ(in.get(field::number), obj.id == 3 ? 4u : 0u);
+    };
+    EXPECT_EQ(this->initPrints(), "");
+    Element::onGet = {};
+    Element::onSet = {};
+    EXPECT_EQ(this->line(), "checkRestore 3, objAdded 3, checkRestore 9, objAdded 9");
+    const std::string one = merges ? " get 2147483653 set 2147483653" : " set 2147483653";
+    EXPECT_EQ(flags, one + one);
+    EXPECT_EQ(this->at(3).config, (ElementConfig{.text = "lamp", .number = 4}));
+    EXPECT_TRUE(this->map->dynamicIds.empty());
+    EXPECT_EQ(this->add(), 1u);
+    EXPECT_EQ(this->ask(cmd::addObj, {{key::objectId, 9}}), refused(err::idInUse));
+  }
+}
+
 TYPED_TEST(MapStore, KeepsForTheNextFlushWhatElementsPutOffDuringOne) {
   this->map->setAutoStore(false);
   this->addAll({1, 2});
@@ -118,19 +134,6 @@ TYPED_TEST(MapStore, KeepsForTheNextFlushWhatElementsPutOffDuringOne) {
   this->map->flushConfig();
   EXPECT_EQ(this->line(), "store 1, store 2");
   EXPECT_EQ(this->map->pending, std::set<std::uint32_t>{1});
-}
-
-TYPED_TEST(MapStore, LosesWhatWasNotFlushed) {
-  this->add({{field::number, 1}});
-  this->map->setAutoStore(false);
-  this->ask(cmd::setObj, {{key::objectId, 1}, {field::number, 2}});
-  this->addAll({2});
-  this->kit->seen().clear();
-  this->map.reset();
-  EXPECT_EQ(this->line(), "");
-  this->restart();
-  EXPECT_EQ(this->order(), "1");
-  EXPECT_EQ(this->at(1).config.number, 1u);
 }
 
 TYPED_TEST(MapStore, IsNotNeeded) {

@@ -98,7 +98,7 @@ message MapModel::set(const message& request) {
     store(id);
   else if (!before.isVolatile)
     unstore(id);
-  if (config.isVolatile != before.isVolatile) storePrevious(id);
+  if (config.isVolatile != before.isVolatile) store(previousStorable(id));
   say("objChanged", id);
   announce(id, config);
   if (isUndoable(before)) {
@@ -312,24 +312,25 @@ std::size_t MapModel::indexOf(std::uint32_t id) const {
   return static_cast<std::size_t>(std::find(order.begin(), order.end(), id) - order.begin());
 }
 
+std::uint32_t MapModel::idAt(std::size_t place) const {
+  return place < order.size() ? order[place] : kNoId;
+}
+
 std::string MapModel::nextWord(std::size_t place) const {
   return place < order.size() ? std::to_string(order[place]) : "end";
 }
 
-std::uint32_t MapModel::nextOf(std::uint32_t id) const {
-  const std::size_t place = indexOf(id) + 1;
-  return place < order.size() ? order[place] : kNoId;
-}
+std::uint32_t MapModel::nextOf(std::uint32_t id) const { return idAt(indexOf(id) + 1); }
 
 bool MapModel::isStorable(std::uint32_t id) const { return !objects.at(id).config.isVolatile; }
 
 std::uint32_t MapModel::storableFrom(std::size_t place) const {
   while (place < order.size() && !isStorable(order[place])) ++place;
-  return place < order.size() ? order[place] : kNoId;
+  return idAt(place);
 }
 
 std::uint32_t MapModel::previousStorable(std::uint32_t id) const {
-  for (std::size_t place = indexOf(id); place > 0; --place)
+  for (std::size_t place = isOrdered_ ? indexOf(id) : 0; place > 0; --place)
     if (isStorable(order[place - 1])) return order[place - 1];
   return kHeadId;
 }
@@ -360,7 +361,7 @@ void MapModel::insertAt(std::size_t place, std::uint32_t id, bool mayStore) {
   if (!isOrdered_) std::sort(order.begin(), order.end());
   if (!mayStore || !isStorable(id)) return;
   store(id);
-  storePrevious(id);
+  store(previousStorable(id));
 }
 
 void MapModel::moveTo(std::size_t place, std::uint32_t id) {
@@ -378,17 +379,14 @@ void MapModel::takeOut(std::uint32_t id) {
   order.erase(order.begin() + static_cast<std::ptrdiff_t>(indexOf(id)));
   objects.erase(id);
   dynamic.erase(id);
-  if (isOrdered_ && storable) store(previous);
+  if (storable) store(previous);
 }
 
 void MapModel::store(std::uint32_t id) {
+  if (id == kHeadId && !isOrdered_) return;
   if (!autoStore) return void(pending.insert(id));
   say("store", id);
   records[id] = recordOf(id);
-}
-
-void MapModel::storePrevious(std::uint32_t id) {
-  if (isOrdered_) store(previousStorable(id));
 }
 
 /// A record that an order does without goes at once.

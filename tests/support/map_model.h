@@ -82,10 +82,12 @@ class MapModel {
   std::optional<std::size_t> placeOf(const nv::message& request) const;
 
   std::size_t indexOf(std::uint32_t id) const;
+  std::uint32_t idAt(std::size_t place) const;
   std::string nextWord(std::size_t place) const;
   std::uint32_t nextOf(std::uint32_t id) const;
   bool isStorable(std::uint32_t id) const;
   std::uint32_t storableFrom(std::size_t place) const;
+  /// The head's id where there is none.
   std::uint32_t previousStorable(std::uint32_t id) const;
   std::uint32_t lowestFree() const;
   nv::message entryOf(std::uint32_t id) const;
@@ -96,7 +98,6 @@ class MapModel {
   void takeOut(std::uint32_t id);
   std::uint32_t restore(std::uint32_t id, std::string& prints);
   void store(std::uint32_t id);
-  void storePrevious(std::uint32_t id);
   void unstore(std::uint32_t id);
   void announce(std::uint32_t id, const ElementConfig& config);
   void check(const std::string& word, std::uint32_t id, std::size_t next);
