@@ -13,27 +13,26 @@ TYPED_TEST_SUITE(MapHooks, Maps);
 
 TYPED_TEST(MapHooks, MayEvenRemoveTheObjectThatTheyAreCalledFor) {
   const auto drop = [&](auto* obj) { this->drop(obj->id); };
-  const std::string gone = "unstore 1, notify 1, reply";
+  const auto expect = [&](unsigned code, const message& reply, const std::string& line) {
+    EXPECT_EQ(this->ask(code, {{key::objectId, 1}}), reply);
+    EXPECT_EQ(this->line(), line + ", unstore 1, notify 1, reply");
+  };
   this->map->onAdded = drop;
-  EXPECT_EQ(this->ask(cmd::addObj), message({{key::objectId, 1}}));
-  EXPECT_EQ(this->line(), "checkAdd 1, store 1, objAdded 1, " + gone);
+  expect(cmd::addObj, {{key::objectId, 1}}, "checkAdd 1, store 1, objAdded 1");
   this->map->onAdded = {};
 
   this->add();
   this->map->onCheckChange = [&](auto*, auto* obj) { return drop(obj), nv::failedMsg("gone"); };
-  EXPECT_EQ(this->ask(cmd::setObj, {{key::objectId, 1}}), nv::failedMsg("gone"));
-  EXPECT_EQ(this->line(), "checkChange 1, " + gone);
+  expect(cmd::setObj, nv::failedMsg("gone"), "checkChange 1");
   this->map->onCheckChange = {};
 
   this->add();
   this->map->onChanged = [&](auto*, auto* obj) { drop(obj); };
-  EXPECT_EQ(this->ask(cmd::setObj, {{key::objectId, 1}}), message());
-  EXPECT_EQ(this->line(), "checkChange 1, store 1, objChanged 1, " + gone);
+  expect(cmd::setObj, {}, "checkChange 1, store 1, objChanged 1");
 
   this->add();
   this->map->onCheckRemove = [&](auto* obj) { return drop(obj), message(); };
-  EXPECT_EQ(this->ask(cmd::removeObj, {{key::objectId, 1}}), message());
-  EXPECT_EQ(this->line(), "checkRemove 1, " + gone);
+  expect(cmd::removeObj, {}, "checkRemove 1");
   EXPECT_EQ(Element::alive, 0);
 }
 
