@@ -6,15 +6,18 @@ using namespace test;
 
 namespace {
 
-class AHolderTest : public ContainerTest<TestHolder> {
+/// A holder that hands its object requests, or complete configurations.
+class AHolderTest : public ContainerTest<TestHolder>, public ::testing::WithParamInterface<bool> {
  protected:
   AHolderTest() { start(); }
 
-  void start(std::string_view storeName = "settings") { startWith(storeName); }
-  /// Started and initialised, with an empty log.
-  void serve(bool merges = false, bool takesManaged = false) {
-    start();
+  void start(std::string_view storeName = "settings") {
+    startWith(storeName);
     map->merges = merges;
+  }
+  /// Started and initialised, with an empty log.
+  void serve(bool takesManaged = false) {
+    start();
     map->takesManaged = takesManaged;
     map->init();
     kit->seen().clear();
@@ -35,29 +38,30 @@ class AHolderTest : public ContainerTest<TestHolder> {
     }
     return all;
   }
+
+  const bool merges = GetParam();
 };
+
+// Parties need complete configurations.
+using AHolderParties = AHolderTest;
 
 // Loading.
 
-TEST_F(AHolderTest, LoadsItsRecord) {
+TEST_P(AHolderTest, LoadsItsRecord) {
   stores.set("settings", 0, {{field::number, 4}});
-  for (const bool merges : {false, true}) {
-    start();
-    map->merges = merges;
-    std::vector<std::uint32_t> flags;
-    Element::onSet = [&](Object&, const message& in, std::uint32_t f) {
-      flags.push_back(f);
-      EXPECT_EQ(in, message({{field::number, 4}}));  // merged into nothing
-    };
-    EXPECT_EQ(initPrints(), "");
-    EXPECT_EQ(line(), "checkLoad, loaded");
-    EXPECT_EQ(flags, std::vector<std::uint32_t>{0x80000005});
-    EXPECT_EQ(object().config.number, 4u);
-    Element::onSet = {};
-  }
+  start();
+  std::vector<std::uint32_t> flags;
+  Element::onSet = [&](Object&, const message& in, std::uint32_t f) {
+    flags.push_back(f);
+    EXPECT_EQ(in, message({{field::number, 4}}));  // merged into nothing
+  };
+  EXPECT_EQ(initPrints(), "");
+  EXPECT_EQ(line(), "checkLoad, loaded");
+  EXPECT_EQ(flags, std::vector<std::uint32_t>{0x80000005});
+  EXPECT_EQ(object().config.number, 4u);
 }
 
-TEST_F(AHolderTest, WithoutARecordChecksItsDefaultsAndWithoutAStoreNothing) {
+TEST_P(AHolderTest, WithoutARecordChecksItsDefaultsAndWithoutAStoreNothing) {
   EXPECT_EQ(map->object, nullptr);
   map->init();
   EXPECT_EQ(line(), "checkLoad, loaded");
@@ -74,32 +78,30 @@ TEST_F(AHolderTest, WithoutARecordChecksItsDefaultsAndWithoutAStoreNothing) {
   map->flushConfig();
 }
 
-TEST_F(AHolderTest, RefusedRecordLeavesTheDefaultsAndStays) {
+TEST_P(AHolderTest, RefusedRecordLeavesTheDefaultsAndStays) {
   const message bad = configured({.text = "bad"}, {{key::managedConfigs, {message()}}});
   stores.set("settings", 0, bad);
-  for (const bool merges : {false, true}) {
-    start();
-    map->merges = map->takesManaged = merges;
-    map->onCheckChange = [&](Object* old, Object* obj) {
-      EXPECT_EQ(old, nullptr);
-      EXPECT_EQ(held(obj).managed.size(), 1u);
-      return nv::errorMsg(0xfe0004, "it is bad");
-    };
-    std::cout << std::hex;
-    EXPECT_EQ(initPrints(), "error: while loading config from store: it is bad (16646148)\n");
-    std::cout << std::dec;
-    EXPECT_EQ(line(), "checkLoad");
-    EXPECT_EQ(object().config, ElementConfig());
-    EXPECT_TRUE(object().managed.empty());
-    EXPECT_EQ(Element::alive, 1);
-    EXPECT_EQ(record(), bad);
-  }
+  start();
+  map->takesManaged = merges;
+  map->onCheckChange = [&](Object* old, Object* obj) {
+    EXPECT_EQ(old, nullptr);
+    EXPECT_EQ(held(obj).managed.size(), 1u);
+    return nv::errorMsg(0xfe0004, "it is bad");
+  };
+  std::cout << std::hex;
+  EXPECT_EQ(initPrints(), "error: while loading config from store: it is bad (16646148)\n");
+  std::cout << std::dec;
+  EXPECT_EQ(line(), "checkLoad");
+  EXPECT_EQ(object().config, ElementConfig());
+  EXPECT_TRUE(object().managed.empty());
+  EXPECT_EQ(Element::alive, 1);
+  EXPECT_EQ(record(), bad);
 }
 
 // Get and set.
 
-TEST_F(AHolderTest, GetTellsTheConfigurationAndNoId) {
-  serve(true, true);
+TEST_P(AHolderTest, GetTellsTheConfigurationAndNoId) {
+  serve(true);
   set({{key::managedId, 7}});
   set({{field::text, "lamp"}});
   EXPECT_EQ(ask(cmd::get), configured({.text = "lamp"}));
@@ -115,53 +117,47 @@ TEST_F(AHolderTest, GetTellsTheConfigurationAndNoId) {
   EXPECT_EQ(Element::alive, 1);
 }
 
-TEST_F(AHolderTest, SetTellsServiceThenStoresThenTellsSubscribersThenPublishesUndo) {
-  for (const bool merges : {false, true}) {
-    stores.clear();
-    serve(merges);
-    set({{field::text, "lamp"}, {field::number, 4}});
-    map->onCheckChange = [&](Object* old, Object* obj) {
-      EXPECT_EQ(held(old).config, (ElementConfig{.text = "lamp", .number = 4}));
-      EXPECT_EQ(held(obj).config, (ElementConfig{.text = "lamp", .number = 6}));
-      return message{{field::number, 99}};
-    };
-    Element::onDelete = [&](Object&) { kit->seen().log.emplace_back("delete"); };
-    EXPECT_EQ(set({{field::number, 6}, {field::text, "lamp"}}), message({{field::number, 99}}));
-    Element::onDelete = {};
-    EXPECT_EQ(line(),
-              "checkChange, objChanged, delete, store 0, notify 4294967295, undo lamp changed, "
-              "reply");
-    EXPECT_EQ(kit->seen().undos[0].undo, message({{key::command, cmd::set}, {field::number, 4}}));
-    EXPECT_FALSE(kit->seen().notifies[0].removed);
-    EXPECT_EQ(record(), configured({.text = "lamp", .number = 6}));
+TEST_P(AHolderTest, SetTellsServiceThenStoresThenTellsSubscribersThenPublishesUndo) {
+  serve();
+  set({{field::text, "lamp"}, {field::number, 4}});
+  map->onCheckChange = [&](Object* old, Object* obj) {
+    EXPECT_EQ(held(old).config, (ElementConfig{.text = "lamp", .number = 4}));
+    EXPECT_EQ(held(obj).config, (ElementConfig{.text = "lamp", .number = 6}));
+    return message{{field::number, 99}};
+  };
+  Element::onDelete = [&](Object&) { kit->seen().log.emplace_back("delete"); };
+  EXPECT_EQ(set({{field::number, 6}, {field::text, "lamp"}}), message({{field::number, 99}}));
+  Element::onDelete = {};
+  EXPECT_EQ(line(),
+            "checkChange, objChanged, delete, store 0, notify 4294967295, undo lamp changed, "
+            "reply");
+  EXPECT_EQ(kit->seen().undos[0].undo, message({{key::command, cmd::set}, {field::number, 4}}));
+  EXPECT_FALSE(kit->seen().notifies[0].removed);
+  EXPECT_EQ(record(), configured({.text = "lamp", .number = 6}));
 
-    const message undo = kit->seen().undos[0].undo;
-    map->onCheckChange = {};
-    ask(undo);
-    EXPECT_EQ(object().config, (ElementConfig{.text = "lamp", .number = 4}));
-    stop();
+  const message undo = kit->seen().undos[0].undo;
+  map->onCheckChange = {};
+  ask(undo);
+  EXPECT_EQ(object().config, (ElementConfig{.text = "lamp", .number = 4}));
+}
+
+TEST_P(AHolderTest, SetRefusedByTheServicePutsTheObjectBack) {
+  serve(true);
+  set({{key::managedId, 7}, {field::number, 4}});
+  const ElementConfig before = object().config;
+  const auto managed = object().managed;
+  map->onCheckChange = [](Object*, Object*) { return nv::errorMsg(0, "no"); };
+  for (const std::uint32_t party : {7u, nv::kNoId}) {
+    EXPECT_EQ(set({{key::managedId, party}, {field::number, 6}, {field::isSilent, true}}),
+              nv::errorMsg(0, "no"));
+    EXPECT_EQ(line(), "checkChange, reply");
+    EXPECT_EQ(object().config, before);
+    EXPECT_EQ(object().managed, managed);
+    EXPECT_EQ(Element::alive, 1);
   }
 }
 
-TEST_F(AHolderTest, SetRefusedByTheServicePutsTheObjectBack) {
-  for (const bool merges : {false, true}) {
-    serve(merges, true);
-    set({{key::managedId, 7}, {field::number, 4}});
-    const ElementConfig before = object().config;
-    const auto managed = object().managed;
-    map->onCheckChange = [](Object*, Object*) { return nv::errorMsg(0, "no"); };
-    for (const std::uint32_t party : {7u, nv::kNoId}) {
-      EXPECT_EQ(set({{key::managedId, party}, {field::number, 6}, {field::isSilent, true}}),
-                nv::errorMsg(0, "no"));
-      EXPECT_EQ(line(), "checkChange, reply");
-      EXPECT_EQ(object().config, before);
-      EXPECT_EQ(object().managed, managed);
-      EXPECT_EQ(Element::alive, 1);
-    }
-  }
-}
-
-TEST_F(AHolderTest, SetsAndChangesOfTheServiceTellOnlyWhatTheElementWantsTold) {
+TEST_P(AHolderTest, SetsAndChangesOfTheServiceTellOnlyWhatTheElementWantsTold) {
   const struct {
     Fields fields;
     const char* line;
@@ -186,51 +182,44 @@ TEST_F(AHolderTest, SetsAndChangesOfTheServiceTellOnlyWhatTheElementWantsTold) {
   EXPECT_EQ(line(), "notify 4294967295");
 }
 
-TEST_F(AHolderTest, PlainSetsHandTheElementTheRequestAndMergingSetsACompleteConfiguration) {
-  for (const bool merges : {false, true}) {
-    serve(merges, true);
-    Element::writesFlags = true;
-    message applied;
-    Element::onSet = [&](Object&, const message& in, std::uint32_t flags) {
-      EXPECT_EQ(flags, 5u);
-      applied = in;
-    };
-    set({{field::number, 3}});
-    EXPECT_EQ(applied.has(field::text), merges);
-    EXPECT_EQ(applied.get(field::flags), merges ? 0x80000005 : 0);
-    EXPECT_EQ(applied.get(field::number), 3u);
-    set({{field::number, 4}, {key::managedId, 7}});
-    EXPECT_EQ(applied.get(field::number), merges ? 3u : 4u);
-    EXPECT_EQ(applied.get(key::managedId), merges ? 0u : 7u);
-    EXPECT_EQ(line(), "checkChange, objChanged, store 0, notify 4294967295, reply");
-    Element::onSet = {};
-  }
+TEST_P(AHolderTest, PlainSetsHandTheElementTheRequestAndMergingSetsACompleteConfiguration) {
+  serve(true);
+  Element::writesFlags = true;
+  message applied;
+  Element::onSet = [&](Object&, const message& in, std::uint32_t flags) {
+    EXPECT_EQ(flags, 5u);
+    applied = in;
+  };
+  set({{field::number, 3}});
+  EXPECT_EQ(applied.has(field::text), merges);
+  EXPECT_EQ(applied.get(field::flags), merges ? 0x80000005 : 0);
+  EXPECT_EQ(applied.get(field::number), 3u);
+  set({{field::number, 4}, {key::managedId, 7}});
+  EXPECT_EQ(applied.get(field::number), merges ? 3u : 4u);
+  EXPECT_EQ(applied.get(key::managedId), merges ? 0u : 7u);
+  EXPECT_EQ(line(), "checkChange, objChanged, store 0, notify 4294967295, reply");
 }
 
 // Parties that manage.
 
-TEST_F(AHolderTest, RefusesPartiesWhereItHasNone) {
-  for (const bool merges : {false, true}) {
-    serve(merges);
-    EXPECT_EQ(set({{key::managedId, 7}, {field::number, 6}}),
-              nv::failedMsg("can not apply managed config"));
-    EXPECT_EQ(line(), "reply");
-    EXPECT_EQ(object().config.number, 0u);
-    EXPECT_EQ(Element::alive, 1);
-    EXPECT_EQ(set({{key::managedId, nv::kNoId}, {field::number, 6}}), message());
-    stop();
-    stores.clear();
-  }
+TEST_P(AHolderTest, RefusesPartiesWhereItHasNone) {
+  serve();
+  EXPECT_EQ(set({{key::managedId, 7}, {field::number, 6}}),
+            nv::failedMsg("can not apply managed config"));
+  EXPECT_EQ(line(), "reply");
+  EXPECT_EQ(object().config.number, 0u);
+  EXPECT_EQ(Element::alive, 1);
+  EXPECT_EQ(set({{key::managedId, nv::kNoId}, {field::number, 6}}), message());
 }
 
-TEST_F(AHolderTest, GivesEachPartyAnEntryOfItsOwnThatComesAndGoes) {
+TEST_P(AHolderParties, GivesEachPartyAnEntryOfItsOwnThatComesAndGoes) {
   struct Step {
     Fields fields;
     const char* parties;
   };
   message applied;
   const auto run = [&](std::initializer_list<Step> steps) {
-    serve(true, true);
+    serve(true);
     Element::onSet = [&](Object&, const message& in, std::uint32_t) { applied = in; };
     for (const Step& step : steps) {
       set(step.fields);
@@ -267,8 +256,8 @@ TEST_F(AHolderTest, GivesEachPartyAnEntryOfItsOwnThatComesAndGoes) {
   });
 }
 
-TEST_F(AHolderTest, TakesTheArrayFromAClientAsAnyOtherField) {
-  serve(true, true);
+TEST_P(AHolderParties, TakesTheArrayFromAClientAsAnyOtherField) {
+  serve(true);
   set({{key::managedId, 7}, {field::number, 2}});
   const message mine{{key::managedId, 5}, {field::number, 9}};
   set({{key::managedConfigs, {mine}}});
@@ -280,13 +269,13 @@ TEST_F(AHolderTest, TakesTheArrayFromAClientAsAnyOtherField) {
   set({{key::managedId, 7}, {key::managedConfigs, {mine}}});
   EXPECT_EQ(parties(), "7:2");
   EXPECT_EQ(message(object().managed[0]).get(key::managedConfigs).size(), 1u);
-  serve(true, true);
+  serve(true);
   EXPECT_EQ(parties(), "7:2");
 }
 
 // The record.
 
-TEST_F(AHolderTest, PutsTheWriteOffUntilTheFlush) {
+TEST_P(AHolderTest, PutsTheWriteOffUntilTheFlush) {
   serve();
   map->setAutoStore(true);
   EXPECT_EQ(line(), "");
@@ -308,5 +297,8 @@ TEST_F(AHolderTest, PutsTheWriteOffUntilTheFlush) {
   serve();  // loses it
   EXPECT_EQ(object().config.number, 4u);
 }
+
+INSTANTIATE_TEST_SUITE_P(Merging, AHolderTest, ::testing::Bool());
+INSTANTIATE_TEST_SUITE_P(Merging, AHolderParties, ::testing::Values(true));
 
 }  // namespace

@@ -93,12 +93,15 @@ TYPED_TEST(MapCommands, AddRefusedByTheServiceLeavesNoTrace) {
 
 TYPED_TEST(MapCommands, AddUsesTheIdThatTheServiceAllocatesUnlessItIsGivenOutTwice) {
   this->map->onAllocate = [&](std::uint32_t id) { return this->map->ids.allocate(id + 10); };
-  for (const bool merges : {false, true}) {
-    this->map->merges = merges;
-    const std::uint32_t id = merges ? 18 : 17;
+  for (const std::uint32_t id : {17u, 18u}) {
+    this->map->merges = id == 18;
+    Element::onSet = [&, id](Object& obj, const message&, std::uint32_t) {
+      EXPECT_EQ(obj.id, this->isOrdered ? nv::kNoId : id);
+    };
     EXPECT_EQ(this->add({{key::objectId, id - 10}, {field::text, "first"}}), id);
     EXPECT_EQ(this->at(id).id, id);
   }
+  Element::onSet = {};
   this->map->onAllocate = [](std::uint32_t) { return 17u; };
   EXPECT_EQ(this->ask(cmd::addObj, {{key::objectId, 6}}), refused(err::idInUse));
   EXPECT_EQ(this->at(17).config.text, "first");
