@@ -1,12 +1,9 @@
 // Commands to a map of many objects, and changes that are put off.
-#include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <random>
-#include <vector>
 
 #include "bench/omap_bench.h"
-#include "bench/support/chain_file.h"
+#include "bench/support/crowds.h"
 #include "bench/support/no_refusals.h"
 #include "platform/commands.h"
 #include "platform/looper.h"
@@ -23,41 +20,28 @@ using nv::message;
 /// A map of N objects from a made-up store, and the commands to it, about random ones.
 class Crowd {
  public:
-  static constexpr std::size_t kBatch = 200;
-
   Crowd(std::uint32_t address, std::uint32_t count)
-      : map(std::to_string(count)), ids_(shuffled(count)), address_(address) {
+      : map(std::to_string(count)), ids(count), address_(address) {
     nv::getLooper()->addHandler(address, &map);
     map.init();
     if (map.objects.size() != count) std::abort();
   }
 
-  std::vector<std::uint32_t> batch() {
-    if (next_ + kBatch > ids_.size()) next_ = 0;
-    const auto first = ids_.begin() + static_cast<std::ptrdiff_t>(next_);
-    next_ += kBatch;
-    return {first, first + kBatch};
-  }
-  /// None of the present batch.
-  std::uint32_t any() {
-    while (true) {
-      const std::size_t k = random_() % ids_.size();
-      if (k >= next_ || k + kBatch < next_) return ids_[k];
-    }
-  }
-
   void add(std::uint32_t id) {
     send(cmd::addObj, {{key::objectId, id},
-                       {key::nextId, any()},
+                       {key::nextId, ids.other()},
                        {key::name, "vlan" + std::to_string(id)},
                        {key::cfgText, textOf(id)},
                        {kTag, id % 4094}});
   }
   void set(std::uint32_t id) { send(cmd::setObj, {{key::objectId, id}, {kTag, ++changes_}}); }
-  void move(std::uint32_t id) { send(cmd::moveObj, {{key::objectId, id}, {key::nextId, any()}}); }
+  void move(std::uint32_t id) {
+    send(cmd::moveObj, {{key::objectId, id}, {key::nextId, ids.other()}});
+  }
   void remove(std::uint32_t id) { send(cmd::removeObj, {{key::objectId, id}}); }
 
   Vlans map;
+  ShuffledIds ids;
 
  private:
   void send(unsigned code, message fields) {
@@ -66,54 +50,17 @@ class Crowd {
     nv::getLooper()->deliver(map, std::move(fields.insert(key::tag, 1)));
   }
 
-  std::vector<std::uint32_t> ids_;
   std::uint32_t address_;
-  std::size_t next_ = 0;
   std::uint32_t changes_ = 0;
-  std::mt19937 random_{2};
 };
-
-struct Operation {
-  const char* name;
-  void (Crowd::*command)(std::uint32_t id);
-};
-// Who was removed is added again.
-constexpr std::array<Operation, 4> kOperations{Operation{"set", &Crowd::set},
-                                               {"move", &Crowd::move},
-                                               {"remove", &Crowd::remove},
-                                               {"add", &Crowd::add}};
-using Times = std::array<Fastest, kOperations.size()>;
-
-void turn(nv::testkit::Kit& kit, Crowd& crowd, Times& times) {
-  const auto ids = crowd.batch();
-  for (std::size_t k = 0; k < kOperations.size(); ++k) {
-    times[k].take(timeOf([&] {
-      for (const auto id : ids) (crowd.*kOperations[k].command)(id);
-      kit.settle();
-    }));
-  }
-}
 
 }  // namespace
 
 void order(Bars& bars) {
-  constexpr unsigned kTurns = 40;
-  constexpr std::uint32_t kFew = 1000, kMany = 1000000;
   nv::testkit::Kit kit(std::make_unique<MadeUpStore>());
   const NoRefusals watching;
   Crowd few(5, kFew), many(6, kMany);
-  Times timesOfFew, timesOfMany;
-  for (unsigned n = 0; n < kTurns; ++n) {
-    turn(kit, few, timesOfFew);
-    turn(kit, many, timesOfMany);
-  }
-  for (std::size_t k = 0; k < kOperations.size(); ++k) {
-    const auto nanos = [&](Times& times) { return times[k].time() * 1e9 / Crowd::kBatch; };
-    const std::string what = kOperations[k].name;
-    std::printf("%s: %.0f ns at 1,000, %.0f ns at 1,000,000\n", what.c_str(), nanos(timesOfFew),
-                nanos(timesOfMany));
-    bars.atMost(what + ", 1,000,000 / 1,000", nanos(timesOfMany) / nanos(timesOfFew), 2);
-  }
+  compare(kit, few, many, "", bars);
 }
 
 namespace {
@@ -122,8 +69,8 @@ namespace {
 void changeMany(nv::testkit::Kit& kit, Crowd& crowd, unsigned changes) {
   crowd.map.setAutoStore(false);
   for (unsigned done = 0; done < changes;)
-    for (const auto id : crowd.batch()) {
-      (crowd.*kOperations[done / Crowd::kBatch % 2].command)(id);
+    for (const auto id : crowd.ids.batch()) {
+      (crowd.*kOperations<Crowd>[done / ShuffledIds::kBatch % 2].command)(id);
       ++done;
     }
   crowd.map.setAutoStore(true);

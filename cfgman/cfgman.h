@@ -93,7 +93,8 @@ class CONFKIT_API CfgMan {
 
   /// Posts one update of item `id` (0xffffffff: of a new one). `cfg` and `state` are merged key by
   /// key; `keys` are reported as changed besides; to `request`, when it has a requester, the reply
-  /// goes. Every change comes this way.
+  /// goes. One with a command and no requester counts as the store's own: what it changes is not
+  /// written. Every change comes this way.
   void scheduleUpdate(unsigned id, nv::message cfg, nv::message state, vset<unsigned> keys,
                       nv::message request);
   /// Merges `upd` into the state of `item` at once and adds the changed keys of `stateIds` to
@@ -102,8 +103,9 @@ class CONFKIT_API CfgMan {
   void directUpdateState(Item* item, nv::message upd, vset<unsigned>* keys);
   /// Reserves an id: makes an absent item under a free one, which an update can fill later, and
   /// which is never stored when `dynamic`. With a `cookie` it is never freed by the manager, and
-  /// after a removal is absent again; without one it goes with its first removal or failed update.
-  /// The end when no id is free.
+  /// after a removal is absent again; without one it goes with the first update that fails or
+  /// leaves it absent. The end when no id is free. Called before `setStore`: until the store is
+  /// read, ids of records that are still to come count as free.
   Iterator plant(bool dynamic, void* cookie);
 
   // Reading.
@@ -130,8 +132,8 @@ class CONFKIT_API CfgMan {
   /// Answers reads at once through `doGet` and queues changes; other codes go to nv::Handler.
   /// Replies to changes: key::objectId and what `apply` put into the reply; err::noSuchObject for a
   /// change of an object that is not there; err::idInUse when the id is claimed though no object
-  /// has it (see `setAllocator`), and when none is free; the error of `apply` with key::objectId.
-  /// An add of an object that is there changes it.
+  /// has it (see `setAllocator`), for 0xfffffffe, and when none is free; the error of `apply` with
+  /// key::objectId. An add of an object that is there changes it.
   void defDoCmd(const nv::message& cmd);
   /// Answers get, get one, get all and get count, for clients (`cmd` is theirs) and for
   /// notifications (`cmd` is empty). Of an object that is not there: err::noSuchItem, for the start

@@ -114,13 +114,13 @@ message CfgMan::defDoGet(CfgMan* cm, std::uint32_t id, std::uint32_t flags, cons
 
 message CfgMan::getAll(std::uint32_t flags, const message& cmd, message out) {
   const auto start = cmd.get(key::startId, nv::kNoId);
-  if (start != nv::kNoId && find(start) == nullptr) return missing(start, cmd, cmd::getAll);
+  auto begun = ItemWalk::from(*this, start);
+  if (!begun) return missing(start, cmd, cmd::getAll);
 
   const auto room = kPageBytes - std::min<std::size_t>(out.max_length(), kPageBytes);
   nv::Page page(cmd.get(key::maxCount, nv::kNoId), room);
   const auto life = watch();
-  ItemWalk walk(start == nv::kNoId ? begin() : Iterator(this, find(start)));
-  for (; walk.item() != nullptr; walk.next()) {
+  for (auto& walk = *begun; walk.item() != nullptr; walk.next()) {
     const auto& item = *walk.item();
     if (!item.exists() || ((flags & nv::kConfigOnlyBit) != 0 && !item.store)) continue;
     const auto object = getMsg(walk.item(), flags);

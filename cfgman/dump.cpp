@@ -1,12 +1,12 @@
 // Managers, items and positions as text, for diagnostics.
 #include <ostream>
-#include <sstream>
 
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
 #include "cfgman/item.h"
 #include "cfgman/item_order.h"
 #include "cfgman/iterator.h"
+#include "cfgman/limited_text.h"
 #include "cfgman/live_managers.h"
 #include "message/field_ops.h"
 
@@ -62,7 +62,10 @@ void dumpItems(std::ostream& os, const CfgMan& manager, unsigned flags) {
   if (manager.items.empty()) return;
   os << "    ~US\tid\tcookie\tnlinks";
   if (manager.ordered) os << "\tnext\tprev\tsnext\tsprev";
-  for (const auto [id, item] : manager.items) dumpItem(os, manager, *item, flags);
+  for (const auto [id, item] : manager.items) {
+    if (!os) return;
+    dumpItem(os, manager, *item, flags);
+  }
   os << std::dec << '\n';
 }
 
@@ -112,10 +115,11 @@ void dumpManager(std::ostream& os, const CfgMan& manager, unsigned flags) {
 
 nv::message CfgHandler::cmdDump(const nv::message& request) {
   constexpr std::size_t kLongest = 1024 * 1024;
-  std::ostringstream text;
+  LimitedText beginning(kLongest);
+  std::ostream text(&beginning);
   CfgMan::dump(text, request.get(nv::key::getFlags, 0));
   nv::message reply;
-  reply.append(nv::key::about, text.view().substr(0, kLongest));
+  reply.append(nv::key::about, beginning.text());
   return reply;
 }
 

@@ -4,6 +4,13 @@
 
 ItemWalk::ItemWalk(CfgMan::Iterator start) : manager_(start.manager()->watch()) { reach(start); }
 
+std::optional<ItemWalk> ItemWalk::from(CfgMan& manager, std::uint32_t id) {
+  if (id == nv::kNoId) return ItemWalk(manager.begin());
+  auto* const item = manager.find(id);
+  if (item == nullptr || (manager.ordered && item->ord == nullptr)) return {};
+  return ItemWalk({&manager, item});
+}
+
 void ItemWalk::reach(CfgMan::Iterator at) {
   at_ = at;
   id_ = nextId_ = nv::kNoId;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "cfgman/cfgman.h"
 #include "cfgman/iterator.h"
@@ -12,6 +13,9 @@
 class ItemWalk {
  public:
   explicit ItemWalk(CfgMan::Iterator start);
+  /// A walk that begins at item `id`, or at the first one for nv::kNoId. None when there is no such
+  /// item, or none that has a place in the order: nothing could be found behind it.
+  static std::optional<ItemWalk> from(CfgMan& manager, std::uint32_t id);
 
   /// Null at the end.
   CfgMan::Item* item() const { return at_.item(); }

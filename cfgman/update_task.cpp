@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "cfgman/at_end.h"
+#include "cfgman/item.h"
 #include "cfgman/run_task.h"
 #include "cfgman/update.h"
 
@@ -35,8 +36,9 @@ bool CfgMan::mustWait(const UpdateTask& task) const {
   // Updates of one item take effect in the order in which they came.
   if (!waiting_.empty()) return true;
   if (!isReadingStore()) return false;
-  return !task.request.empty() || !items.contains(task.id) || task.cfg.has(nv::key::nextId) ||
-         task.cfg.get(nv::key::absent) != 0;
+  const auto* const item = find(task.id);
+  return !task.request.empty() || item == nullptr || !item->exists() ||
+         task.cfg.has(nv::key::nextId) || task.cfg.get(nv::key::absent) != 0;
 }
 
 void CfgMan::postWaiting() {

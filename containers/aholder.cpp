@@ -7,6 +7,7 @@
 #include "containers/apply.h"
 #include "containers/error_texts.h"
 #include "containers/managed_configs.h"
+#include "containers/record.h"
 #include "containers/request.h"
 #include "platform/commands.h"
 #include "platform/keys.h"
@@ -15,12 +16,7 @@ using nv::message;
 
 namespace {
 
-constexpr std::uint32_t kStoreFlags = nv::kStoreBit | nv::kDefaultFlags;
 constexpr std::uint32_t kRecord = 0;
-
-nv::Store* openStore(const std::string& name) {
-  return name.empty() ? nullptr : new nv::Store(name);
-}
 
 void reportRefused(const message& verdict) {
   unsigned code = 0;
@@ -35,7 +31,7 @@ void reportRefused(const message& verdict) {
 
 // Life.
 
-AHolder::AHolder(const std::string& storeName) : store(openStore(storeName)) {}
+AHolder::AHolder(const std::string& storeName) : store(nv::openStore(storeName)) {}
 
 AHolder::~AHolder() {
   delete std::exchange(store, nullptr);
@@ -45,7 +41,8 @@ AHolder::~AHolder() {
 void AHolder::init() {
   object = newObject();
   if (store == nullptr) return;
-  if (store->has(kRecord)) load();
+  // In merge mode as well: a record is a complete configuration, with those of other parties.
+  if (store->has(kRecord)) object->setConfig(store->get(kRecord), nv::kRecordFlags);
   const message verdict = checkChange(nullptr, object);
   if (nv::isError(verdict)) {
     reportRefused(verdict);
@@ -54,16 +51,6 @@ void AHolder::init() {
   } else {
     objChanged(nullptr, object);
   }
-}
-
-void AHolder::load() {
-  const message record = store->get(kRecord);
-  if (!mergeOnSet()) return object->setConfig(record, kStoreFlags);
-  message full, prior;
-  merge(full, record, prior);
-  const auto managed = record.get(nv::key::managedConfigs);
-  if (acceptsManaged() && !managed.empty()) full.insert(nv::key::managedConfigs, managed);
-  object->setConfig(full, kStoreFlags);
 }
 
 // Commands.
@@ -81,11 +68,13 @@ message AHolder::cmdSet(const message& request) {
   copyObject(old.get(), object);
   const std::uint32_t party = nv::managedIdOf(request);
   const bool isManaged = party != nv::kNoId;
-  if (isManaged && !acceptsManaged())
-    return nv::failedMsg(nv::errorText(nv::ErrorText::cantApplyManaged));
+  if (isManaged && !acceptsManaged()) return nv::refusal(nv::ErrorText::cantApplyManaged);
 
-  message undo = mergeOnSet() ? applyMerged(request, party)
-                              : nv::applySet(*object, request, nv::ApplyMode::plain, true);
+  message undo;
+  if (isManaged && mergeOnSet())
+    applyManaged(request, party);
+  else
+    undo = nv::applySet(*object, request, nv::applyMode(mergeOnSet()), true);
   message reply = checkChange(old.get(), object);
   if (nv::isError(reply)) {
     copyObject(object, old.get());
@@ -102,17 +91,11 @@ message AHolder::cmdSet(const message& request) {
   return reply;
 }
 
-/// Hands the object its complete configuration with the request merged in, and returns the earlier
-/// values of what the user changed.
-message AHolder::applyMerged(const message& request, std::uint32_t party) {
-  message full = nv::configOf(*object, kStoreFlags);
-  message prior;
-  if (party == nv::kNoId)
-    merge(full, request, prior);
-  else
-    nv::mergeManaged(full, request, party);
+/// Hands the object its complete configuration with the request merged into the party's own.
+void AHolder::applyManaged(const message& request, std::uint32_t party) {
+  message full = nv::configOf(*object, nv::kRecordFlags);
+  nv::mergeManaged(full, request, party);
   object->setConfig(full, nv::kDefaultFlags);
-  return prior;
 }
 
 message AHolder::getObject(std::uint32_t, std::uint32_t flags) {
@@ -132,7 +115,7 @@ void AHolder::tell() {
 
 // The store.
 
-void AHolder::save() { store->set(kRecord, nv::configOf(*object, kStoreFlags)); }
+void AHolder::save() { store->set(kRecord, nv::configOf(*object, nv::kRecordFlags)); }
 
 void AHolder::storeObj() {
   if (store == nullptr) return;

@@ -19,8 +19,8 @@
 ///       Identity() : AHolder("identity") {}
 ///       Object* newObject() override { return new Settings; }
 ///       void copyObject(Object* dst, Object* src) override { settings(dst) = settings(src); }
-///       nv::message checkChange(Object* old, Object* obj) override { return check(settings(obj));
-///       } void objChanged(Object* old, Object* obj) override { use(settings(obj)); }
+///       nv::message checkChange(Object*, Object* obj) override { return check(settings(obj)); }
+///       void objChanged(Object*, Object* obj) override { use(settings(obj)); }
 ///     };
 ///
 /// A set that is refused leaves object and store as they were. Accepted, in this order: the
@@ -33,7 +33,8 @@
 /// with key::absent, drops it. The element decides what the array means. Such a set is not undone.
 ///
 /// Record 0 of the store is what the element writes with nv::kStoreBit. Owns its object and its
-/// store. Event-loop thread only.
+/// store. Event-loop thread only. What the service supplies may call back, but must not end the
+/// holder.
 class CONFKIT_API AHolder : public nv::Handler {
  public:
   /// An empty `storeName`: nothing is stored.
@@ -103,8 +104,7 @@ class CONFKIT_API AHolder : public nv::Handler {
   nv::Store* store;
 
  private:
-  void load();
   void save();
   void tell();
-  nv::message applyMerged(const nv::message& request, std::uint32_t party);
+  void applyManaged(const nv::message& request, std::uint32_t party);
 };

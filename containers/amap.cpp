@@ -6,6 +6,7 @@
 
 #include "containers/apply.h"
 #include "containers/error_texts.h"
+#include "containers/ids.h"
 #include "containers/request.h"
 #include "platform/commands.h"
 #include "platform/errors.h"
@@ -15,9 +16,6 @@ using nv::ErrorText;
 using nv::message;
 
 namespace {
-
-message refusal(unsigned code) { return nv::errorMsg(code, ""); }
-message refusal(ErrorText text) { return nv::failedMsg(nv::errorText(text)); }
 
 bool publishesUndo(Object& obj) { return obj.managedId() == nv::kNoId && obj.isUndoable(); }
 
@@ -39,7 +37,7 @@ message undoOfRemove(Object& obj) {
 
 message AMap::cmdGetObj(const message& request, std::uint32_t id) {
   Object* const obj = objects.get(id);
-  if (obj == nullptr) return refusal(nv::err::noSuchObject);
+  if (obj == nullptr) return nv::refusal(nv::err::noSuchObject);
   message reply;
   addManagedId(reply, *obj);
   obj->getConfig(reply, nv::clientFlags(nv::getFlagsOf(request)));
@@ -49,7 +47,7 @@ message AMap::cmdGetObj(const message& request, std::uint32_t id) {
 
 message AMap::cmdGetAll(const message& request, std::uint32_t startId, std::uint32_t count) {
   const bool fromFirst = startId == nv::kNoId;
-  if (!fromFirst && !objects.contains(startId)) return refusal(nv::err::noSuchObject);
+  if (!fromFirst && !objects.contains(startId)) return nv::refusal(nv::err::noSuchObject);
 
   const std::uint32_t flags = nv::getFlagsOf(request);
   message reply;
@@ -80,9 +78,9 @@ message AMap::getDefaultCfg() { return nv::defaultConfig(std::unique_ptr<Object>
 
 message AMap::cmdAddObj(const message& request) {
   const std::uint32_t managedId = nv::managedIdOf(request);
-  if (managedId != nv::kNoId && !acceptsManaged()) return refusal(ErrorText::cantCreateManaged);
+  if (managedId != nv::kNoId && !acceptsManaged()) return nv::refusal(ErrorText::cantCreateManaged);
   std::uint32_t id = request.get(nv::key::objectId, nv::kNoId);
-  if (const unsigned error = claimId(id)) return refusal(error);
+  if (const unsigned error = nv::claimId(*this, id)) return nv::refusal(error);
 
   std::unique_ptr<Object> added{newObject()};
   Object* const obj = added.get();
@@ -96,7 +94,7 @@ message AMap::cmdAddObj(const message& request) {
     return reply;
   }
   // Only an id that the service itself gave out twice is in the map by now.
-  if (!objects.emplace(id, obj).second) return refusal(nv::err::idInUse);
+  if (!objects.emplace(id, obj).second) return nv::refusal(nv::err::idInUse);
   added.release();
   if (request.get(nv::key::dynamic) && nv::isFromSystem(request)) dynamicIds.insert(id);
   if (obj->isStorable()) storeObj(obj);
@@ -116,9 +114,10 @@ void AMap::tellAdded(const message& request, Object& obj) {
 
 message AMap::cmdSetObj(const message& request, std::uint32_t id) {
   Object* const obj = objects.get(id);
-  if (obj == nullptr) return refusal(nv::err::noSuchObject);
-  if (nv::managedIdOf(request) != obj->managedId()) return refusal(ErrorText::cantChangeManaged);
-  if (isProtected(request, id)) return refusal(ErrorText::cantEditDynamic);
+  if (obj == nullptr) return nv::refusal(nv::err::noSuchObject);
+  if (nv::managedIdOf(request) != obj->managedId())
+    return nv::refusal(ErrorText::cantChangeManaged);
+  if (nv::isProtected(dynamicIds, request, id)) return nv::refusal(ErrorText::cantEditDynamic);
 
   const bool undoable = publishesUndo(*obj);
   const std::unique_ptr<Object> old{newObject()};
@@ -144,9 +143,10 @@ message AMap::cmdSetObj(const message& request, std::uint32_t id) {
 
 message AMap::cmdRemoveObj(const message& request, std::uint32_t id) {
   Object* const obj = objects.get(id);
-  if (obj == nullptr) return refusal(nv::err::noSuchObject);
-  if (nv::managedIdOf(request) != obj->managedId()) return refusal(ErrorText::cantChangeManaged);
-  if (isProtected(request, id)) return refusal(ErrorText::cantRemoveDynamic);
+  if (obj == nullptr) return nv::refusal(nv::err::noSuchObject);
+  if (nv::managedIdOf(request) != obj->managedId())
+    return nv::refusal(ErrorText::cantChangeManaged);
+  if (nv::isProtected(dynamicIds, request, id)) return nv::refusal(ErrorText::cantRemoveDynamic);
 
   const bool stored = obj->isStorable();
   const bool undoable = publishesUndo(*obj);
@@ -169,12 +169,7 @@ message AMap::cmdRemoveObj(const message& request, std::uint32_t id) {
 // Changing by the service.
 
 AMapIterator AMap::add(Object* obj, bool mayStore) {
-  if (obj->id == nv::kNoId) {
-    obj->id = allocateId();
-  } else {
-    allocateId(obj->id);
-  }
-  if (obj->id == nv::kNoId) {
+  if (!nv::claimOwnId(*this, *obj)) {
     delete obj;
     return end();
   }
@@ -207,17 +202,6 @@ std::uint32_t AMap::allocateId(std::uint32_t id) { return ids.allocate(id); }
 
 void AMap::freeId(std::uint32_t id) { ids.free(id); }
 
-unsigned AMap::claimId(std::uint32_t& id) {
-  if (id == nv::kNoId) {
-    id = allocateId();
-  } else {
-    if (id < ids.min() || id > ids.max()) return nv::err::noSuchObject;
-    if (ids.isAllocated(id) || objects.contains(id)) return nv::err::idInUse;
-    id = allocateId(id);
-  }
-  return id == nv::kNoId ? nv::err::idInUse : 0;
-}
-
 // What a service may leave as it is.
 
 bool AMap::mergeOnSet() { return false; }
@@ -232,10 +216,6 @@ message AMap::recordOf(Object& obj, std::uint32_t flags) {
   addManagedId(record, obj);
   obj.getConfig(record, flags);
   return record;
-}
-
-bool AMap::isProtected(const message& request, std::uint32_t id) const {
-  return !nv::isFromSystem(request) && dynamicIds.contains(id);
 }
 
 /// Takes the object out of the map without deleting it.

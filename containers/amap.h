@@ -55,7 +55,7 @@ class AMapIterator {
 ///
 /// Owns its objects and its store. Event-loop thread only. What the service supplies may call back
 /// into the map, also to add and remove objects, but must not remove the object that it is called
-/// for.
+/// for, nor end the map.
 class CONFKIT_API AMap : public nv::Handler {
  public:
   /// Ids are given out from [minId, maxId], which should end below 0xffffffff. An empty
@@ -191,13 +191,9 @@ class CONFKIT_API AMap : public nv::Handler {
  private:
   /// An entry of a page or of the store. An element that writes an id of its own has the last word.
   static nv::message recordOf(Object& obj, std::uint32_t flags);
-  /// Claims the id that a request wants, or a free one. Returns the error that keeps the new object
-  /// from it, 0 for none; then `id` is the object's.
-  unsigned claimId(std::uint32_t& id);
   std::uint32_t claimRestoredId(std::uint32_t id);
   /// Whether `obj` is still there after the service had its say.
   bool holds(std::uint32_t id, const Object* obj) const { return objects.get(id) == obj; }
-  bool isProtected(const nv::message& request, std::uint32_t id) const;
   void storeChange(Object& old, Object& obj);
   void flushObj(std::uint32_t id);
   void tellAdded(const nv::message& request, Object& obj);

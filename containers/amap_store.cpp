@@ -6,16 +6,13 @@
 
 #include "containers/amap.h"
 #include "containers/apply.h"
+#include "containers/record.h"
 #include "containers/request.h"
 #include "platform/keys.h"
 
 using nv::message;
 
 namespace {
-
-constexpr std::uint32_t kStoreFlags = nv::kStoreBit | nv::kDefaultFlags;
-
-nv::Store* openStore(std::string_view name) { return name.empty() ? nullptr : new nv::Store(name); }
 
 void reportRefused(unsigned code, const std::string& text) {
   std::cout << "AMap: load from store error: " + text + " (" + std::to_string(code) + ")\n"
@@ -25,7 +22,7 @@ void reportRefused(unsigned code, const std::string& text) {
 }  // namespace
 
 AMap::AMap(std::string_view storeName, std::uint32_t minId, std::uint32_t maxId)
-    : ids(minId, maxId), store(openStore(storeName)) {}
+    : ids(minId, maxId), store(nv::openStore(storeName)) {}
 
 AMap::~AMap() {
   delete std::exchange(store, nullptr);
@@ -37,7 +34,7 @@ AMap::~AMap() {
 
 // Writing.
 
-void AMap::saveObj(Object* obj) { store->set(obj->id, recordOf(*obj, kStoreFlags)); }
+void AMap::saveObj(Object* obj) { store->set(obj->id, recordOf(*obj, nv::kRecordFlags)); }
 
 void AMap::storeObj(Object* obj) {
   if (store == nullptr) return;
@@ -96,7 +93,7 @@ void AMap::init() {
     const std::uint32_t id = *at;
     const bool isLast = id == last || ++at == stored.end();
     const std::uint32_t next = isLast ? id : *at;
-    restoreObj(store->get(id), id, kStoreFlags);
+    restoreObj(store->get(id), id, nv::kRecordFlags);
     if (isLast) return;
     // The record may be gone now, and the service may have written others.
     at = stored.lowerBound(next);

@@ -3,6 +3,8 @@
 #include <array>
 #include <cstddef>
 
+#include "platform/errors.h"
+
 namespace nv {
 namespace {
 
@@ -21,5 +23,9 @@ constexpr std::array<std::string_view, 9> kTexts = {
 }  // namespace
 
 std::string_view errorText(ErrorText which) { return kTexts[static_cast<std::size_t>(which)]; }
+
+message refusal(ErrorText text) { return failedMsg(errorText(text)); }
+
+message refusal(unsigned code) { return errorMsg(code, ""); }
 
 }  // namespace nv

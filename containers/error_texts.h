@@ -3,6 +3,8 @@
 
 #include <string_view>
 
+#include "platform/message.h"
+
 namespace nv {
 
 /// The index of a text in the table.
@@ -19,5 +21,10 @@ enum class ErrorText {
 };
 
 std::string_view errorText(ErrorText which);
+
+/// The error reply with this text and err::failed.
+message refusal(ErrorText text);
+/// The error reply with this code of nv::err, without a text.
+message refusal(unsigned code);
 
 }  // namespace nv

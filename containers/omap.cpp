@@ -6,6 +6,7 @@
 
 #include "containers/apply.h"
 #include "containers/error_texts.h"
+#include "containers/ids.h"
 #include "containers/request.h"
 #include "platform/commands.h"
 #include "platform/errors.h"
@@ -16,9 +17,6 @@ using nv::message;
 
 namespace {
 
-message refusal(unsigned code) { return nv::errorMsg(code, ""); }
-message refusal(ErrorText text) { return nv::failedMsg(nv::errorText(text)); }
-
 std::uint32_t positionOf(const message& request) { return request.get(nv::key::nextId, nv::kNoId); }
 
 }  // namespace
@@ -27,7 +25,7 @@ std::uint32_t positionOf(const message& request) { return request.get(nv::key::n
 
 message AOmap::cmdGetObj(const message& request, std::uint32_t id) {
   OObject* const obj = objects.get(id);
-  if (obj == nullptr) return refusal(nv::err::noSuchObject);
+  if (obj == nullptr) return nv::refusal(nv::err::noSuchObject);
   message reply = nv::configOf(*obj, nv::clientFlags(nv::getFlagsOf(request)));
   addNextId(reply, obj);
   return reply;
@@ -35,7 +33,7 @@ message AOmap::cmdGetObj(const message& request, std::uint32_t id) {
 
 message AOmap::cmdGetAll(const message& request, std::uint32_t startId, std::uint32_t count) {
   const bool fromFirst = startId == nv::kNoId;
-  if (!fromFirst && !objects.contains(startId)) return refusal(nv::err::noSuchObject);
+  if (!fromFirst && !objects.contains(startId)) return nv::refusal(nv::err::noSuchObject);
 
   const std::uint32_t flags = nv::getFlagsOf(request);
   message reply;
@@ -73,10 +71,10 @@ message AOmap::getDefaultCfg() { return nv::defaultConfig(std::unique_ptr<Object
 
 message AOmap::cmdAddObj(const message& request) {
   const OObject* const target = targetOf(positionOf(request));
-  if (target == nullptr) return refusal(nv::err::noSuchPosition);
+  if (target == nullptr) return nv::refusal(nv::err::noSuchPosition);
   const std::uint32_t targetId = target->id;
   std::uint32_t id = request.get(nv::key::objectId, nv::kNoId);
-  if (const unsigned error = claimId(id)) return refusal(error);
+  if (const unsigned error = nv::claimId(*this, id)) return nv::refusal(error);
 
   std::unique_ptr<OObject> added{newObject()};
   OObject* const obj = added.get();
@@ -89,7 +87,7 @@ message AOmap::cmdAddObj(const message& request) {
     return reply;
   }
   // Only an id that the service itself gave out twice is in the map by now.
-  if (objects.contains(id)) return refusal(nv::err::idInUse);
+  if (objects.contains(id)) return nv::refusal(nv::err::idInUse);
   link(obj, targetAgain(targetId));
   if (request.get(nv::key::dynamic) && nv::isFromSystem(request)) dynamicIds.insert(id);
   storeAdded(obj);
@@ -110,8 +108,8 @@ void AOmap::tellAdded(const message& request, OObject& obj) {
 
 message AOmap::cmdSetObj(const message& request, std::uint32_t id) {
   OObject* const obj = objects.get(id);
-  if (obj == nullptr) return refusal(nv::err::noSuchObject);
-  if (isProtected(request, id)) return refusal(ErrorText::cantEditDynamic);
+  if (obj == nullptr) return nv::refusal(nv::err::noSuchObject);
+  if (nv::isProtected(dynamicIds, request, id)) return nv::refusal(ErrorText::cantEditDynamic);
 
   const std::unique_ptr<OObject> old{newObject()};
   copyObject(old.get(), obj);
@@ -137,10 +135,10 @@ message AOmap::cmdSetObj(const message& request, std::uint32_t id) {
 
 message AOmap::cmdRemoveObj(const message& request, std::uint32_t id) {
   OObject* const obj = objects.get(id);
-  if (obj == nullptr) return refusal(nv::err::noSuchObject);
-  if (isProtected(request, id)) return refusal(ErrorText::cantRemoveDynamic);
+  if (obj == nullptr) return nv::refusal(nv::err::noSuchObject);
+  if (nv::isProtected(dynamicIds, request, id)) return nv::refusal(ErrorText::cantRemoveDynamic);
 
-  const bool stored = obj->isStorable();
+  const bool stored = isStored(*obj);
   const bool undoable = obj->isUndoable();
   const bool notifying = obj->isNotifying();
   const message undo = undoable ? undoOfRemove(obj) : message();
@@ -166,7 +164,7 @@ message AOmap::undoOfRemove(OObject* obj) {
 
 message AOmap::cmdMoveObj(const message& request, std::uint32_t id) {
   OObject* const obj = objects.get(id);
-  if (obj == nullptr) return refusal(nv::err::noSuchObject);
+  if (obj == nullptr) return nv::refusal(nv::err::noSuchObject);
   OObject* target = targetOf(positionOf(request));
   if (target == nullptr) target = &head;
   if (target == obj)
@@ -196,21 +194,6 @@ std::uint32_t AOmap::allocateId() { return ids.allocate(); }
 std::uint32_t AOmap::allocateId(std::uint32_t id) { return ids.allocate(id); }
 
 void AOmap::freeId(std::uint32_t id) { ids.free(id); }
-
-unsigned AOmap::claimId(std::uint32_t& id) {
-  if (id == nv::kNoId) {
-    id = allocateId();
-  } else {
-    if (id < ids.min() || id > ids.max()) return nv::err::noSuchObject;
-    if (ids.isAllocated(id) || objects.contains(id)) return nv::err::idInUse;
-    id = allocateId(id);
-  }
-  return id == nv::kNoId ? nv::err::idInUse : 0;
-}
-
-bool AOmap::isProtected(const message& request, std::uint32_t id) const {
-  return !nv::isFromSystem(request) && dynamicIds.contains(id);
-}
 
 // What a service may leave as it is.
 

@@ -41,11 +41,12 @@ class AOmapIterator {
 /// The order is a circular list through `head`, a sentinel that is never in `objects`. In the store
 /// it is a chain that skips what is not storable:
 ///
-/// | record     | key::objectId | key::nextId, 0xffffffff: none | and                             |
-/// |------------|---------------|-------------------------------|---------------------------------|
-/// | 0xfffffffe | 0xfffffffe    | the first storable object     |                                 |
-/// | an object  | its id        | the next storable object      | configuration with nv::kStoreBit
-/// |
+/// | record     | key::objectId | key::nextId, 0xffffffff: none | and its       |
+/// |------------|---------------|-------------------------------|---------------|
+/// | 0xfffffffe | 0xfffffffe    | the first storable object     |               |
+/// | an object  | its id        | the next storable object      | configuration |
+///
+/// The configuration is what the object writes with nv::kStoreBit.
 ///
 /// A command checks first, changes second and tells last. Refused: the reply is an error, and
 /// objects, order, ids, dynamic marks and store are as they were. Accepted: the store (now, or at
@@ -53,10 +54,10 @@ class AOmapIterator {
 ///
 /// Owns its objects and its store. Event-loop thread only. What the service supplies may call back
 /// into the map, also to add, move and remove objects, but must not remove the object that it is
-/// called for.
+/// called for, nor end the map.
 class CONFKIT_API AOmap : public nv::Handler {
  public:
-  /// Ids are given out from [minId, maxId], which should end below 0xfffffffe. An empty
+  /// Ids are given out from [minId, maxId] below 0xfffffffe, which is the head's. An empty
   /// `storeName`: nothing is stored.
   AOmap(const std::string& storeName, std::uint32_t minId, std::uint32_t maxId);
   /// Takes what is not storable out of the order, so that the chain holds without it, then closes
@@ -104,7 +105,8 @@ class CONFKIT_API AOmap : public nv::Handler {
   /// Puts `obj` before `next`. Nothing happens when it stands there. Requires: they differ.
   void move(OObject* obj, OObject* next);
   /// The service has changed `obj`: stores it when `mayStore` is true and it is storable, and tells
-  /// subscribers.
+  /// subscribers. When that made it storable, or ended it, `storeObj(findPrevStorable(obj))` has to
+  /// follow, so that the chain names it or passes it by.
   void changed(OObject* obj, bool mayStore);
 
   // Walking the objects.
@@ -126,7 +128,7 @@ class CONFKIT_API AOmap : public nv::Handler {
   /// Inserts key::nextId: the id of the next storable object, 0xffffffff for none.
   void addNextStorableId(nv::message& m, OObject* obj);
 
-  // The store. Without one all of these do nothing.
+  // The store. Without one these do nothing, but for the two that require it.
 
   /// Makes an object of the record `id` and puts it at the end of the order; returns the id of the
   /// record that comes after it, 0xffffffff for none. One that `checkRestore` refuses is reported
@@ -187,8 +189,9 @@ class CONFKIT_API AOmap : public nv::Handler {
   virtual std::uint32_t frontId();
   /// Restores what the store holds, in its order. Called once by the service, before it registers
   /// the map. Each record comes back at most once, wherever a damaged chain leads; how many were
-  /// not reached is told in one line on the standard output. Built-in objects added before should
-  /// not be storable: they would begin the chain anew.
+  /// not used is told in one line on the standard output, unless the map is empty then. Built-in
+  /// objects added before should not be storable: they would begin the chain anew. They keep their
+  /// ids from stored objects, whose records stay unused.
   ///
   /// Two older layouts are read too, and rewritten: a head record without key::nextId that lists
   /// the ids in a u32 array under key 1; and none, where the ids ascend.
@@ -222,9 +225,9 @@ class CONFKIT_API AOmap : public nv::Handler {
   OObject* targetOf(std::uint32_t position);
   /// The target of before, if what the service supplies has left it there; else `head`.
   OObject* targetAgain(std::uint32_t targetId);
-  unsigned claimId(std::uint32_t& id);
+  /// Whether `obj` has a place in the stored chain.
+  bool isStored(OObject& obj) const { return store != nullptr && obj.isStorable(); }
   bool holds(std::uint32_t id, const OObject* obj) const { return objects.get(id) == obj; }
-  bool isProtected(const nv::message& request, std::uint32_t id) const;
   OObject* nullAtEnd(OObject* obj) { return obj == &head ? nullptr : obj; }
   std::uint32_t idOrNone(const OObject* obj) const { return obj == &head ? nv::kNoId : obj->id; }
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "containers/apply.h"
+#include "containers/ids.h"
 #include "containers/omap.h"
 #include "platform/keys.h"
 
@@ -12,12 +13,7 @@ using nv::message;
 // Changing by the service.
 
 AOmapIterator AOmap::add(OObject* obj, OObject* next) {
-  if (obj->id == nv::kNoId) {
-    obj->id = allocateId();
-  } else {
-    allocateId(obj->id);
-  }
-  if (obj->id == nv::kNoId) {
+  if (!nv::claimOwnId(*this, *obj)) {
     delete obj;
     return end();
   }
@@ -35,9 +31,9 @@ void AOmap::remove(AOmapIterator at) {
   OObject* const obj = at.get();
   const std::uint32_t id = obj->id;
   if (store != nullptr && store->has(id)) store->remove(id);
-  OObject* const previous = findPrevStorable(obj);
+  OObject* const previous = isStored(*obj) ? findPrevStorable(obj) : nullptr;
   const std::unique_ptr<OObject> removed = unlist(obj);
-  if (obj->isStorable()) storeObj(previous);
+  if (previous != nullptr) storeObj(previous);
   freeId(id);
   dynamicIds.erase(id);
   if (obj->isNotifying()) nv::announce(*this, id);
@@ -111,10 +107,11 @@ OObject* AOmap::targetAgain(std::uint32_t targetId) {
 
 /// Moves `obj` before `next` and stores it and whoever names another object now.
 void AOmap::relink(OObject* obj, OObject* next) {
-  const std::uint32_t formerPrevious = findPrevStorable(obj)->id;
+  const bool stored = isStored(*obj);
+  const std::uint32_t formerPrevious = stored ? findPrevStorable(obj)->id : nv::kNoId;
   unlink(obj);
   link(obj, next);
-  if (!obj->isStorable()) return;
+  if (!stored) return;
   storeObj(obj);
   storeObj(findPrevStorable(obj));
   storeAgain(formerPrevious);

@@ -1,4 +1,5 @@
 // AOmap and its store: life, records, writing at once or put off, and the way back after a restart.
+#include <algorithm>
 #include <iostream>
 #include <memory>
 #include <unordered_set>
@@ -7,24 +8,20 @@
 
 #include "containers/apply.h"
 #include "containers/omap.h"
+#include "containers/record.h"
 #include "platform/keys.h"
 
 using nv::message;
 
 namespace {
 
-constexpr std::uint32_t kStoreFlags = nv::kStoreBit | nv::kDefaultFlags;
 /// In a head record of the older layout: the ids of all objects in their order.
 constexpr nv::u32_array_id kOlderOrder{1};
-
-nv::Store* openStore(const std::string& name) {
-  return name.empty() ? nullptr : new nv::Store(name);
-}
 
 }  // namespace
 
 AOmap::AOmap(const std::string& storeName, std::uint32_t minId, std::uint32_t maxId)
-    : ids(minId, maxId), store(openStore(storeName)) {
+    : ids(minId, std::min(maxId, nv::kHeadId - 1)), store(nv::openStore(storeName)) {
   head.id = nv::kHeadId;
   head.prev = head.next = &head;
 }
@@ -56,7 +53,7 @@ void AOmap::saveObj(OObject* obj) { saveWithNext(obj, idOrNone(findNextStorable(
 void AOmap::saveWithNext(OObject* obj, std::uint32_t next) {
   message record{{nv::key::objectId, obj->id}, {nv::key::nextId, next}};
   const auto seen = orderChanges_;
-  obj->getConfig(record, kStoreFlags);
+  obj->getConfig(record, nv::kRecordFlags);
   // An element that changes the order while it is written must not have the former one stored.
   if (orderChanges_ != seen && record.get(nv::key::nextId) == next) addNextStorableId(record, obj);
   store->set(obj->id, record);
@@ -78,7 +75,7 @@ void AOmap::storeAgain(std::uint32_t id) {
 }
 
 void AOmap::storeAdded(OObject* obj) {
-  if (store == nullptr || !obj->isStorable()) return;
+  if (!isStored(*obj)) return;
   storeObj(obj);
   storeObj(findPrevStorable(obj));
 }
@@ -152,8 +149,8 @@ void AOmap::init() {
 
 void AOmap::restoreChain(std::uint32_t first) {
   std::unordered_set<std::uint32_t> visited{nv::kNoId, nv::kHeadId};
-  for (std::uint32_t id = first; !objects.contains(id) && visited.insert(id).second;)
-    id = restoreObj(id);
+  for (std::uint32_t id = first; visited.insert(id).second;)
+    id = objects.contains(id) ? store->get(id).get(nv::key::nextId, nv::kNoId) : restoreObj(id);
 }
 
 void AOmap::restoreOlder(const message& headRecord) {
@@ -175,7 +172,7 @@ std::uint32_t AOmap::restoreObj(std::uint32_t id) {
   std::unique_ptr<OObject> restored{newObject()};
   OObject* const obj = restored.get();
   obj->id = id;
-  nv::apply(*obj, rec, kStoreFlags, nv::applyMode(mergeOnSet()));
+  nv::apply(*obj, rec, nv::kRecordFlags, nv::applyMode(mergeOnSet()));
   allocateId(id);
 
   const message verdict = checkRestore(obj);

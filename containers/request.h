@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <set>
 
 #include "platform/keys.h"
 #include "platform/message.h"
@@ -31,6 +32,12 @@ inline std::uint32_t managedIdOf(const message& m) { return m.get(key::managedId
 /// Whether the requester is the system and not a user.
 inline bool isFromSystem(const message& request) {
   return static_cast<std::int32_t>(request.get(key::rights, kSystemRights)) < 0;
+}
+
+/// Whether the request is a user's and the element is one that only the system changes.
+inline bool isProtected(const std::set<std::uint32_t>& dynamicIds, const message& request,
+                        std::uint32_t id) {
+  return !isFromSystem(request) && dynamicIds.contains(id);
 }
 
 }  // namespace nv

@@ -13,13 +13,15 @@
 ///       ...
 ///     };
 ///
-/// A request is answered when more than a reply's worth of records is pending, 10 ms after the
-/// first record came, 100 ms after it arrived, when `done` is called, or when another request
-/// comes. A reply names this iteration in key::startId until everything is delivered.
+/// A request is answered when more than a reply's worth of records is pending, when `done` is
+/// called, when another request comes, and 100 ms after it arrived; or 10 ms after the first record
+/// came to it, if that was after `more` and none was pending. A reply names this iteration in
+/// key::startId until everything is delivered.
 ///
 /// Made by `StatefulGetall::newState`, and ended by the owner when it is done and empty, when the
 /// client stops it or goes away. The service may delete it at any time; a request that waits then
-/// is not answered unless the destructor calls `done`. A destructor that the owner runs may end any
+/// is not answered, and counts among those of its connection until that ends, unless the destructor
+/// calls `done`. A destructor that the owner runs may end any
 /// iteration, and the owner, since this one has left before. One that the service runs must not end
 /// this one. Event-loop thread only.
 class CONFKIT_API GetallState {
@@ -39,7 +41,8 @@ class CONFKIT_API GetallState {
 
   /// Delivers one record, behind the others. Nothing happens to a state that no owner has made.
   void add(nv::flat_message record);
-  /// No records follow.
+  /// No records follow. Best called while a request waits or records are pending: else a client
+  /// that was told to ask on may find its iteration ended, err::noSuchObject.
   void done();
   /// Whether a reply's worth of records is pending: more than the waiting request's
   /// key::maxPerReply (0: no limit), or more than 65534 bytes of them.

@@ -170,13 +170,12 @@ bool StatefulGetall::fillPage(const message& request, Page& page) {
   const auto flags = request.get(key::getFlags, nv::kDefaultFlags);
   const auto maxCount = request.get(key::maxCount, nv::kNoId);
   auto* const from = manager();
-  if (start != nv::kNoId && from->find(start) == nullptr)
-    return reply(request, nv::errorMsg(err::noSuchObject, "")), false;
+  auto begun = ItemWalk::from(*from, start);
+  if (!begun) return reply(request, nv::errorMsg(err::noSuchObject, "")), false;
 
   const auto life = token_.watch();
   std::size_t size = kReplyBytes;
-  ItemWalk walk(start == nv::kNoId ? from->begin() : CfgMan::Iterator(from, from->find(start)));
-  for (; walk.item() != nullptr; walk.next()) {
+  for (auto& walk = *begun; walk.item() != nullptr; walk.next()) {
     const auto record = listed(walk, flags, request);
     if (life.gone() || manager() != from) return false;
     if (!record) continue;
@@ -221,7 +220,7 @@ GetallState::Impl* StatefulGetall::startState(const message& request) {
   const bool isMeant = record->isListed();
   if (record->state == nullptr)
     delete record;  // the service made none, or returns another
-  else if (!isMeant)
-    delete record->state;  // ended while it was made
+  else if (!isMeant || record->state != made)
+    delete record->state;  // ended while it was made, or not the one that the service means
   return isMeant && made != nullptr ? made->impl : nullptr;
 }

@@ -43,7 +43,8 @@ class CONFKIT_API StatefulGetall {
   // What a service supplies. The order of these declarations is part of the binary interface; new
   // ones go last.
 
-  /// Makes exactly one new state, with `new`, for the iteration that `request` begins.
+  /// Makes exactly one new state, with `new`, for the iteration that `request` begins, and returns
+  /// it; null refuses the request. The first one that is made and not returned is deleted.
   virtual GetallState* newState(const nv::message& request) = 0;
   /// The answer to get count.
   virtual std::uint32_t count(const nv::message& request);

@@ -24,7 +24,8 @@ struct KeyInfo {
 /// A command is dispatched to the operation of its code; what the operation returns is the reply. A
 /// handler is registered with `Looper::addHandler` and unregisters itself when it is destroyed: its
 /// subscribers are then told that their subscriptions have ended, and dropped without further
-/// calls. It may be destroyed from within any of its own operations that the bus calls.
+/// calls. It may be destroyed from within any of its own operations that the bus calls, unless
+/// its class says otherwise.
 ///
 /// Notifications: `notifyChange` marks an object; before the loop sleeps `flushNotifies` fetches
 /// each marked object once per get flags (`getObject`) and sends it, so any number of changes to

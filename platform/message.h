@@ -282,6 +282,9 @@ class CONFKIT_API message {
   }
   void enlarge(std::uint64_t size);
   void mergeAll(const message& other);
+  /// A message of the fields that are wanted.
+  template <class Wanted>
+  message only(Wanted isWanted) const;
   void assign(byte_view bytes);
   void take(message& other) noexcept;
   void release() noexcept {

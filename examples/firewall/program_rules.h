@@ -8,7 +8,8 @@
 
 namespace firewall {
 
-/// Their ids are 1 to this; a new one goes last.
+/// Their ids are 1 to this. The ids behind belong to users' rules, which would stay away if the
+/// program took one: a further rule of the program gets an id above `Firewall::kHighestId`.
 inline constexpr std::uint32_t kProgramRules = 4;
 
 /// New ones, in their order, which is that of their ids.

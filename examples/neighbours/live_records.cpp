@@ -10,14 +10,24 @@ namespace neighbours {
 LiveRecords::LiveRecords(std::filesystem::path directory, std::shared_ptr<void> open)
     : directory_(std::move(directory)), open_(std::move(open)) {}
 
+/// A request that waits is answered also when its list ends before it is complete.
+LiveRecords::~LiveRecords() { done(); }
+
 void LiveRecords::more() {
-  next_ = nv::Timer(0, [this] { gather(); });
+  patience_.stop();
+  isAsked_ = true;
+  goOn();
 }
 
 /// There is room again: what the next request will want is gathered meanwhile.
 void LiveRecords::beforeReply(nv::message&) {
-  if (table_ < std::size(kTables)) more();
+  isAsked_ = false;
+  if (table_ < std::size(kTables)) goOn();
   patience_ = nv::Timer(kPatience, [this] { delete this; });
+}
+
+void LiveRecords::goOn() {
+  next_ = nv::Timer(0, [this] { gather(); });
 }
 
 /// A record may complete a reply, and that may end this.
@@ -26,12 +36,20 @@ void LiveRecords::gather() {
   std::string line;
   for (unsigned k = 0; k < kLinesPerPass; ++k) {
     if (full()) return;
-    if (!nextLine(line)) return done();
+    if (!nextLine(line)) return finish();
     const auto record = recordOf(kTables[table_], line);
     if (record) add(record->flat());
     if (life.gone()) return;
   }
-  more();
+  goOn();
+}
+
+/// A client that was told to ask on is asked for its next request first: the list would be gone
+/// when it comes.
+void LiveRecords::finish() {
+  if (!isAsked_) return;
+  open_.reset();
+  done();
 }
 
 bool LiveRecords::nextLine(std::string& line) {

@@ -22,19 +22,23 @@ class LiveRecords : public GetallState {
   /// How long the client may take for its next request, in milliseconds.
   static constexpr unsigned kPatience = 30000;
 
-  /// `directory` holds the tables. `open` is shared by all of them; destroyed with the last one.
+  /// `directory` holds the tables. `open` is let go when they are read, or the client has enough.
   LiveRecords(std::filesystem::path directory, std::shared_ptr<void> open);
+  ~LiveRecords() override;
 
   void more() override;
   void beforeReply(nv::message& reply) override;
 
  private:
+  void goOn();
   void gather();
+  void finish();
   /// Goes to the next line, of the next table when one ends; false behind the last.
   bool nextLine(std::string& line);
 
   std::filesystem::path directory_;
   std::shared_ptr<void> open_;
+  bool isAsked_ = false;  ///< A request waits.
   std::size_t table_ = 0;
   std::optional<LineReader> reader_;
   nv::Timer next_, patience_;

@@ -30,9 +30,11 @@ void Neighbours::open(unsigned id) {
   setCm(&manager_);
 }
 
-GetallState* Neighbours::newState(const message&) {
-  if (iterations() >= kMostIterations) return nullptr;
-  return new LiveRecords(tables_, open_);
+GetallState* Neighbours::newState(const message& request) {
+  const auto client = request.get(key::requester);
+  if (open_->count(client) >= kMostOfOneClient) return nullptr;
+  const auto leave = [open = open_, at = open_->insert(client)](void*) { open->erase(at); };
+  return new LiveRecords(tables_, {open_.get(), leave});
 }
 
 std::uint32_t Neighbours::count(const message&) {

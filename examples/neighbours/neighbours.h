@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <set>
+#include <vector>
 
 #include "cfgman/cfgman.h"
 #include "cfgman/link.h"
@@ -13,16 +15,16 @@
 
 namespace neighbours {
 
-/// Keeps static neighbours and refuses faulty ones and a second one for an address. Get all shows
-/// them and then goes on with the kernel's tables of neighbours and connections, which are read
-/// while the client asks; live records have no id.
+/// Keeps static neighbours and refuses faulty ones and a second one for an address of a device. Get
+/// all shows them and then goes on with the kernel's tables of neighbours and connections, which
+/// are read while the client asks; live records have no id.
 ///
 /// Get count counts the static ones: how many the kernel has is not known before they are read.
 class Neighbours final : public StatefulGetall, private CfgMan::Link {
  public:
-  /// Iterations that read the kernel's tables at one time. A further one is refused with
-  /// err::noIterationId.
-  static constexpr std::size_t kMostIterations = 64;
+  /// How often one client may read the kernel's tables at one time. A further get all is refused
+  /// with err::noIterationId.
+  static constexpr std::size_t kMostOfOneClient = 4;
 
   /// `tables`: the directory of the kernel's tables, /proc/net.
   explicit Neighbours(std::filesystem::path tables);
@@ -30,11 +32,12 @@ class Neighbours final : public StatefulGetall, private CfgMan::Link {
   void open(unsigned id);
 
   CfgMan& manager() { return manager_; }
-  /// Iterations that are under way.
-  std::size_t iterations() const { return static_cast<std::size_t>(open_.use_count()) - 1; }
+  /// Iterations that read the kernel's tables, of all clients.
+  std::size_t iterations() const { return open_->size(); }
 
  private:
   using Item = CfgMan::Item;
+  using Clients = std::multiset<std::vector<std::uint32_t>>;
 
   GetallState* newState(const nv::message& request) override;
   std::uint32_t count(const nv::message& request) override;
@@ -46,7 +49,8 @@ class Neighbours final : public StatefulGetall, private CfgMan::Link {
   void print(std::ostream& os) override;
 
   std::filesystem::path tables_;
-  std::shared_ptr<void> open_ = std::make_shared<char>();  // each iteration holds one more
+  /// Whose iterations read the kernel's tables. They may end after this.
+  std::shared_ptr<Clients> open_ = std::make_shared<Clients>();
   std::map<Place, std::uint32_t> byPlace_;
   CfgMan manager_{nullptr};
 };

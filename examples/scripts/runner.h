@@ -38,7 +38,7 @@ class Runner {
   /// Answers `request` as `handler`: with nv::run_key::output and, when the script ended by itself,
   /// nv::run_key::status. An error when it may not run (err::notAllowed), when too many run
   /// (err::tooMany), when an argument is none or the script was killed (err::failed, with the
-  /// output so far). `handler` outlives this.
+  /// output so far). `handler` is there as long as the loop runs.
   void run(nv::Handler& handler, const nv::message& request, const Script& script);
 
   std::size_t running() const { return children_.size(); }

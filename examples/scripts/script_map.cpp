@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "examples/support/take.h"
 #include "examples/support/texts.h"
 #include "platform/commands.h"
 #include "platform/errors.h"
@@ -10,6 +11,7 @@ namespace scripts {
 
 namespace err = nv::err;
 namespace key = nv::key;
+using examples::take;
 using nv::message;
 
 namespace {
@@ -19,18 +21,7 @@ constexpr std::size_t kLongestName = 63;
 
 StoredScript& script(Object* obj) { return static_cast<StoredScript&>(*obj); }
 
-template <class Id, class Value>
-void take(const message& in, Id id, Value& value, const Value& empty) {
-  if (in.has(id))
-    value = in.get(id);
-  else if (in.hasElem(key::removals, id.uid()))
-    value = empty;
-}
-
-bool isNameCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
-         c == '_';
-}
+bool isNameCharacter(char c) { return examples::isLetterOrDigit(c) || c == '-' || c == '_'; }
 
 // A name that is a number could not be told from an id.
 std::string nameFault(const std::string& name) {

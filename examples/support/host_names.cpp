@@ -13,9 +13,7 @@ constexpr std::size_t kLongestLabel = 63;
 // Not the functions of the C library: what a name is does not depend on the locale.
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-bool isNameCharacter(char c) {
-  return (lower(c) >= 'a' && lower(c) <= 'z') || isDigit(c) || c == '-';
-}
+bool isNameCharacter(char c) { return isLetterOrDigit(c) || c == '-'; }
 
 std::string labelFault(std::string_view label) {
   if (label.empty()) return "a label is empty";

@@ -8,15 +8,15 @@ namespace {
 constexpr std::size_t kLongestLine = 200;
 constexpr std::size_t kLongestInterfaceName = 15;  // the kernel's
 
-// Not the functions of the C library: what a name is does not depend on the locale.
-bool isLetterOrDigit(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-}
 bool isNameCharacter(char c) { return isLetterOrDigit(c) || c == '-' || c == '_' || c == '.'; }
 
 bool isControl(unsigned char c) { return c < 0x20 || c == 0x7f; }
 
 }  // namespace
+
+bool isLetterOrDigit(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+}
 
 std::string shown(std::string_view text) {
   std::string line(text);

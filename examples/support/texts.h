@@ -6,6 +6,9 @@
 
 namespace examples {
 
+/// Whether `c` is one of ASCII, whatever the locale: what a name is does not depend on it.
+bool isLetterOrDigit(char c);
+
 /// `text` as it can stand in a line: what is not printable ASCII as '?'.
 std::string shown(std::string_view text);
 

@@ -242,14 +242,19 @@ TEST_F(NeighboursTest, AListThatIsReadToItsEndLeavesNothing) {
   EXPECT_EQ(service->iterations(), 0U);
 }
 
-TEST_F(NeighboursTest, TooManyListsAtOneTimeAreRefused) {
+TEST_F(NeighboursTest, TooManyListsOfOneClientAreRefusedAndOthersAreNotKeptFromListing) {
   writeConnections(20000);
-  for (std::size_t k = 0; k < Neighbours::kMostIterations; ++k)
-    ASSERT_FALSE(nv::isError(page(nv::kNoId, 0xcfff0000 + static_cast<std::uint32_t>(k))));
+  for (std::size_t k = 0; k < Neighbours::kMostOfOneClient; ++k) ASSERT_FALSE(nv::isError(page()));
   unsigned code = 0;
-  EXPECT_TRUE(nv::isError(page(nv::kNoId, 0xcffe0000), &code));
+  EXPECT_TRUE(nv::isError(page(), &code));
   EXPECT_EQ(code, nv::err::noIterationId);
-  EXPECT_EQ(service->iterations(), Neighbours::kMostIterations);
+  EXPECT_FALSE(nv::isError(page(nv::kNoId, 0xcffe0000)));
+  EXPECT_EQ(service->iterations(), Neighbours::kMostOfOneClient + 1);
+}
+
+TEST_F(NeighboursTest, ListsThatAreCompleteDoNotCount) {
+  writeConnections(3);
+  for (std::size_t k = 0; k < 2 * Neighbours::kMostOfOneClient; ++k) EXPECT_EQ(list().size(), 3U);
 }
 
 TEST_F(NeighboursTest, TheServiceMayEndInTheMiddleOfAList) {

@@ -128,7 +128,9 @@ class Parser {
                             [this](Client c) { listObjects(c, service_, read_); });
     addReadOptions(list);
     addNumber(list, "--page", read_.pageSize, "Ask for so many objects at a time, at least 1")
-        ->check(CLI::PositiveNumber);
+        ->check([](const std::string& text) {
+          return readNumber(text, 0xffffffff) == 0 ? "a page has 1 object or more" : "";
+        });
     addCommand("count", "Show how many objects there are",
                [this](Client c) { countObjects(c, service_); });
     auto& dump =

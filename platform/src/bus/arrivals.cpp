@@ -87,12 +87,11 @@ void Connections::frameArrived(std::uint32_t number, std::span<const unsigned ch
 }
 
 void Connections::requestArrived(std::uint32_t number, Connection& connection, message request) {
-  const auto code = request.get(key::command);
-  if (code == cmd::routeGone) request.remove(key::tag);  // has no answer
+  const bool hasAnswer = request.get(key::command) != cmd::routeGone;
+  if (!hasAnswer) request.remove(key::tag);
   const auto tag = request.get(key::tag);
-  // What is not awaited is not counted: a client could queue changes without end.
-  if (tag == 0 && !cmd::onlyReads(code))
-    return cut(number, "a command that may change something carries no tag");
+  // What is not awaited is not counted: a client could queue changes, or ask, without end.
+  if (hasAnswer && tag == 0) return cut(number, "a request carries no tag");
   request.insert_vector(key::requester, number);
   request.insert(key::rights, grantedRights(connection, request));
   if (tag != 0) {

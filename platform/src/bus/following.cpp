@@ -58,7 +58,7 @@ void Following::unsubscribe() {
 }
 
 void Following::deliver(const message& msg) {
-  if (!stopped_) callback_(msg);
+  if (!stopped_ && callback_) callback_(msg);
 }
 
 message Following::requestFor(unsigned command) const {

@@ -17,10 +17,10 @@ namespace nv {
 namespace {
 message notTaken() { return errorMsg(err::badCommand, ""); }
 
-message describeHandler(const Handler& handler, std::uint32_t count) {
+/// Counting may end the handler: it comes last.
+message describeHandler(Handler& handler) {
   message reply;
   reply.insert(key::name, handler.description().name);
-  if (count != kNoId) reply.insert(key::count, count);
   std::vector<flat_message> keys;
   for (const auto& info : handler.description().keys)
     keys.push_back(message{
@@ -30,6 +30,7 @@ message describeHandler(const Handler& handler, std::uint32_t count) {
          info.about}}.flat());
   reply.insert(key::objects, keys);
   reply.insert(describe_key::handlers, theLoop().handlerIds());
+  if (const auto count = handler.objectCount(); count != kNoId) reply.insert(key::count, count);
   return reply;
 }
 void sendReply(const message& request, message reply) {
@@ -69,7 +70,7 @@ message Handler::answer(const message& cmd, unsigned code) {
     case cmd::stopGetAll: return cmdStopGetAll(cmd);
     case cmd::subscribe: return subscribers_->add(cmd);
     case cmd::unsubscribe: return subscribers_->end(cmd);
-    case cmd::describe: return describeHandler(*this, objectCount());
+    case cmd::describe: return describeHandler(*this);
     case cmd::getUndo: return theLoop().undo.page(cmd, theLoop().routeOf(*this));
     case cmd::dump: return cmdDump(cmd);
     default: return notTaken();

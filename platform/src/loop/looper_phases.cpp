@@ -56,7 +56,7 @@ void Looper::Impl::takeCommitOutcome() {
 void Looper::Impl::fireTimers(std::uint64_t before) {
   while (auto function = timers.takeDue(now(), before)) {
     const Turn turn(*this);
-    (*function)();
+    if (*function) (*function)();
   }
 }
 
@@ -97,7 +97,7 @@ void Looper::Impl::clientGone(std::uint32_t connection) {
 void Looper::Impl::runHooks() {
   for (std::size_t i = 0; i < hooks.size(); ++i) {
     const Turn turn(*this);
-    hooks[i]();  // may add hooks
+    if (hooks[i]) hooks[i]();  // may add hooks
   }
 }
 

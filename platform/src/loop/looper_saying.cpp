@@ -22,12 +22,10 @@ void Looper::Impl::request(std::uint32_t tag, message msg) {
 }
 
 void Looper::Impl::reply(const message& request, message msg) {
-  const auto route = msg.get(key::route);
   // The requester that the bus has stamped counts, whatever an object put into the answer.
-  const auto asker = requesterOf(request);
-  const auto to = asker != 0 || route.empty() ? asker : route[0];
+  const auto to = requesterOf(request);
   const auto tag = request.get(key::tag);
-  if (tag == 0) return;
+  if (to == 0 || tag == 0) return;
   msg.insert_vector(key::route, to);
   if (to != kSelf && !connections.claimReply(to, tag)) return;
   if (request.get(key::settled)) settleTurn();

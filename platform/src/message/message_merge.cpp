@@ -72,28 +72,39 @@ void message::mergeAll(const message& other) {
   *this = std::move(merged);
 }
 
+template <class Wanted>
+message message::only(Wanted isWanted) const {
+  needs wanted;
+  for (const field f : *this) {
+    if (isWanted(f)) wanted.add(f);
+  }
+  message out;
+  if (wanted.fields == 0) return out;
+  out.reserve(wanted.length());
+  flat::writer writer(out.data_, wanted.length(), wanted.fields, wanted.words);
+  for (const field f : *this) {
+    if (isWanted(f)) write(writer, f);
+  }
+  return out;
+}
+
 void message::exclude(const message& other) {
-  const auto isKept = [&](const field& f) {
+  *this = only([&](const field& f) {
     const auto same = other.find(f.uid());
     return !same || *same != f;
-  };
-  needs kept;
-  for (const field f : *this) {
-    if (isKept(f)) kept.add(f);
-  }
-  if (kept.fields == count()) return;
-  message rest;
-  rest.reserve(kept.length());
-  flat::writer writer(rest.data_, kept.length(), kept.fields, kept.words);
-  for (const field f : *this) {
-    if (isKept(f)) write(writer, f);
-  }
-  *this = std::move(rest);
+  });
 }
 
 void merge(message& target, const message& source, message& prior) {
   if (&target == &source) return;
   if (&prior == &source) return merge(target, message(source), prior);
+  if (source.count() > kFewFields) {
+    prior.merge(target.only([&](const field& f) {
+      const auto now = source.find(f.uid());
+      return now && *now != f;
+    }));
+    return target.mergeAll(source);
+  }
   for (const field f : source) {
     const auto place = flat::table(target.data_).placeOf(f.uid());
     if (place.held) {
