@@ -1,74 +1,41 @@
 // A store with any chain, then commands to an ordered map and to a holder, with any values. Each
 // input is a number of records and the records, then a list of commands: a code, who it is for and
 // from, a number of fields; a field is a key and a value.
-#include <cstdlib>
 #include <iostream>
 #include <iterator>
 #include <vector>
 
 #include "containers/aholder.h"
-#include "containers/omap.h"
 #include "fuzz/input.h"
+#include "fuzz/require.h"
 #include "platform/commands.h"
 #include "testing/kit.h"
+#include "tests/support/test_map.h"
 
 namespace {
 
 using namespace nv;
-using fuzz::Input;
+using fuzz::Input, fuzz::require;
 
-constexpr u32_id kNumber{1};
-constexpr bool_id kVolatile{2};
+constexpr u32_id kNumber = test::field::number;
 constexpr u32_array_id kOlderOrder{1};
 constexpr const char* kRules = "rules";
 
-void require(bool holds) {
-  if (!holds) std::abort();
-}
+message judge(std::uint32_t number) { return number == 13 ? failedMsg("thirteen") : message(); }
 
-struct Rule : OObject {
-  std::uint32_t number = 0;
-  bool isVolatile = false;
-  bool isStorable() override { return !isVolatile; }
-  void getConfig(message& out, std::uint32_t) override {
-    out.insert(kNumber, number).insert(kVolatile, isVolatile);
-  }
-  void setConfig(const message& in, std::uint32_t) override {
-    number = in.get(kNumber, number);
-    isVolatile = in.get(kVolatile, isVolatile);
-  }
-};
-
-bool refuses(const Object* obj) { return static_cast<const Rule*>(obj)->number == 13; }
-message judge(const Object* obj) { return refuses(obj) ? failedMsg("thirteen") : message(); }
-
-struct Rules : AOmap {
-  Rules() : AOmap(kRules, 0, 40) {}
-  OObject* newObject() override { return new Rule; }
-  void copyObject(OObject* dst, OObject* src) override {
-    dst->id = src->id;
-    dst->setConfig(configOf(src), 5);
-  }
-  message checkRestore(OObject* obj) override { return judge(obj); }
-  message checkAdd(OObject* obj, OObject*) override { return judge(obj); }
-  message checkChange(OObject*, OObject* obj, OObject*) override { return judge(obj); }
-  message checkRemove(OObject*, OObject*) override { return {}; }
-  message checkMove(OObject*, OObject*, OObject*) override { return {}; }
-  void objAdded(OObject*) override {}
-  void objChanged(OObject*, OObject*) override {}
-  void objRemoved(OObject*) override {}
-  void objMoved(OObject*) override {}
-
-  static message configOf(OObject* obj) {
-    message config;
-    obj->getConfig(config, 5);
-    return config;
+struct Rules : test::TestOmap {
+  explicit Rules(testkit::Recorder& seen) : TestOmap(seen, kRules, 0, 40) {
+    onCheckRestore = onCheckAdd = [](OObject* obj) { return judge(test::item(obj).config.number); };
+    onCheckChange = [this](OObject*, OObject* obj) { return onCheckAdd(obj); };
   }
   /// What of the order survives a restart.
   std::vector<message> storable() {
     std::vector<message> all;
-    for (OObject* obj = getNextObj(nullptr); obj != nullptr; obj = getNextObj(obj))
-      if (obj->isStorable()) all.push_back(configOf(obj).insert(key::objectId, obj->id));
+    for (OObject* obj = getNextObj(nullptr); obj != nullptr; obj = getNextObj(obj)) {
+      all.push_back({{key::objectId, obj->id}});
+      obj->getConfig(all.back(), 5);
+      if (!obj->isStorable()) all.pop_back();
+    }
     return all;
   }
   void verify() {
@@ -95,18 +62,15 @@ struct Settings : AHolder {
   Settings() : AHolder("settings") {}
   Object* newObject() override { return new Anything; }
   void copyObject(Object* dst, Object* src) override { of(dst) = of(src); }
-  message checkChange(Object*, Object* obj) override { return judgeAll(of(obj)); }
+  message checkChange(Object*, Object* obj) override { return judge(of(obj).get(kNumber)); }
   void objChanged(Object*, Object*) override {}
   bool mergeOnSet() override { return true; }
   bool acceptsManaged() override { return true; }
   static message& of(Object* obj) { return static_cast<Anything*>(obj)->all; }
-  static message judgeAll(const message& all) {
-    return all.get(kNumber) == 13 ? failedMsg("thirteen") : message();
-  }
 };
 
 struct Process {
-  explicit Process(testkit::MemoryStores& stores) : kit(stores) {
+  explicit Process(testkit::MemoryStores& stores) : kit(stores), rules(kit.seen()) {
     std::cout.rdbuf(nullptr);
     rules.init();
     rules.verify();
@@ -124,7 +88,7 @@ void addField(message& m, Input& input) {
   const unsigned which = input.byte();
   const unsigned k = which >> 3;
   switch (which & 7) {
-    case 0: m.insert(kVolatile, (input.byte() & 1) != 0); return;
+    case 0: m.insert(test::field::isVolatile, (input.byte() & 1) != 0); return;
     case 1: m.insert(key::dynamic, (input.byte() & 1) != 0); return;
     case 2: m.append(kOlderOrder, input.number()); return;
     case 3: m.insert(kNumber, input.number()); return;

@@ -108,18 +108,4 @@ using OItem = TestElement<OObject>;
 inline Item& item(Object* obj) { return static_cast<Item&>(*obj); }
 inline OItem& item(OObject* obj) { return static_cast<OItem&>(*obj); }
 
-/// An item that is not in a map yet.
-inline Item* makeItem(std::uint32_t id, std::string text = "") {
-  auto* made = new Item;
-  made->id = id;
-  made->config.text = std::move(text);
-  return made;
-}
-inline OItem* makeOItem(std::uint32_t id, ElementConfig config = {}) {
-  auto* made = new OItem;
-  made->id = id;
-  made->config = std::move(config);
-  return made;
-}
-
 }  // namespace test

@@ -1,4 +1,5 @@
-/// What an ordered map should do, said with a vector of ids and without any of its code.
+/// What an object map should do, with an order of its own or without, said with plain containers
+/// and without any of its code.
 #pragma once
 
 #include <cstdint>
@@ -8,27 +9,53 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/service_model.h"
+#include "platform/errors.h"
+#include "platform/keys.h"
+#include "platform/message.h"
+#include "tests/support/test_element.h"
 
 namespace test {
 
-/// An ordered map over ids [1, kMax] with a store. Requests hold what a client sends, rights
-/// included.
-class AOmapModel {
+/// What a step should lead to: the reply of a command, all calls in their order, the undo record.
+struct Expected {
+  nv::message reply;
+  std::string line;
+  std::optional<nv::message> undo;
+};
+
+/// The rules of the service that the model stands for.
+inline bool refusesConfig(const ElementConfig& config) { return config.text == "bad"; }
+inline bool refusesRemove(const ElementConfig& config) { return config.number == 13; }
+inline bool refusesRestore(const ElementConfig& config) { return config.number == 77; }
+inline nv::message serviceRefusal() { return nv::errorMsg(0x1234, "the service says no"); }
+
+/// A map over ids [1, kMax] with a store. Requests hold what a client sends, rights included.
+class MapModel {
  public:
   static constexpr std::uint32_t kMax = 24;
 
+  struct Entry {
+    ElementConfig config;
+    std::uint32_t manager = nv::kNoId;
+    bool operator==(const Entry&) const = default;
+  };
+
+  explicit MapModel(bool isOrdered) : isOrdered_(isOrdered) {}
+
+  /// All ids; ascending where the map has no order of its own.
   std::vector<std::uint32_t> order;
-  std::map<std::uint32_t, ElementConfig> objects;
+  std::map<std::uint32_t, Entry> objects;
   std::map<std::uint32_t, nv::message> records;
   std::set<std::uint32_t> dynamic;
   std::set<std::uint32_t> pending;
   bool autoStore = true;
+  bool takesManaged = false;
 
   Expected command(const nv::message& request);
 
   /// `next` 0: at the end.
-  Expected addByService(std::uint32_t id, const ElementConfig& config, std::uint32_t next);
+  Expected addByService(std::uint32_t id, const ElementConfig& config, bool mayStore,
+                        std::uint32_t next);
   Expected changedByService(std::uint32_t id, const ElementConfig& config, bool mayStore);
   Expected moveByService(std::uint32_t id, std::uint32_t next);
   Expected removeByService(std::uint32_t id);
@@ -50,30 +77,36 @@ class AOmapModel {
   nv::message getOne(const nv::message& request) const;
   nv::message getAll(const nv::message& request) const;
   std::optional<nv::message> refusal(const nv::message& request, const char* dynamicText) const;
+  std::uint32_t managerOf(const nv::message& m) const;
   /// Where in `order` the request's position is; none: it names nobody.
   std::optional<std::size_t> placeOf(const nv::message& request) const;
 
   std::size_t indexOf(std::uint32_t id) const;
+  std::uint32_t idAt(std::size_t place) const;
   std::string nextWord(std::size_t place) const;
   std::uint32_t nextOf(std::uint32_t id) const;
   bool isStorable(std::uint32_t id) const;
   std::uint32_t storableFrom(std::size_t place) const;
+  /// The head's id where there is none.
   std::uint32_t previousStorable(std::uint32_t id) const;
   std::uint32_t lowestFree() const;
   nv::message entryOf(std::uint32_t id) const;
   nv::message recordOf(std::uint32_t id) const;
 
-  void insertAt(std::size_t place, std::uint32_t id);
+  void insertAt(std::size_t place, std::uint32_t id, bool mayStore = true);
   void moveTo(std::size_t place, std::uint32_t id);
+  void takeOut(std::uint32_t id);
   std::uint32_t restore(std::uint32_t id, std::string& prints);
   void store(std::uint32_t id);
   void unstore(std::uint32_t id);
   void announce(std::uint32_t id, const ElementConfig& config);
+  void check(const std::string& word, std::uint32_t id, std::size_t next);
   void say(const std::string& words);
   void say(const std::string& word, std::uint32_t id);
-  void publish(const ElementConfig& config, const char* what, nv::message undo);
+  void publish(const Entry& entry, const char* what, nv::message undo);
   Expected done(nv::message reply = {});
 
+  bool isOrdered_;
   std::string line_;
   std::optional<nv::message> undo_;
 };

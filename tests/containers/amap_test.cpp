@@ -1,0 +1,183 @@
+// What object maps without an order do alone: managed objects, and the way back from the store.
+#include "tests/support/map_fixture.h"
+
+using namespace test;
+
+namespace {
+
+// Managed objects, and ids in what is told.
+
+using AMapManaged = AMapTest;
+
+TEST_F(AMapManaged, OnlyWhoManagesAnObjectChangesItAndWithoutUndo) {
+  map->managed = true;
+  add({{key::objectId, 1}, {key::managedId, 9}, {key::dynamic, true}});
+  EXPECT_EQ(line(), "checkAdd 1, store 1, objAdded 1, notify 1, reply");
+  EXPECT_EQ(kit->seen().storeOps[0].record,
+            configured({}, {{key::objectId, 1}, {key::managedId, 9}}));
+  add({{key::objectId, 2}});
+  const message no = nv::failedMsg("can not change managed object");
+  const struct {
+    std::uint32_t id, manager;
+    bool allowed;
+  } cases[] = {
+      {1, nv::kNoId, false}, {1, 8, false}, {1, 9, true}, {2, 9, false}, {2, nv::kNoId, true}};
+  for (const unsigned code : {cmd::setObj, cmd::removeObj}) {
+    for (const auto& c : cases) {
+      const message request =
+          command(code, {{key::objectId, c.id}, {key::managedId, c.manager}, {field::number, 1}});
+      // Who manages is asked for before the dynamic mark.
+      if (!c.allowed) {
+        EXPECT_EQ(ask(request, userWithRights(0)), no);
+      }
+      EXPECT_EQ(ask(request), c.allowed ? message() : no);
+      EXPECT_EQ(kit->seen().undos.size(), c.allowed && c.id == 2 ? 1u : 0u);
+    }
+  }
+  EXPECT_EQ(order(), "");
+}
+
+TEST_F(AMapManaged, GetOneEndsWithTheIdAndOthersBeginWithIt) {
+  map->managed = true;
+  add({{key::objectId, 7}, {key::managedId, 9}});
+  EXPECT_EQ(ask(cmd::getObj, {{key::objectId, 7}}),
+            configured({}, {{key::objectId, 7}, {key::managedId, 9}}));
+
+  Element::onGet = [](Object&, message& out, std::uint32_t) {
+    out.insert(key::objectId, 70).insert(key::managedId, 90);
+  };
+  const message own = configured({}, {{key::objectId, 70}, {key::managedId, 90}});
+  EXPECT_EQ(ask(cmd::getObj, {{key::objectId, 7}}),
+            configured({}, {{key::objectId, 7}, {key::managedId, 90}}));
+  EXPECT_EQ(map->getObject(7, 5), own);
+  EXPECT_EQ(map->getObject(8, 5), message({{key::objectId, 8}, {key::absent, 1}}));
+  EXPECT_EQ(message(ask(cmd::getAll).get(key::objects)[0]), own);
+  map->changed(&at(7), true);
+  EXPECT_EQ(kit->seen().storeOps[0].record, own);
+}
+
+// The store.
+
+using AMapStore = AMapTest;
+
+TEST_F(AMapStore, DropsARecordThatTheServiceRefusesAtOnceAndSaysWhy) {
+  for (const bool putsOff : {false, true}) {
+    for (const std::uint32_t id : {2u, 4u, 6u}) putRecord(id, {{field::number, id}});
+    start();
+    map->setAutoStore(!putsOff);
+    map->onCheckRestore = [&](Object* obj) {
+      return obj->id == 4 ? nv::errorMsg(0xfe0004, "is four") : message();
+    };
+    std::cout << std::hex << std::showbase;  // whatever the stream does
+    EXPECT_EQ(initPrints(), "AMap: load from store error: is four (16646148)\n");
+    std::cout << std::dec << std::noshowbase;
+    EXPECT_EQ(line(),
+              "checkRestore 2, objAdded 2, checkRestore 4, unstore 4, checkRestore 6, objAdded 6");
+    EXPECT_EQ(order(), "2 6");
+    EXPECT_EQ(stored(), "2 6");
+    EXPECT_EQ(Element::alive, 2);
+  }
+}
+
+TEST_F(AMapStore, GivesAnotherIdToARecordWhoseIdIsTakenOrNone) {
+  const struct {
+    const char* what;
+    std::uint32_t record, builtIn, maxId;
+    bool refuses;
+    const char *line, *order, *stored;
+  } cases[] = {
+      {"is taken", 1, 1, 100, false, "checkRestore 2, objAdded 2", "1 2", "1"},
+      {"is taken, none is free", 1, 1, 1, false, "", "1", "1"},
+      {"is taken outside the range", 500, 500, 100, false, "checkRestore 1, objAdded 1", "1 500",
+       "500"},
+      {"is free outside the range", 500, 1, 100, false, "checkRestore 500, objAdded 500", "1 500",
+       "500"},
+      {"is none", nv::kNoId, 1, 100, false, "checkRestore 2, objAdded 2", "1 2", "4294967295"},
+      // Then the id goes that it got, and the record that was read.
+      {"is taken, is refused", 1, 1, 100, true, "checkRestore 2, unstore 1", "1", ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    stop();
+    stores.clear();
+    putRecord(c.record, {{field::text, "stored"}});
+    start("items", 1, c.maxId);
+    map->add(make(c.builtIn, {.text = "built-in"}), false);
+    map->onCheckRestore = [&](Object*) { return c.refuses ? nv::failedMsg("no") : message(); };
+    kit->seen().clear();
+    initPrints();
+    EXPECT_EQ(line(), c.line);
+    EXPECT_EQ(order(), c.order);
+    for (const auto& [id, obj] : map->objects)
+      EXPECT_EQ(item(obj).config.text, id == c.builtIn ? "built-in" : "stored");
+    EXPECT_EQ(stored(), c.stored);
+    EXPECT_EQ(Element::alive, static_cast<int>(map->objects.size()));
+    if (!map->objects.contains(500)) continue;
+    EXPECT_EQ(ask(cmd::removeObj, {{key::objectId, 500}}), message());
+    EXPECT_EQ(order(), "1");
+  }
+}
+
+TEST_F(AMapStore, EndsTheProcessWhenTheStoreCannotBeReadAndWritesNothing) {
+  for (const bool listed : {false, true}) {  // what is there, before it cannot be read any more
+    SCOPED_TRACE(listed ? "reading" : "listing");
+    putRecord(1, {{field::text, "stored"}});
+    stop();
+    kit = std::make_unique<nv::testkit::Kit>(stores);
+    if (!listed) kit->engine().failReads("the disk does not answer");
+    testing::internal::CaptureStdout();
+    map = std::make_unique<TestMap>(kit->seen(), "items", 1, 100);
+    kit->engine().failReads("the disk does not answer");
+    // To a service without this protection the record is empty, and one that it drops.
+    map->onCheckRestore = [](Object* obj) {
+      return item(obj).config.text.empty() ? nv::failedMsg("no text") : message();
+    };
+    map->init();
+    EXPECT_TRUE(
+        testing::internal::GetCapturedStdout().starts_with("store: the disk does not answer\n"));
+    EXPECT_EQ(kit->exitStatus(), nv::Looper::kNotStored);
+    put(1, {.text = "default"});
+    stop();
+    EXPECT_EQ(stores.get("items", 1).get(field::text), "stored");
+  }
+}
+
+TEST_F(AMapStore, CallsOfTheServiceMayChangeWhatIsStillToBeRestored) {
+  for (const std::uint32_t id : {1u, 2u, 3u, 7u}) putRecord(id);
+  start();
+  map->onAdded = [&](Object* obj) {
+    if (obj->id == 1) map->store->remove(2);
+    if (obj->id == 3) map->store->set(5, message{{key::objectId, 5}});
+    if (obj->id == 7) map->store->set(8, message{{key::objectId, 8}});
+  };
+  EXPECT_EQ(initPrints(), "");
+  EXPECT_EQ(order(), "1 3 7");  // where the walk goes on is settled before a record is restored
+  map->onAdded = {};
+}
+
+TEST_F(AMapStore, PutsWritesOffUntilTheFlushAndMakesThemAscending) {
+  addAll({4});
+  map->setAutoStore(false);
+  addAll({9, 2, 7});
+  ask(cmd::removeObj, {{key::objectId, 4}});
+  EXPECT_EQ(line(), "checkRemove 4, objRemoved 4, notify 4, undo item removed, reply");
+  ask(cmd::setObj, {{key::objectId, 7}, {field::isVolatile, true}});
+  ask(cmd::setObj, {{key::objectId, 9}, {field::number, 1}});
+  EXPECT_EQ(line(), "checkChange 9, objChanged 9, notify 9, undo item changed, reply");
+  EXPECT_EQ(stored(), "4");
+  EXPECT_EQ(map->pending, (std::set<std::uint32_t>{2, 4, 7, 9}));
+
+  kit->seen().clear();
+  map->flushConfig();
+  EXPECT_EQ(line(), "store 2, unstore 4, unstore 7, store 9");
+  EXPECT_EQ(kit->seen().storeOps[3].record->get(field::number), 1u);
+  EXPECT_FALSE(map->autoStore);
+  put(4);
+  kit->seen().clear();
+  map->setAutoStore(true);
+  map->setAutoStore(true);
+  EXPECT_EQ(line(), "store 4");
+  EXPECT_EQ(stored(), "2 4 9");
+}
+
+}  // namespace
