@@ -44,16 +44,16 @@ std::optional<std::string> storeName(std::string_view table) {
   return store;
 }
 
-std::string quoted(std::string_view store) { return '"' + tableName(store) + '"'; }
+std::string sqlName(std::string_view store) { return '"' + tableName(store) + '"'; }
 
 std::string creation(std::string_view store) {
-  return "CREATE TABLE " + quoted(store) + "(id INTEGER PRIMARY KEY, record BLOB NOT NULL)";
+  return "CREATE TABLE " + sqlName(store) + "(id INTEGER PRIMARY KEY, record BLOB NOT NULL)";
 }
 
 // The store whose table a row of the schema describes; none when it is anything else.
 std::optional<std::string> storeOf(std::string_view name, std::string_view sql) {
   std::optional<std::string> store = storeName(name);
-  if (store && (quoted(*store) != '"' + std::string(name) + '"' || sql != creation(*store)))
+  if (store && (sqlName(*store) != '"' + std::string(name) + '"' || sql != creation(*store)))
     store.reset();
   return store;
 }
@@ -74,7 +74,7 @@ int RecordTables::loadTables() {
   while ((result = all.step()) == SQLITE_ROW) {
     const std::optional<std::string> store = storeOf(all.text(0), all.text(1));
     if (!store) return SQLITE_CORRUPT;
-    tables_[*store].name = quoted(*store);
+    tables_[*store].name = sqlName(*store);
   }
   return result == SQLITE_DONE ? SQLITE_OK : result;
 }
@@ -181,7 +181,7 @@ RecordTables::Table& RecordTables::made(std::string_view store) {
   if (at != tables_.end()) return at->second;
   note(db_->run(creation(store).c_str()));
   Table& table = tables_[std::string(store)];
-  table.name = quoted(store);
+  table.name = sqlName(store);
   write(store, table, kMarkerId, message());
   return table;
 }
