@@ -8,6 +8,9 @@ using namespace test;
 
 namespace {
 
+// As elements are written to the store and read from it.
+constexpr std::uint32_t kRecordFlags = 0x80000005;
+
 template <class Container>
 class MapBesideItsModel : public MapTest<Container> {
  protected:
@@ -43,7 +46,9 @@ class MapBesideItsModel : public MapTest<Container> {
 
   std::uint32_t below(std::uint32_t n) { return random.below(n); }
   bool once(std::uint32_t n) { return below(n) == 0; }
-  std::uint32_t anyId() { return once(20) ? nv::kNoId : below(MapModel::kMax + 2); }
+  std::uint32_t anyId() {
+    return once(20) ? kHead + below(2) : below(MapModel::kMax + 2);
+  }
   /// 0: nobody.
   std::uint32_t anyObject() {
     return model.order.empty() ? 0 : model.order[below(static_cast<unsigned>(model.order.size()))];
@@ -62,14 +67,16 @@ class MapBesideItsModel : public MapTest<Container> {
     const unsigned often = isOrdered ? cmd::moveObj : cmd::setObj;
     const unsigned codes[] = {cmd::addObj, cmd::addObj,  cmd::setObj,    cmd::setObj, often,
                               often,       cmd::moveObj, cmd::removeObj, cmd::getObj, cmd::getAll};
-    message m = command(once(50) ? cmd::getCount : codes[below(10)]);
+    const unsigned odd[] = {cmd::getCount, cmd::get, cmd::set, 0, 0xfe0001, 0xffffffff};
+    message m = command(once(50) ? odd[below(6)] : codes[below(10)]);
     if (!once(5)) m.insert(key::objectId, once(2) ? anyObject() : anyId());
     if (!once(3)) m.insert(key::nextId, once(4) ? anyId() : anyObject());
     if (once(4)) m.insert(key::managedId, once(3) ? nv::kNoId : 1 + below(2));
     if (once(4)) m.insert(key::dynamic, once(2));
     if (once(3)) m.insert(key::startId, anyId());
     if (once(3)) m.insert(key::maxCount, below(MapModel::kMax));
-    if (once(9)) m.insert(key::getFlags, 0x20000005);
+    const std::uint32_t flags[] = {0, 0x20000005, 0xa0000007, 0xdfffffff};
+    if (once(4)) m.insert(key::getFlags, flags[below(4)]);
     const std::uint32_t rights[] = {0, 1, 0x7fffffff, 0x80000000, 0xffffffff};
     if (once(3)) m.insert(key::rights, rights[below(5)]);
     addConfig(m);
@@ -86,6 +93,7 @@ class MapBesideItsModel : public MapTest<Container> {
     }
   }
   message send(const message& request) {
+    sent = request;
     const message reply = this->ask(request);
     const Expected expected = model.command(request);
     EXPECT_EQ(reply, expected.reply);
@@ -98,6 +106,7 @@ class MapBesideItsModel : public MapTest<Container> {
     send(anyCommand());
     if (kit->seen().undos.empty() || !once(3)) return;
     const message undo = kit->seen().undos[0].undo;
+    if (undo.get(key::nextId, kHead) == model.front) return;  // names the front, not its place
     // To move an object before itself is refused, also to where it stood first.
     if (nv::isError(send(undo))) return;
     EXPECT_EQ(model.order, order);
@@ -154,7 +163,9 @@ class MapBesideItsModel : public MapTest<Container> {
     this->start("items", 1, MapModel::kMax);
     serve();
     std::string prints;
+    expectSets(kRecordFlags);
     const std::string printed = this->initPrints();
+    expectSets(nv::kDefaultFlags);
     agree(model.init(prints));
     EXPECT_EQ(printed, prints);
     kit->settle();
@@ -168,13 +179,32 @@ class MapBesideItsModel : public MapTest<Container> {
     for (const auto& [id, record] : model.records) stores.set("items", id, record);
   }
   void serve() {
-    const auto judge = [](bool refuses) { return refuses ? serviceRefusal() : message(); };
+    const auto judge = [](bool refuses) { return refuses ? serviceRefusal() : serviceApproval(); };
     map->onCheckAdd = [=](auto* obj) { return judge(refusesConfig(item(obj).config)); };
     map->onCheckChange = [=](auto*, auto* obj) { return judge(refusesConfig(item(obj).config)); };
-    map->onCheckRemove = [=](auto* obj) { return judge(refusesRemove(item(obj).config)); };
+    map->onCheckRemove = [=](auto* obj) { return judge(refusesGoing(item(obj).config)); };
     map->onCheckRestore = [=](auto* obj) { return judge(refusesRestore(item(obj).config)); };
     map->merges = once(2);
-    if constexpr (!isOrdered) map->managed = model.takesManaged = !once(3);
+    if constexpr (isOrdered) {
+      const std::uint32_t fronts[] = {0, 0, 3, kEnd};
+      map->front = model.front = fronts[below(4)];
+      map->onCheckMove = [=](auto* obj, auto*, auto*) {
+        return judge(refusesGoing(item(obj).config));
+      };
+    } else {
+      map->managed = model.takesManaged = !once(3);
+    }
+  }
+  /// What elements are handed: the request as it is, or merged into all that they store.
+  void expectSets(std::uint32_t expected) {
+    Element::writesFlags = true;
+    Element::onSet = [this, expected](Object&, const message& in, std::uint32_t flags) {
+      EXPECT_EQ(flags, expected);
+      if (expected == kRecordFlags) return;
+      EXPECT_EQ(in.has(field::text), map->merges || sent.has(field::text));
+      EXPECT_EQ(in.get(field::flags), sent.get(field::flags, map->merges ? 0x80000005 : 0));
+      EXPECT_TRUE(in.has(key::command));  // nothing is stripped
+    };
   }
 
   // The whole state.
@@ -200,6 +230,7 @@ class MapBesideItsModel : public MapTest<Container> {
 
   Random random{0};
   MapModel model{isOrdered};
+  message sent;
   /// Nothing has changed behind the back of an ordered map, and nothing was lost.
   bool chainIsWhole = false;
 };

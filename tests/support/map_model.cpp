@@ -20,6 +20,11 @@ bool isSystem(const message& request) {
   return !request.has(key::rights) || request.get(key::rights) >= 0x80000000;
 }
 
+/// What elements are asked for: the bit of the store comes from the map alone.
+std::uint32_t flagsOf(const message& request) {
+  return request.get(key::getFlags, 5) & 0x7fffffff;
+}
+
 /// What the new configuration overwrote.
 message difference(const ElementConfig& before, const ElementConfig& after) {
   message m;
@@ -80,7 +85,7 @@ message MapModel::add(const message& request) {
   say("objAdded", id);
   announce(id, added.config);
   publish(added, " added", {{key::command, cmd::removeObj}, {key::objectId, id}});
-  return {{key::objectId, id}};
+  return std::move(serviceApproval().insert(key::objectId, id));
 }
 
 message MapModel::set(const message& request) {
@@ -106,7 +111,7 @@ message MapModel::set(const message& request) {
     undo.merge(message{{key::command, cmd::setObj}, {key::objectId, id}});
     publish(objects.at(id), " changed", undo);
   }
-  return {};
+  return serviceApproval();
 }
 
 message MapModel::remove(const message& request) {
@@ -114,15 +119,16 @@ message MapModel::remove(const message& request) {
   const std::uint32_t id = request.get(key::objectId);
   const Entry entry = objects.at(id);
   check("checkRemove", id, indexOf(id) + 1);
-  if (refusesRemove(entry.config)) return serviceRefusal();
+  if (refusesGoing(entry.config)) return serviceRefusal();
   message undo{{key::command, cmd::addObj}, {key::objectId, id}};
   if (isOrdered_) undo.insert(key::nextId, nextOf(id));
   entry.config.write(undo);
+  undo.insert(field::flags, 5);
   takeOut(id);
   say("objRemoved", id);
   announce(id, entry.config);
   publish(entry, " removed", undo);
-  return {};
+  return serviceApproval();
 }
 
 message MapModel::move(const message& request) {
@@ -133,12 +139,13 @@ message MapModel::move(const message& request) {
     return nv::errorMsg(err::badCommand, "can not move object before itself");
   say("checkMove " + std::to_string(id) + '>' + nextWord(indexOf(id) + 1) + " to " +
       nextWord(place));
+  if (refusesGoing(objects.at(id).config)) return serviceRefusal();
   const message undo{{key::command, cmd::moveObj}, {key::objectId, id}, {key::nextId, nextOf(id)}};
   moveTo(place, id);
   say("objMoved", id);
   announce(id, objects.at(id).config);
   publish(objects.at(id), " moved", undo);
-  return {};
+  return serviceApproval();
 }
 
 std::optional<message> MapModel::refusal(const message& request, const char* dynamicText) const {
@@ -157,7 +164,7 @@ std::uint32_t MapModel::managerOf(const message& m) const {
 std::optional<std::size_t> MapModel::placeOf(const message& request) const {
   if (!isOrdered_) return order.size();
   const std::uint32_t position = request.get(key::nextId, kNoId);
-  if (position == 0) return 0;
+  if (position == front) return 0;
   if (position != kNoId && !objects.contains(position)) return std::nullopt;
   return indexOf(position);
 }
@@ -165,9 +172,9 @@ std::optional<std::size_t> MapModel::placeOf(const message& request) const {
 message MapModel::getOne(const message& request) const {
   const std::uint32_t id = request.get(key::objectId, kNoId);
   if (!objects.contains(id)) return nv::errorMsg(err::noSuchObject, "");
-  if (!isOrdered_) return entryOf(id);
-  message reply{{key::nextId, nextOf(id)}};
-  objects.at(id).config.write(reply);
+  message reply = entryOf(id, flagsOf(request));
+  if (isOrdered_) reply.remove(key::objectId);
+  if (isOrdered_) reply.insert(key::nextId, nextOf(id));
   return reply;
 }
 
@@ -175,8 +182,9 @@ message MapModel::getAll(const message& request) const {
   const std::uint32_t start = request.get(key::startId, kNoId);
   if (start != kNoId && !objects.contains(start)) return nv::errorMsg(err::noSuchObject, "");
   message reply;
-  if ((request.get(key::getFlags, 5) & 0x20000000) != 0) {
-    message defaults;
+  const std::uint32_t flags = flagsOf(request);
+  if ((flags & 0x20000000) != 0) {
+    message defaults{{field::flags, 5}};
     ElementConfig().write(defaults);
     reply.insert(key::defaultCfg, defaults);
   }
@@ -184,12 +192,12 @@ message MapModel::getAll(const message& request) const {
   std::size_t bytes = 0;
   const std::size_t most = std::min(request.get(key::maxCount, kNoId), 1000u);
   for (std::size_t k = start == kNoId ? 0 : indexOf(start); k < order.size(); ++k) {
-    bytes += entryOf(order[k]).flat().size();
+    bytes += entryOf(order[k], flags).flat().size();
     if (page.size() == most || (!page.empty() && bytes > 16384)) {
       reply.insert(key::startId, order[k]);
       break;
     }
-    page.push_back(entryOf(order[k]));
+    page.push_back(entryOf(order[k], flags));
   }
   reply.insert(key::objects, page);
   return reply;
@@ -341,9 +349,9 @@ std::uint32_t MapModel::lowestFree() const {
   return kNoId;
 }
 
-message MapModel::entryOf(std::uint32_t id) const {
+message MapModel::entryOf(std::uint32_t id, std::uint32_t flags) const {
   const Entry& entry = objects.at(id);
-  message m{{key::objectId, id}};
+  message m{{key::objectId, id}, {field::flags, flags}};
   if (entry.manager != kNoId) m.insert(key::managedId, entry.manager);
   entry.config.write(m);
   return m;
@@ -351,7 +359,7 @@ message MapModel::entryOf(std::uint32_t id) const {
 
 message MapModel::recordOf(std::uint32_t id) const {
   if (id == kHeadId) return {{key::objectId, kHeadId}, {key::nextId, storableFrom(0)}};
-  message m = entryOf(id);
+  message m = entryOf(id, 0x80000005);
   if (isOrdered_) m.insert(key::nextId, storableFrom(indexOf(id) + 1));
   return m;
 }

@@ -25,9 +25,12 @@ struct Expected {
 
 /// The rules of the service that the model stands for.
 inline bool refusesConfig(const ElementConfig& config) { return config.text == "bad"; }
-inline bool refusesRemove(const ElementConfig& config) { return config.number == 13; }
+inline bool refusesGoing(const ElementConfig& config) { return config.number == 13; }
 inline bool refusesRestore(const ElementConfig& config) { return config.number == 77; }
-inline nv::message serviceRefusal() { return nv::errorMsg(0x1234, "the service says no"); }
+inline nv::message serviceRefusal() {
+  return std::move(nv::errorMsg(0x1234, "the service says no").insert(field::number, 3));
+}
+inline nv::message serviceApproval() { return {{field::number, 99}}; }
 
 /// A map over ids [1, kMax] with a store. Requests hold what a client sends, rights included.
 class MapModel {
@@ -50,6 +53,8 @@ class MapModel {
   std::set<std::uint32_t> pending;
   bool autoStore = true;
   bool takesManaged = false;
+  /// The position that means the front.
+  std::uint32_t front = 0;
 
   Expected command(const nv::message& request);
 
@@ -90,7 +95,7 @@ class MapModel {
   /// The head's id where there is none.
   std::uint32_t previousStorable(std::uint32_t id) const;
   std::uint32_t lowestFree() const;
-  nv::message entryOf(std::uint32_t id) const;
+  nv::message entryOf(std::uint32_t id, std::uint32_t flags) const;
   nv::message recordOf(std::uint32_t id) const;
 
   void insertAt(std::size_t place, std::uint32_t id, bool mayStore = true);
