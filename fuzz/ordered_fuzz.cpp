@@ -11,6 +11,7 @@
 #include "platform/commands.h"
 #include "testing/kit.h"
 #include "tests/support/test_map.h"
+#include "tests/support/verify.h"
 
 namespace {
 
@@ -38,17 +39,6 @@ struct Rules : test::TestOmap {
     }
     return all;
   }
-  void verify() {
-    std::size_t linked = 0;
-    for (OObject* obj = &head; obj->next != &head; obj = obj->next) {
-      require(obj->next->prev == obj && objects.get(obj->next->id) == obj->next);
-      require(++linked <= objects.size());
-    }
-    require(linked == objects.size());
-    for (const auto id : dynamicIds) require(objects.contains(id));
-    for (const auto& [id, obj] : objects)
-      require(obj->id == id && (id > 40 || ids.isAllocated(id)));
-  }
 };
 
 /// Keeps whatever it is handed.
@@ -73,7 +63,7 @@ struct Process {
   explicit Process(testkit::MemoryStores& stores) : kit(stores), rules(kit.seen()) {
     std::cout.rdbuf(nullptr);
     rules.init();
-    rules.verify();
+    require(test::verify(rules).empty());
     settings.init();
   }
   testkit::Kit kit;
@@ -131,7 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
       const bool isSet = code == cmd::set || code == cmd::get;
       Handler& to = isSet ? static_cast<Handler&>(process.settings) : process.rules;
       process.kit.ask(to, cmd, (how & 1) != 0 ? testkit::user() : testkit::Requester{});
-      process.rules.verify();
+      require(test::verify(process.rules).empty());
     }
     process.rules.setAutoStore(true);
     process.kit.settle();

@@ -8,6 +8,7 @@
 #include "fuzz/require.h"
 #include "testing/kit.h"
 #include "tests/support/text_map.h"
+#include "tests/support/verify.h"
 
 namespace fuzz {
 
@@ -32,10 +33,7 @@ class TextProcess {
 
   /// What holds of the map whatever it was asked.
   void verify() const {
-    require(texts.ids.used() == texts.objects.size());
-    for (const auto& [id, obj] : texts.objects) require(obj->id == id && texts.ids.isAllocated(id));
-    for (const auto id : texts.dynamicIds) require(texts.objects.contains(id));
-    require(texts.pending.empty());
+    require(test::verify(texts).empty());
   }
 
   nv::testkit::Kit kit;

@@ -9,34 +9,6 @@ namespace {
 
 using AMapManaged = AMapTest;
 
-TEST_F(AMapManaged, OnlyWhoManagesAnObjectChangesItAndWithoutUndo) {
-  map->managed = true;
-  add({{key::objectId, 1}, {key::managedId, 9}, {key::dynamic, true}});
-  EXPECT_EQ(line(), "checkAdd 1, store 1, objAdded 1, notify 1, reply");
-  EXPECT_EQ(kit->seen().storeOps[0].record,
-            configured({}, {{key::objectId, 1}, {key::managedId, 9}}));
-  add({{key::objectId, 2}});
-  const message no = nv::failedMsg("can not change managed object");
-  const struct {
-    std::uint32_t id, manager;
-    bool allowed;
-  } cases[] = {
-      {1, nv::kNoId, false}, {1, 8, false}, {1, 9, true}, {2, 9, false}, {2, nv::kNoId, true}};
-  for (const unsigned code : {cmd::setObj, cmd::removeObj}) {
-    for (const auto& c : cases) {
-      const message request =
-          command(code, {{key::objectId, c.id}, {key::managedId, c.manager}, {field::number, 1}});
-      // Who manages is asked for before the dynamic mark.
-      if (!c.allowed) {
-        EXPECT_EQ(ask(request, userWithRights(0)), no);
-      }
-      EXPECT_EQ(ask(request), c.allowed ? message() : no);
-      EXPECT_EQ(kit->seen().undos.size(), c.allowed && c.id == 2 ? 1u : 0u);
-    }
-  }
-  EXPECT_EQ(order(), "");
-}
-
 TEST_F(AMapManaged, GetOneEndsWithTheIdAndOthersBeginWithIt) {
   map->managed = true;
   add({{key::objectId, 7}, {key::managedId, 9}});
@@ -59,25 +31,6 @@ TEST_F(AMapManaged, GetOneEndsWithTheIdAndOthersBeginWithIt) {
 // The store.
 
 using AMapStore = AMapTest;
-
-TEST_F(AMapStore, DropsARecordThatTheServiceRefusesAtOnceAndSaysWhy) {
-  for (const bool putsOff : {false, true}) {
-    for (const std::uint32_t id : {2u, 4u, 6u}) putRecord(id, {{field::number, id}});
-    start();
-    map->setAutoStore(!putsOff);
-    map->onCheckRestore = [&](Object* obj) {
-      return obj->id == 4 ? nv::errorMsg(0xfe0004, "is four") : message();
-    };
-    std::cout << std::hex << std::showbase;  // whatever the stream does
-    EXPECT_EQ(initPrints(), "AMap: load from store error: is four (16646148)\n");
-    std::cout << std::dec << std::noshowbase;
-    EXPECT_EQ(line(),
-              "checkRestore 2, objAdded 2, checkRestore 4, unstore 4, checkRestore 6, objAdded 6");
-    EXPECT_EQ(order(), "2 6");
-    EXPECT_EQ(stored(), "2 6");
-    EXPECT_EQ(Element::alive, 2);
-  }
-}
 
 TEST_F(AMapStore, GivesAnotherIdToARecordWhoseIdIsTakenOrNone) {
   const struct {
@@ -153,31 +106,6 @@ TEST_F(AMapStore, CallsOfTheServiceMayChangeWhatIsStillToBeRestored) {
   EXPECT_EQ(initPrints(), "");
   EXPECT_EQ(order(), "1 3 7");  // where the walk goes on is settled before a record is restored
   map->onAdded = {};
-}
-
-TEST_F(AMapStore, PutsWritesOffUntilTheFlushAndMakesThemAscending) {
-  addAll({4});
-  map->setAutoStore(false);
-  addAll({9, 2, 7});
-  ask(cmd::removeObj, {{key::objectId, 4}});
-  EXPECT_EQ(line(), "checkRemove 4, objRemoved 4, notify 4, undo item removed, reply");
-  ask(cmd::setObj, {{key::objectId, 7}, {field::isVolatile, true}});
-  ask(cmd::setObj, {{key::objectId, 9}, {field::number, 1}});
-  EXPECT_EQ(line(), "checkChange 9, objChanged 9, notify 9, undo item changed, reply");
-  EXPECT_EQ(stored(), "4");
-  EXPECT_EQ(map->pending, (std::set<std::uint32_t>{2, 4, 7, 9}));
-
-  kit->seen().clear();
-  map->flushConfig();
-  EXPECT_EQ(line(), "store 2, unstore 4, unstore 7, store 9");
-  EXPECT_EQ(kit->seen().storeOps[3].record->get(field::number), 1u);
-  EXPECT_FALSE(map->autoStore);
-  put(4);
-  kit->seen().clear();
-  map->setAutoStore(true);
-  map->setAutoStore(true);
-  EXPECT_EQ(line(), "store 4");
-  EXPECT_EQ(stored(), "2 4 9");
 }
 
 }  // namespace

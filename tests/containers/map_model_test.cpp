@@ -180,9 +180,25 @@ class MapBesideItsModel : public MapTest<Container> {
   }
   void serve() {
     const auto judge = [](bool refuses) { return refuses ? serviceRefusal() : serviceApproval(); };
-    map->onCheckAdd = [=](auto* obj) { return judge(refusesConfig(item(obj).config)); };
-    map->onCheckChange = [=](auto*, auto* obj) { return judge(refusesConfig(item(obj).config)); };
-    map->onCheckRemove = [=](auto* obj) { return judge(refusesGoing(item(obj).config)); };
+    map->onCheckAdd = [this, judge](auto* obj) {
+      EXPECT_TRUE(map->ids.isAllocated(obj->id) && !map->objects.contains(obj->id));
+      return judge(refusesConfig(item(obj).config));
+    };
+    map->onCheckChange = [this, judge](auto* old, auto* obj) {
+      map->onChanged(old, obj);
+      return judge(refusesConfig(item(obj).config));
+    };
+    map->onChanged = [this](auto* old, auto* obj) {
+      EXPECT_EQ(old->id, obj->id);
+      EXPECT_EQ(item(old).config, model.objects.at(obj->id).config);
+    };
+    map->onCheckRemove = [this, judge](auto* obj) {
+      EXPECT_TRUE(map->objects.contains(obj->id));
+      return judge(refusesGoing(item(obj).config));
+    };
+    map->onRemoved = [this](auto* obj) {
+      EXPECT_FALSE(map->objects.contains(obj->id) || map->ids.isAllocated(obj->id));
+    };
     map->onCheckRestore = [=](auto* obj) { return judge(refusesRestore(item(obj).config)); };
     map->merges = once(2);
     if constexpr (isOrdered) {
@@ -210,7 +226,7 @@ class MapBesideItsModel : public MapTest<Container> {
   // The whole state.
 
   void compare() {
-    EXPECT_TRUE(verify(*map));
+    EXPECT_EQ(verify(*map), "");
     EXPECT_EQ(map->pending, model.pending);
     EXPECT_EQ(map->dynamicIds, model.dynamic);
     ASSERT_EQ(this->ids(), model.order);

@@ -61,29 +61,20 @@ template <class Container>
 using MapService = EachMapTest<Container>;
 TYPED_TEST_SUITE(MapService, Maps);
 
-TYPED_TEST(MapService, AddsChangesAndRemovesWithoutHooksOrUndo) {
+TYPED_TEST(MapService, AddsUnderAnyIdOrTheNextFreeOneAndRemoves) {
+  this->start("items", 1, 1);
   EXPECT_EQ(this->put(kEnd).get()->id, 1u);
-  this->map->changed(&this->at(1), false);
   EXPECT_EQ(this->put(300).get()->id, 300u);  // no range is asked
   this->kit->seen().clear();
-  this->map->changed(&this->at(300), true);
-  EXPECT_EQ(this->line(), "store 300, notify 300");
+  EXPECT_TRUE(this->put(kEnd) == this->map->end());  // no id is free: it is lost
+  EXPECT_EQ(this->line(), "");
+  EXPECT_EQ(Element::alive, 2);
   Element::onDelete = [&](Object&) { this->kit->seen().log.emplace_back("delete"); };
-  this->kit->seen().clear();
   const auto other = this->map->find(300);
-  this->map->remove(this->map->find(1));
+  this->drop(1);
   EXPECT_EQ(this->line(), "unstore 1, notify 1, delete");
   EXPECT_TRUE(this->map->begin() == other);
   EXPECT_TRUE(this->map->find(1) == this->map->end());
-}
-
-TYPED_TEST(MapService, LosesAnObjectForWhichNoIdIsFree) {
-  this->start("items", 1, 1);
-  this->put(kEnd);
-  this->kit->seen().clear();
-  EXPECT_TRUE(this->put(kEnd) == this->map->end());
-  EXPECT_EQ(this->line(), "");
-  EXPECT_EQ(Element::alive, 1);
 }
 
 // The store.
@@ -91,37 +82,6 @@ TYPED_TEST(MapService, LosesAnObjectForWhichNoIdIsFree) {
 template <class Container>
 using MapStore = EachMapTest<Container>;
 TYPED_TEST_SUITE(MapStore, Maps);
-
-TYPED_TEST(MapStore, BringsBackEveryStorableObjectAfterARestart) {
-  for (const bool merges : {false, true}) {
-    this->startAnew();
-    this->map->merges = merges;
-    this->add({{key::objectId, 3}, {field::text, "lamp"}, {field::number, 4}});
-    this->add({{key::objectId, 4}, {field::isVolatile, true}});
-    this->add({{key::objectId, 9}, {key::dynamic, true}});
-
-    this->start();
-    this->map->merges = merges;
-    std::string flags;
-    Element::onGet = [&](Object&, message&, std::uint32_t f) {
-      flags += " get " + std::to_string(f);
-    };
-    Element::onSet = [&](Object& obj, const message& in, std::uint32_t f) {
-      flags += " set " + std::to_string(f);
-      EXPECT_EQ(in.get(field::number), obj.id == 3 ? 4u : 0u);
-    };
-    EXPECT_EQ(this->initPrints(), "");
-    Element::onGet = {};
-    Element::onSet = {};
-    EXPECT_EQ(this->line(), "checkRestore 3, objAdded 3, checkRestore 9, objAdded 9");
-    const std::string one = merges ? " get 2147483653 set 2147483653" : " set 2147483653";
-    EXPECT_EQ(flags, one + one);
-    EXPECT_EQ(this->at(3).config, (ElementConfig{.text = "lamp", .number = 4}));
-    EXPECT_TRUE(this->map->dynamicIds.empty());
-    EXPECT_EQ(this->add(), 1u);
-    EXPECT_EQ(this->ask(cmd::addObj, {{key::objectId, 9}}), refused(err::idInUse));
-  }
-}
 
 TYPED_TEST(MapStore, KeepsForTheNextFlushWhatElementsPutOffDuringOne) {
   this->map->setAutoStore(false);

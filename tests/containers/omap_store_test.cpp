@@ -17,19 +17,6 @@ class AOmapStore : public AOmapTest {
   }
 };
 
-TEST_F(AOmapStore, OfNothingLeavesTheHeadToTheFirstWrite) {
-  EXPECT_EQ(initPrints(), "");
-  EXPECT_EQ(line(), "");
-  EXPECT_EQ(map->pending, std::set<std::uint32_t>{kHead});
-  map->flushConfig();
-  EXPECT_EQ(chain(), "head>end");
-
-  putLink(3, kEnd);  // an empty chain is one: nothing older is looked for
-  restart();
-  EXPECT_EQ(order(), "");
-  EXPECT_TRUE(map->pending.empty());
-}
-
 TEST_F(AOmapStore, ReadsOlderLayoutsAndRewritesThem) {
   struct Case {
     std::optional<message> head;
@@ -151,31 +138,6 @@ TEST_F(AOmapStore, IsNotCutByAServiceThatFlushesWhileItIsRestored) {
 
 // Writes.
 
-TEST_F(AOmapStore, PutsWritesOffUntilTheFlushButRemovesRecordsAtOnce) {
-  addAll({4, 5, 6});
-  map->setAutoStore(false);
-  kit->seen().clear();
-  put(9);
-  map->add(make(2), &at(4));
-  map->move(&at(5), &at(4));
-  EXPECT_EQ(line(), "notify 9, notify 2, notify 5");
-  add({{key::objectId, 8}});
-  drop(8);  // was never written
-  ask(cmd::setObj, {{key::objectId, 4}, {field::isVolatile, true}});
-  EXPECT_EQ(line(), "checkChange 4>6, unstore 4, objChanged 4, notify 4, reply");
-  ask(cmd::removeObj, {{key::objectId, 6}});
-  EXPECT_EQ(line(), "checkRemove 6>9, unstore 6, objRemoved 6, notify 6, undo item removed, reply");
-  EXPECT_EQ(stored(), "5 4294967294");
-
-  kit->seen().clear();
-  map->flushConfig();
-  map->flushConfig();
-  // What is not there or not storable when it is flushed has no record.
-  EXPECT_EQ(line(), "store 2, unstore 4, store 5, unstore 6, unstore 8, store 9, store 4294967294");
-  EXPECT_EQ(chain(), "head>2 2>5 5>9 9>end");
-  EXPECT_FALSE(map->autoStore);
-}
-
 TEST_F(AOmapStore, KeepsTheChainWhenElementsChangeTheOrderWhileTheyAreWritten) {
   for (const bool putOff : {false, true}) {
     startAnew();
@@ -267,17 +229,6 @@ TEST_F(AOmapStore, KeepsEveryRecordWhenABatchIsCutAfterAnyOfItsWrites) {
   }
   EXPECT_EQ(order(), "1 6 2 9 4 8");
   EXPECT_GE(orders.size(), 4u);  // the cuts were where it hurts
-}
-
-TEST_F(AOmapStore, IsWrittenAtTheEndWithoutWhatIsNotStorable) {
-  addAll({1, 2, 3});
-  add({{key::objectId, 4}, {field::isVolatile, true}});
-  addAll({5});
-  kit->seen().clear();
-  at(2).config.isVolatile = true;  // without a word to the map: the chain names it
-  map.reset();
-  EXPECT_EQ(line(), "store 3, store 1");
-  EXPECT_EQ(chain(), "head>1 1>3 3>5 5>end");
 }
 
 }  // namespace

@@ -66,7 +66,7 @@ class ContainerTest : public ::testing::Test {
   message ask(const message& cmd, const nv::testkit::Requester& who = {}) {
     kit->seen().clear();
     message reply = kit->ask(*map, cmd, who);
-    EXPECT_TRUE(verify(*map));
+    EXPECT_EQ(verify(*map), "");
     return reply;
   }
   message ask(unsigned code, Fields fields = {}, const nv::testkit::Requester& who = {}) {
@@ -76,7 +76,7 @@ class ContainerTest : public ::testing::Test {
   std::string initPrints() {
     testing::internal::CaptureStdout();
     map->init();
-    EXPECT_TRUE(verify(*map));
+    EXPECT_EQ(verify(*map), "");
     return testing::internal::GetCapturedStdout();
   }
   std::string line() const { return kit->seen().line(); }
