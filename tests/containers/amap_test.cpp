@@ -1,34 +1,9 @@
-// What object maps without an order do alone: managed objects, and the way back from the store.
+// The way back of an object map without an order from its store.
 #include "tests/support/map_fixture.h"
 
 using namespace test;
 
 namespace {
-
-// Managed objects, and ids in what is told.
-
-using AMapManaged = AMapTest;
-
-TEST_F(AMapManaged, GetOneEndsWithTheIdAndOthersBeginWithIt) {
-  map->managed = true;
-  add({{key::objectId, 7}, {key::managedId, 9}});
-  EXPECT_EQ(ask(cmd::getObj, {{key::objectId, 7}}),
-            configured({}, {{key::objectId, 7}, {key::managedId, 9}}));
-
-  Element::onGet = [](Object&, message& out, std::uint32_t) {
-    out.insert(key::objectId, 70).insert(key::managedId, 90);
-  };
-  const message own = configured({}, {{key::objectId, 70}, {key::managedId, 90}});
-  EXPECT_EQ(ask(cmd::getObj, {{key::objectId, 7}}),
-            configured({}, {{key::objectId, 7}, {key::managedId, 90}}));
-  EXPECT_EQ(map->getObject(7, 5), own);
-  EXPECT_EQ(map->getObject(8, 5), message({{key::objectId, 8}, {key::absent, 1}}));
-  EXPECT_EQ(message(ask(cmd::getAll).get(key::objects)[0]), own);
-  map->changed(&at(7), true);
-  EXPECT_EQ(kit->seen().storeOps[0].record, own);
-}
-
-// The store.
 
 using AMapStore = AMapTest;
 

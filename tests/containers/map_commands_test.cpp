@@ -97,6 +97,23 @@ TYPED_TEST(MapCommands, RemoveTakesTheObjectOutThenTellsAndPublishesAnAdd) {
   EXPECT_EQ(this->kit->seen().undos[0].undo, undo);
 }
 
+TYPED_TEST(MapCommands, ElementsOverwriteWhatIsStoredAndListedOfThemButNotAllThatIsTold) {
+  this->add({{key::objectId, 7}});
+  Element::onGet = [](Object&, message& out, std::uint32_t) {
+    out.insert(key::objectId, 70).insert(key::nextId, 80).insert(key::managedId, 90);
+  };
+  const message own =
+      configured({}, {{key::objectId, 70}, {key::nextId, 80}, {key::managedId, 90}});
+  message told = own;
+  this->isOrdered ? told.insert(key::nextId, kEnd) : told.insert(key::objectId, 7);
+  EXPECT_EQ(this->ask(cmd::getObj, {{key::objectId, 7}}), told);
+  EXPECT_EQ(this->map->getObject(7, 5), this->isOrdered ? told : own);
+  EXPECT_EQ(this->map->getObject(8, 5), message({{key::objectId, 8}, {key::absent, 1}}));
+  EXPECT_EQ(message(this->ask(cmd::getAll).get(key::objects)[0]), own);
+  this->map->changed(&this->at(7), true);
+  EXPECT_EQ(this->kit->seen().storeOps[0].record, own);
+}
+
 // Pages.
 
 TYPED_TEST(MapCommands, PagesHoldAtMost16384BytesButAlwaysOneObject) {

@@ -126,16 +126,6 @@ TEST_F(Hosts, AFileThatCannotBeWrittenIsTriedAgain) {
   EXPECT_EQ(lines(), "192.0.2.1\tnas\n");
 }
 
-TEST_F(Hosts, AStoredHostThatIsFaultyIsLeftOutAndTheOthersComeBack) {
-  for (const auto* name : {"nas", "pc", "tape"}) add({name});
-  damage("hosts", 2, {{kComment, "x\n10.0.0.1 bank"}});
-  damage("hosts", 3, {{kName, "nas"}});
-  fs::remove(file);
-  start();
-  EXPECT_EQ(ids(), "1");
-  EXPECT_EQ(lines(), "192.0.2.1\tnas\n");
-}
-
 /// What the service should be after the same changes.
 struct Model {
   std::map<std::uint32_t, Fields> hosts;
@@ -192,74 +182,43 @@ TEST_F(Hosts, RandomChangesUndosAndRestartsGiveTheFileOfTheModel) {
   }
 }
 
-// The configuration of a script.
-constexpr nv::u32_id kId{1};
-constexpr nv::string_id kSource{4};
-
-message addressed(const std::string& address) {
-  return message().insert(kAddresses, {examples::addressFrom(address).value()});
-}
-message scripted(const message& script) { return {{kScript, script}}; }
-message withId(std::uint32_t id) { return scripted({{kId, id}}); }
-
-class HostScript : public Hosts {
- protected:
-  std::string set(const message& fields, std::uint32_t rights) {
-    const auto reply = ask(cmd::setObj, 1, fields, {{0xcfff0001}, rights});
+// Who may make what of a script the tests of InvokeScript know.
+TEST_F(Hosts, TheScriptOfAHostRunsWhenItsAddressesChangeAndOnlyThen) {
+  constexpr nv::u32_id kId{1};
+  const auto at = [](const std::string& address) {
+    return message().insert(kAddresses, {examples::addressFrom(address).value()});
+  };
+  auto nas = Fields{"nas"}.request();
+  nas.insert(kScript, message{{kId, 7}});
+  const struct {
+    message fields;
+    std::uint32_t rights;
+    const char *outcome, *run;  // with the rights of who set the script
+  } cases[] = {
+      {nas, 5, "ok", ""},
+      {{{kComment, "x"}}, 3, "ok", ""},
+      {at("192.0.2.1"), 3, "ok", ""},  // the same
+      {at("300::1"), 3, "ok", "5 user 7: nas 300::1"},
+      {at("ff02::1"), 3, "ff02::1 is a multicast address", ""},
+      {at("192.0.2.2"), nv::kSystemRights, "ok", "5 user 7: nas 192.0.2.2"},
+      {without(kScript.uid()), 5, "ok", ""},
+      {at("192.0.2.3"), 5, "ok", ""},
+  };
+  for (const auto& c : cases) {
+    if (c.rights == nv::kSystemRights) start();
+    const unsigned code = &c == cases ? cmd::addObj : cmd::setObj;
+    EXPECT_EQ(outcome(ask(code, 1, c.fields, {{0xcfff0001}, c.rights})), c.outcome);
     kit->settle();
-    return outcome(reply);
-  }
-  /// Host 1, "nas", with these fields.
-  void add(message fields, std::uint32_t rights) {
-    fields.merge(addressed("192.0.2.1"));
-    fields.insert(kName, "nas");
-    ASSERT_EQ(outcome(ask(cmd::addObj, 1, fields, {{0xcfff0001}, rights})), "ok");
-    kit->settle();
-  }
-  /// "<rights> <origin> <id>: <words>" of the runs that the last request caused.
-  std::string runs() {
-    std::string all;
+    std::string run;
     for (const auto& request : kit->seen().sentMessages) {
       EXPECT_EQ(request.get(key::command), cmd::runScript);
-      all += std::to_string(request.get(key::rights)) + ' ' + request.get(key::scriptOrigin) + ' ' +
+      run += std::to_string(request.get(key::rights)) + ' ' + request.get(key::scriptOrigin) + ' ' +
              std::to_string(request.get(key::objectId)) + ':';
       for (const auto word : request.view(nv::run_key::arguments))
-        all += ' ' + message(word).get(nv::run_key::word);
+        run += ' ' + message(word).get(nv::run_key::word);
     }
-    return all;
+    EXPECT_EQ(run, c.run);
   }
-  /// What runs when somebody sets a new address.
-  std::string runsFor(const std::string& address, std::uint32_t rights) {
-    EXPECT_EQ(set(addressed(address), rights), "ok");
-    return runs();
-  }
-};
-
-TEST_F(HostScript, RunsWhenTheAddressesChangeAndOnlyThen) {
-  add(withId(7), 5);
-  EXPECT_EQ(runs(), "") << "a new host";
-  EXPECT_EQ(set({{kComment, "x"}}, 3), "ok");
-  EXPECT_EQ(runs(), "");
-  EXPECT_EQ(runsFor("192.0.2.1", 3), "") << "the same address";
-  EXPECT_EQ(runsFor("300::1", 3), "5 user 7: nas 300::1") << "with the rights of who set it";
-  EXPECT_EQ(set(addressed("ff02::1"), 3), "ff02::1 is a multicast address");
-  EXPECT_EQ(runs(), "") << "refused";
-  start();
-  EXPECT_EQ(runsFor("192.0.2.2", nv::kSystemRights), "5 user 7: nas 192.0.2.2");
-  EXPECT_EQ(set(without(kScript.uid()), 5), "ok");
-  EXPECT_EQ(runsFor("192.0.2.3", 5), "") << "there is none";
-}
-
-// Who may make what of a script the tests of InvokeScript know.
-TEST_F(HostScript, HasTheRightsOfWhoSetItAlsoWhenThatWasAnUndo) {
-  add(withId(7), 6);
-  EXPECT_EQ(set(scripted({{kSource, "reboot"}}), 2),
-            "cannot change script source value with higher rights");
-  EXPECT_EQ(runsFor("192.0.2.2", 2), "6 user 7: nas 192.0.2.2") << "as it was";
-  ASSERT_EQ(set(withId(8), 6), "ok");
-  ASSERT_EQ(kit->seen().undos.size(), 1U);
-  EXPECT_EQ(set(kit->seen().undos.back().undo, 1), "ok");
-  EXPECT_EQ(runsFor("192.0.2.3", 1), "1 user 7: nas 192.0.2.3") << "no more than their own";
 }
 
 }  // namespace

@@ -123,20 +123,6 @@ TEST_F(Device, AZoneThatIsGoneAfterAnUpdateStaysAndAnotherFieldCanBeSet) {
             "there is no time zone \"Europe/Rome\" in " + zones.string());
 }
 
-TEST_F(Device, AFaultyRecordGivesTheDefaultsAndIsReported) {
-  set({{kHostName, "gate"}});
-  damage("identity", 0, {{kHostName, "a b"}});
-  const auto faulty = stores.get("identity", 0);
-  const CapturedOutput output;
-  start();
-  EXPECT_EQ(counts(kHostName), "localhost");
-  EXPECT_EQ(output.text(),
-            "error: while loading config from store: \"a b\" is no host name: it may "
-            "hold letters, digits, '-' and '.' only (16646147)\n");
-  EXPECT_EQ(stores.get("identity", 0), faulty);
-  EXPECT_NE(fileText().find("HOST_NAME=\"localhost\""), std::string::npos);
-}
-
 TEST_F(Device, RandomSetsAndRestartsCountAsAModelSays) {
   Random random;
   SCOPED_TRACE(random.seed());

@@ -190,16 +190,4 @@ TEST_F(ScriptProcess, TooManyAtOneTimeAreRefusedAndTheNextOnesRunAgain) {
   EXPECT_EQ(ask(kScripts, runOf("slow")).get(nv::run_key::status, 99), 0U);
 }
 
-TEST_F(ScriptProcess, AServiceThatEndsTakesItsScriptsAlong) {
-  const auto file = place.folder() / "pid";
-  add("stay", "echo $$ >" + file.string() + "; exec sleep 1000");
-  message never;
-  const auto post = send(kScripts, runOf("stay"), never);
-  pid_t pid = 0;
-  for (int k = 0; k < 10000 && !(std::ifstream(file) >> pid); ++k) ask(kScripts, runOf("nobody"));
-  ASSERT_GT(pid, 0);
-  EXPECT_EQ(service.end(SIGTERM), 0);
-  EXPECT_NE(::kill(pid, 0), 0);
-}
-
 }  // namespace

@@ -178,29 +178,12 @@ TEST_F(VlansTest, WhoNamesAParentHearsOfItsVlansComingInChangingAndLeaving) {
   EXPECT_EQ(told(*mine), "2 gone");
 }
 
-// A mirror kept the id of a VLAN that had gone as the next one, when the order came from the store.
-TEST_F(VlansTest, AfterARestartWhoBecomesTheLastIsToldOf) {
-  start();
-  const auto all = subscribe();
-  remove(2);
-  EXPECT_EQ(told(*all), "2 gone, 1 lan 1 eth0 up");
-  EXPECT_EQ(ask(cmd::getObj, 1).get(key::nextId), nv::kNoId);
-}
-
 TEST_F(VlansTest, WhatIsOnADeviceThatIsMissingNowStaysConfigured) {
   start({"eth0"});
   EXPECT_EQ(list(), kBuiltInVlans);
   EXPECT_EQ(set(2, {{kComment, "waiting"}}), "ok");
   EXPECT_EQ(set(2, {{kParent, "eth0"}}), "ok");
   EXPECT_EQ(set(2, {{kParent, "eth1"}}), "there is no device \"eth1\"");
-}
-
-TEST_F(VlansTest, AFaultyRecordIsLeftOutAndTheOthersComeBack) {
-  add({{kVid, 7}});
-  add({{kVid, 8}});
-  damage("vlans", 3, {{kVid, 5000}});
-  start();
-  EXPECT_EQ(ids(), "1 2 4");
 }
 
 /// Commands at random, some of them undone at once, with restarts, against the order as a list.

@@ -28,10 +28,6 @@ inline message command(unsigned code, Fields fields = {}) {
   return m;
 }
 
-inline nv::testkit::Requester userWithRights(std::uint32_t rights) {
-  return {{0xcfff0001}, rights};
-}
-
 /// `Container` is made from the recorder of all calls and the arguments of `startWith`, the first
 /// of which names its store.
 template <class Container>

@@ -29,7 +29,6 @@ class HookedMap : public Map {
   Tell onAdded, onRemoved;
   std::function<void(Obj* old, Obj* obj)> onChanged;
   std::function<std::uint32_t(std::uint32_t)> onAllocate;
-  std::function<void(std::uint32_t)> onFree;
   bool merges = false;
 
   static Obj* newItem() { return new TestElement<Obj>; }
@@ -48,10 +47,6 @@ class HookedMap : public Map {
   using Map::allocateId;
   std::uint32_t allocateId(std::uint32_t id) override {
     return onAllocate ? onAllocate(id) : Map::allocateId(id);
-  }
-  void freeId(std::uint32_t id) override {
-    Map::freeId(id);
-    if (onFree) onFree(id);
   }
   bool mergeOnSet() override { return merges; }
   bool isAllowed(const nv::message&) const override { return true; }
