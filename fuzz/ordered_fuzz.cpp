@@ -5,11 +5,11 @@
 #include <iterator>
 #include <vector>
 
-#include "containers/aholder.h"
 #include "fuzz/input.h"
 #include "fuzz/require.h"
 #include "platform/commands.h"
 #include "testing/kit.h"
+#include "tests/support/test_holder.h"
 #include "tests/support/test_map.h"
 #include "tests/support/verify.h"
 
@@ -41,26 +41,17 @@ struct Rules : test::TestOmap {
   }
 };
 
-/// Keeps whatever it is handed.
-struct Anything : Object {
-  message all;
-  void getConfig(message& out, std::uint32_t) override { out.merge(all); }
-  void setConfig(const message& in, std::uint32_t) override { all = in; }
-};
-
-struct Settings : AHolder {
-  Settings() : AHolder("settings") {}
-  Object* newObject() override { return new Anything; }
-  void copyObject(Object* dst, Object* src) override { of(dst) = of(src); }
-  message checkChange(Object*, Object* obj) override { return judge(of(obj).get(kNumber)); }
-  void objChanged(Object*, Object*) override {}
-  bool mergeOnSet() override { return true; }
-  bool acceptsManaged() override { return true; }
-  static message& of(Object* obj) { return static_cast<Anything*>(obj)->all; }
+struct Settings : test::TestHolder {
+  explicit Settings(testkit::Recorder& seen) : TestHolder(seen, "settings") {
+    merges = takesManaged = true;
+    onCheckChange = [](Object*, Object* obj) { return judge(test::item(obj).config.number); };
+  }
+  const test::HeldItem& now() { return test::held(object); }
 };
 
 struct Process {
-  explicit Process(testkit::MemoryStores& stores) : kit(stores), rules(kit.seen()) {
+  explicit Process(testkit::MemoryStores& stores)
+      : kit(stores), rules(kit.seen()), settings(kit.seen()) {
     std::cout.rdbuf(nullptr);
     rules.init();
     require(test::verify(rules).empty());
@@ -107,7 +98,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   }
   const std::size_t found = stores.records(kRules).size();
   std::vector<message> rules;
-  message settings;
+  test::ElementConfig settings;
+  std::vector<flat_message> parties;
   {
     Process process(stores);
     process.kit.settle();
@@ -126,10 +118,12 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     process.rules.setAutoStore(true);
     process.kit.settle();
     rules = process.rules.storable();
-    settings = Settings::of(process.settings.object);
+    settings = process.settings.now().config;
+    parties = process.settings.now().managed;
   }
   Process again(stores);
   if (records == 0) require(again.rules.storable() == rules);
-  require(Settings::of(again.settings.object) == settings);
+  if (settings.isVolatile) return 0;
+  require(again.settings.now().config == settings && again.settings.now().managed == parties);
   return 0;
 }

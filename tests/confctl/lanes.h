@@ -9,23 +9,33 @@
 
 inline constexpr nv::string_id kColour(1);
 
+/// Keeps the service's own fields of what it is handed.
+template <class Base>
+struct Kept : Base {
+  nv::message config;
+
+  void getConfig(nv::message& out, unsigned) override { out.merge(config); }
+  void setConfig(const nv::message& in, unsigned) override {
+    for (const nv::field f : in)
+      if (f.id() < 100) config.insert(f);
+  }
+};
+
+template <class Base>
+Kept<Base>& kept(Base* obj) {
+  return static_cast<Kept<Base>&>(*obj);
+}
+
 /// In which order cars wait.
 class Lane : public AOmap {
  public:
   Lane() : AOmap("lane", 1, 99) { describe("lane", {{kColour.uid(), "colour", "of the car"}}); }
 
  private:
-  struct Car : OObject {
-    std::string colour;
-
-    void getConfig(nv::message& out, unsigned) override { out.insert(kColour, colour); }
-    void setConfig(const nv::message& in, unsigned) override { colour = in.get(kColour, colour); }
-  };
-
-  OObject* newObject() override { return new Car; }
+  OObject* newObject() override { return new Kept<OObject>; }
   void copyObject(OObject* dst, OObject* src) override {
     dst->id = src->id;
-    static_cast<Car*>(dst)->colour = static_cast<Car*>(src)->colour;
+    kept(dst).config = kept(src).config;
   }
   nv::message checkRestore(OObject*) override { return {}; }
   nv::message checkAdd(OObject*, OObject*) override { return {}; }
@@ -44,10 +54,8 @@ class Barrier : public AHolder {
   Barrier() : AHolder("barrier") { describe("barrier", {{kColour.uid(), "colour", "of it"}}); }
 
  private:
-  struct Paint : Object {
-    nv::message config{{kColour, ""}};
-
-    void getConfig(nv::message& out, unsigned) override { out.merge(config); }
+  struct Paint : Kept<Object> {
+    Paint() { config.insert(kColour, ""); }
     void setConfig(const nv::message& in, unsigned) override {
       config = {{kColour, in.get(kColour)}};
       for (const auto flat : in.view(nv::key::managedConfigs)) {
@@ -61,7 +69,7 @@ class Barrier : public AHolder {
 
   Object* newObject() override { return new Paint; }
   void copyObject(Object* dst, Object* src) override {
-    static_cast<Paint*>(dst)->config = static_cast<Paint*>(src)->config;
+    kept(dst).config = kept(src).config;
   }
   nv::message checkChange(Object*, Object*) override { return {}; }
   void objChanged(Object*, Object*) override {}

@@ -22,19 +22,10 @@ constexpr nv::u32_id kPages(2);
 constexpr nv::string_array_id kTags(3);
 constexpr nv::string_id kBook(1);
 
-struct Book : Object {
-  nv::message config;
-
+struct Book : Kept<Object> {
+  Book() { config.insert(kPages, 1); }
   std::string name() override { return config.get(kTitle); }
-  void getConfig(nv::message& out, unsigned) override { out.merge(config); }
-  void setConfig(const nv::message& in, unsigned) override {
-    for (const nv::field f : in) {
-      if (f.id() < 100) config.insert(f);
-    }
-  }
 };
-
-Book& book(Object* obj) { return *static_cast<Book*>(obj); }
 
 class Shelf : public AMap {
  public:
@@ -44,12 +35,8 @@ class Shelf : public AMap {
                        {kTags.uid(), "tags", "words to find it by"}});
   }
 
-  Object* newObject() override {
-    auto* made = new Book;
-    made->config.insert(kPages, 1);
-    return made;
-  }
-  void copyObject(Object* dst, Object* src) override { book(dst) = book(src); }
+  Object* newObject() override { return new Book; }
+  void copyObject(Object* dst, Object* src) override { kept(dst).config = kept(src).config; }
   nv::message checkRestore(Object* obj) override { return check(obj); }
   nv::message checkAdd(Object* obj) override { return check(obj); }
   nv::message checkChange(Object*, Object* obj) override { return check(obj); }
