@@ -32,9 +32,7 @@ class TextProcess {
   }
 
   /// What holds of the map whatever it was asked.
-  void verify() const {
-    require(test::verify(texts).empty());
-  }
+  void verify() const { require(test::verify(texts).empty()); }
 
   nv::testkit::Kit kit;
   nv::testkit::TextMap texts;

@@ -68,9 +68,7 @@ class Barrier : public AHolder {
   };
 
   Object* newObject() override { return new Paint; }
-  void copyObject(Object* dst, Object* src) override {
-    kept(dst).config = kept(src).config;
-  }
+  void copyObject(Object* dst, Object* src) override { kept(dst).config = kept(src).config; }
   nv::message checkChange(Object*, Object*) override { return {}; }
   void objChanged(Object*, Object*) override {}
   bool mergeOnSet() override { return true; }

@@ -63,9 +63,9 @@ TYPED_TEST(MapCommands, AddUsesTheIdThatTheServiceAllocatesUnlessItIsGivenOutTwi
 
 TYPED_TEST(MapCommands, SetStoresThenTellsServiceThenSubscribersThenPublishesTheEarlierValues) {
   this->add({{field::text, "lamp"}, {field::number, 4}});
-  EXPECT_EQ(this->ask(cmd::setObj,
-                      {{key::objectId, 1}, {field::number, 4}, {field::text, "torch"}}),
-            message());
+  EXPECT_EQ(
+      this->ask(cmd::setObj, {{key::objectId, 1}, {field::number, 4}, {field::text, "torch"}}),
+      message());
   EXPECT_EQ(this->line(),
             "checkChange 1, store 1, objChanged 1, notify 1, undo torch changed, reply");
   EXPECT_EQ(this->kit->seen().undos[0].undo,

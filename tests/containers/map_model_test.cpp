@@ -46,9 +46,7 @@ class MapBesideItsModel : public MapTest<Container> {
 
   std::uint32_t below(std::uint32_t n) { return random.below(n); }
   bool once(std::uint32_t n) { return below(n) == 0; }
-  std::uint32_t anyId() {
-    return once(20) ? kHead + below(2) : below(MapModel::kMax + 2);
-  }
+  std::uint32_t anyId() { return once(20) ? kHead + below(2) : below(MapModel::kMax + 2); }
   /// 0: nobody.
   std::uint32_t anyObject() {
     return model.order.empty() ? 0 : model.order[below(static_cast<unsigned>(model.order.size()))];

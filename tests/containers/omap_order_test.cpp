@@ -16,8 +16,7 @@ TEST_F(AOmapOrder, AddWritesItselfThenWhoNamesItBeforeItIsInTheMap) {
   EXPECT_EQ(line(),
             "checkAdd 3>9, unknown, store 3, known, store 7, objAdded 3, notify 3, undo item "
             "added, reply");
-  EXPECT_EQ(kit->seen().storeOps[0].record,
-            configured({}, {{key::objectId, 3}, {key::nextId, 9}}));
+  EXPECT_EQ(kit->seen().storeOps[0].record, configured({}, {{key::objectId, 3}, {key::nextId, 9}}));
 }
 
 TEST_F(AOmapOrder, MoveWritesItselfThenWhoNamesItThenWhoDidAndPublishesAMoveBack) {

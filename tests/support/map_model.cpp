@@ -21,9 +21,7 @@ bool isSystem(const message& request) {
 }
 
 /// What elements are asked for: the bit of the store comes from the map alone.
-std::uint32_t flagsOf(const message& request) {
-  return request.get(key::getFlags, 5) & 0x7fffffff;
-}
+std::uint32_t flagsOf(const message& request) { return request.get(key::getFlags, 5) & 0x7fffffff; }
 
 /// What the new configuration overwrote.
 message difference(const ElementConfig& before, const ElementConfig& after) {
