@@ -178,6 +178,15 @@ TEST_F(VlansTest, WhoNamesAParentHearsOfItsVlansComingInChangingAndLeaving) {
   EXPECT_EQ(told(*mine), "2 gone");
 }
 
+// A mirror kept the id of a VLAN that had gone as the next one, when the order came from the store.
+TEST_F(VlansTest, AfterARestartWhoBecomesTheLastIsToldOf) {
+  start();
+  const auto all = subscribe();
+  remove(2);
+  EXPECT_EQ(told(*all), "2 gone, 1 lan 1 eth0 up");
+  EXPECT_EQ(ask(cmd::getObj, 1).get(key::nextId), nv::kNoId);
+}
+
 TEST_F(VlansTest, WhatIsOnADeviceThatIsMissingNowStaysConfigured) {
   start({"eth0"});
   EXPECT_EQ(list(), kBuiltInVlans);
