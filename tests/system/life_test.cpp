@@ -70,34 +70,6 @@ TEST(Life, AServiceRemovesNoFileUnderItsNameButItsOwnLink) {
   EXPECT_EQ(std::filesystem::file_size(name), 8U);
 }
 
-TEST(Life, SigtermEndsAServiceWhenAllThatItAcceptedIsStored) {
-  constexpr std::uint32_t kTexts = 200;
-  Place place;
-  ServiceProcess service(place);
-  ASSERT_TRUE(service.start());
-  RawClient client(place.socket());
-  for (std::uint32_t id = 1; id <= kTexts; ++id)
-    client.send(addText(id, "text").insert(key::tag, id));
-  std::uint32_t acknowledged = 0;
-  const auto takeReply = [&] {
-    const auto reply = client.receive();
-    if (!reply) return false;
-    EXPECT_EQ(reply->get(key::objectId), ++acknowledged);
-    return true;
-  };
-  takeReply();
-  kill(service.pid(), SIGTERM);
-  while (takeReply()) {
-  }
-  EXPECT_EQ(service.wait(), 0);
-  EXPECT_FALSE(std::filesystem::exists(place.socket()));
-  EXPECT_EQ(service.said(), "");
-
-  ASSERT_TRUE(service.start());
-  client.connect(place.socket());
-  EXPECT_EQ(client.ask(command(cmd::getCount)).get(key::count), acknowledged);
-}
-
 struct ServiceRun {
   std::string output;
   int status;
