@@ -72,6 +72,7 @@ TEST(Life, AServiceRemovesNoFileUnderItsNameButItsOwnLink) {
 }
 
 TEST(Life, AWrongArgumentIsNamedInOneLineAndHelpSaysHowToStart) {
+  const std::string service = CONFKIT_EMULATOR " '" CONFKIT_TEST_SERVICE "' 0 100 ";
   const std::string noted = "texts: argument '", usage = "usage: ";
   const struct {
     std::string words, redirection;
@@ -87,8 +88,7 @@ TEST(Life, AWrongArgumentIsNamedInOneLineAndHelpSaysHowToStart) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.words);
-    const std::string line = std::string(CONFKIT_EMULATOR) + " '" + CONFKIT_TEST_SERVICE +
-                             "' 0 100 " + c.words + ' ' + c.redirection;
+    const auto line = service + c.words + ' ' + c.redirection;
     std::string output;
     FILE* const pipe = popen(line.c_str(), "r");
     for (int byte; (byte = fgetc(pipe)) != EOF;) output += static_cast<char>(byte);
