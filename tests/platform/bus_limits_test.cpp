@@ -18,6 +18,12 @@ message nested(unsigned depth) {
   return setText(1, 1, "").insert(message_id(1), inner.flat());
 }
 
+/// A request of so many bytes.
+message sized(std::size_t bytes) {
+  const std::size_t frame = setText(1, 1, "").max_length();
+  return setText(1, 1, std::string(bytes - frame, 'x'));
+}
+
 std::size_t times(const std::string& text, const std::string& what) {
   std::size_t found = 0;
   for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++found;
@@ -33,6 +39,7 @@ TEST_F(Bus, WhoBreaksTheRulesIsCutWithOneLineOfDiagnosisAndTheOthersGoOn) {
       {{0, 0, 0, 0x7f, 1}, {}, "a frame of 2130706432 bytes is over the limit"},
       {{0xff, 0xff, 0xff, 0xff}, {}, "a frame of 4294967295 bytes is over the limit"},
       {{4, 0, 0, 0, 1, 2, 3, 4}, {}, "a frame is malformed: shorter than the header"},
+      {{}, {sized(Limits().frameBytes + 4)}, "a frame of 262148 bytes is over the limit"},
       {{}, {nested(kDepth + 1)}, "a frame is malformed: nested too deeply"},
       {{}, {setText(0, 1, "x")}, "a request carries no tag"},
       {{}, {command(0, 0x55)}, "a request carries no tag"},
@@ -59,10 +66,11 @@ TEST_F(Bus, WhoBreaksTheRulesIsCutWithOneLineOfDiagnosisAndTheOthersGoOn) {
   }
 }
 
-TEST_F(Bus, WhatTheDeepestRequestLeavesBehindCanBeRead) {
+TEST_F(Bus, WhatTheDeepestAndTheLargestRequestLeaveBehindCanBeRead) {
   auto peer = kit.connect();
   EXPECT_EQ(said(*peer, nested(kDepth)), "1 ok");
-  EXPECT_EQ(heard(*peer, command(2, cmd::getUndo)).at(0).size(key::objects), 1U);
+  EXPECT_EQ(said(*peer, sized(Limits().frameBytes)), "1 ok");
+  EXPECT_EQ(heard(*peer, command(2, cmd::getUndo)).at(0).size(key::objects), 2U);
 }
 
 TEST_F(Bus, LimitsCostTheOneWhoReachesThem) {

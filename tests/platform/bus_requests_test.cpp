@@ -1,7 +1,5 @@
 /// Requests of peers and who answers them, on behalf of whom.
 
-#include "platform/describe.h"
-#include "platform/timer.h"
 #include "tests/platform/bus_fixture.h"
 
 namespace nv::testkit {
@@ -47,13 +45,11 @@ TEST_F(Bus, RouteAndRightsComeFromTheKernelNotFromTheClient) {
     std::optional<std::uint32_t> asked;
     std::uint32_t seen;
   } const cases[] = {
-      {0, {}, kSystemRights},          // root is the system
-      {0, 4, 4},                       // and may ask for less
-      {0, 0xffffffff, kSystemRights},  //
-      {12345, {}, 0},                  // nobody else has any rights
-      {12345, 0x7fffffff, 0},          //
-      {12345, kSystemRights, 0},       //
-      {12345, 0xffffffff, 0},          //
+      {0, {}, kSystemRights},  // root is the system
+      {0, 4, 4},               // and may ask for less
+      {0, 0xffffffff, kSystemRights},
+      {12345, {}, 0},  // nobody else has any rights
+      {12345, 0x7fffffff, 0},
   };
   texts.texts[1] = "one";
   for (const auto& c : cases) {
@@ -123,26 +119,6 @@ TEST_F(Bus, AnAnswerGoesToWhoAskedWhateverStandsInIt) {
   }
 }
 
-TEST_F(Bus, AZeroTimerThatACommandMakesFiresInTheNextPass) {
-  struct Deferring : ListHandler {
-    message cmdGet(const message&) override {
-      timer = Timer(0, [this] { ++fired; });
-      return {};
-    }
-    Timer timer;
-    int fired = 0;
-  } handler;
-  serve(handler);
-  auto peer = kit.connect();
-  kit.settle();
-  peer->send(command(1, cmd::get));
-  kit.pass();
-  ASSERT_EQ(line(peer->received()), "1 ok");
-  EXPECT_EQ(handler.fired, 0);
-  kit.pass();
-  EXPECT_EQ(handler.fired, 1);
-}
-
 TEST_F(Bus, FramesArriveWhateverTheirPieces) {
   auto peer = kit.connect();
   std::vector<unsigned char> bytes;
@@ -186,18 +162,6 @@ TEST_F(Bus, AHandlerTellsItsOwnUndoRecordsPageByPage) {
   };
   EXPECT_EQ(undone(command(1, cmd::getUndo)), "53/1");
   EXPECT_EQ(undone(toSecond(command(1, cmd::getUndo))), "64/2");
-}
-
-TEST_F(Bus, AHandlerDescribesItself) {
-  texts.describe("texts", {{key::name.uid(), "text", "what it says"}});
-  auto peer = kit.connect();
-  const auto reply = heard(*peer, command(1, cmd::describe)).at(0);
-  EXPECT_EQ(reply.get(key::name), "texts");
-  EXPECT_EQ(reply.get(describe_key::handlers), (std::vector<std::uint32_t>{kAddress}));
-  const auto keys = reply.get(key::objects);
-  ASSERT_EQ(keys.size(), 1U);
-  EXPECT_EQ(message(keys[0]).get(describe_key::word), "text");
-  EXPECT_EQ(message(keys[0]).get(describe_key::uid), 0x20fe0010U);
 }
 
 }  // namespace

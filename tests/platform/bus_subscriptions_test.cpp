@@ -5,30 +5,21 @@
 namespace nv::testkit {
 namespace {
 
-TEST_F(Bus, ManyChangesOfOneObjectInAPassAreOneNotification) {
-  auto peer = subscriber();
-  for (int i = 0; i < 10; ++i) texts.put(7, std::to_string(i));
-  texts.put(8, "eight");
-  texts.fetches = 0;
-  EXPECT_EQ(said(*peer), "~1 7=9, ~1 8=eight");
-  EXPECT_EQ(texts.fetches, 2);
-  texts.cmdRemoveObj({}, 7);
-  EXPECT_EQ(said(*peer), "~1 7 gone");
-}
-
-TEST_F(Bus, SubscribersWithOneFlagsWordShareAFetchAndNeverSeeTheStoredForm) {
+TEST_F(Bus, ChangesOfOneObjectInAPassAreOneFetchForAllWithOneFlagsWordWhichIsNeverTheStoredForm) {
   std::vector<std::unique_ptr<BusPeer>> peers;
   for (const std::uint32_t flags : {5U, 5U, 5U, 0xc0000007U}) {
     peers.push_back(kit.connect());
     peers.back()->send(command(1, cmd::subscribe).insert(key::getFlags, flags));
   }
   kit.settle();
-  texts.put(1, "one");
+  for (int i = 0; i < 10; ++i) texts.put(7, std::to_string(i));
+  texts.put(8, "eight");
   texts.fetches = 0;
   kit.settle();
-  EXPECT_EQ(texts.fetches, 2);
+  EXPECT_EQ(texts.fetches, 4);
   EXPECT_EQ(texts.lastFlags, 0x40000007U);
-  for (auto& peer : peers) EXPECT_EQ(line(peer->received()), "1 ok, ~1 1=one");
+  texts.cmdRemoveObj({}, 7);
+  for (auto& peer : peers) EXPECT_EQ(said(*peer), "1 ok, ~1 7=9, ~1 8=eight, ~1 7 gone");
 }
 
 TEST_F(Bus, ACookieAddressesOneSubscriberUntilItIsGone) {
@@ -56,30 +47,6 @@ TEST_F(Bus, ACookieAddressesOneSubscriberUntilItIsGone) {
   EXPECT_EQ(picky.subscribers, 1);
   picky.notifyChange(3, false, cookie, {});  // a cookie of the past names nobody
   EXPECT_EQ(said(*all), "");
-}
-
-TEST_F(Bus, ASubscriberThatStopsReadingCostsAMarkAnObjectAndDelaysNobody) {
-  auto slow = subscriber(), quick = subscriber();
-  slow->setReading(false);
-  constexpr std::uint32_t kObjects = 50;
-  std::size_t quickHeard = 0;
-  for (int round = 0; round < 100; ++round)
-    for (std::uint32_t id = 0; id < kObjects; ++id) {
-      texts.put(id, std::string(1000, 'a') + std::to_string(round));
-      quickHeard += heard(*quick).size();
-    }
-  EXPECT_EQ(quickHeard, 100 * kObjects);
-  EXPECT_EQ(texts.stalled, 1);
-
-  slow->setReading(true);
-  for (int i = 0; i < 100; ++i) kit.settle();
-  EXPECT_EQ(texts.stalled, 0);
-  const auto late = slow->received();
-  EXPECT_LE(late.size(), kObjects + 70);  // what had left before it stalled, then each object once
-  std::map<std::uint32_t, std::string> last;
-  for (const auto& msg : late) last[msg.get(key::objectId)] = msg.get(key::name);
-  EXPECT_EQ(last, texts.texts);
-  EXPECT_FALSE(slow->cut());
 }
 
 TEST_F(Bus, ASubscriptionThatNeedsTooManyMarksEndsAndTheOthersGoOn) {
@@ -113,10 +80,12 @@ TEST_F(Bus, ASubscriptionThatNeedsTooManyMarksEndsAndTheOthersGoOn) {
     EXPECT_EQ(line({late.back()}) == "~1 ended", c.ends);
     if (!c.ends) {
       EXPECT_EQ(late.size(), c.changes + 1U);
+      EXPECT_EQ(texts.stalled, 0);
     }
     slow->close();
     peer->close();
     kit.settle();
+    EXPECT_EQ(texts.subscribers, 0);
     texts.stalled = 0;  // one that ended is not resumed
   }
 }
@@ -138,18 +107,6 @@ TEST_F(Bus, ASlowSubscriberIsToldOfARemovalWhateverTheObjectAnswersLater) {
   slow->setReading(true);
   for (int i = 0; i < 3; ++i) kit.settle();
   EXPECT_TRUE(said(*slow).ends_with("~1 2 gone, ~1 3=there, ~1 4=there"));
-}
-
-TEST_F(Bus, TheEndOfAConnectionDropsItsSubscriptions) {
-  auto peer = subscriber(2);
-  EXPECT_EQ(texts.subscribers, 2);
-  peer->close();
-  kit.settle();
-  EXPECT_EQ(texts.subscribers, 0);
-  texts.put(1, "nobody hears");
-  texts.fetches = 0;
-  kit.settle();
-  EXPECT_EQ(texts.fetches, 0);
 }
 
 TEST_F(Bus, ASubscriptionEndsWhenAnotherHandlerTakesThePlace) {

@@ -24,18 +24,10 @@ class edits {
   explicit edits(unsigned seed) : random_(seed) {}
 
   void step() {
-    static constexpr void (edits::*kKinds[])() = {&edits::insert,
-                                                  &edits::insert,
-                                                  &edits::insert,
-                                                  &edits::remove,
-                                                  &edits::append,
-                                                  &edits::removeElement,
-                                                  &edits::insertViewOfItself,
-                                                  &edits::merge,
-                                                  &edits::mergeWithPrior,
-                                                  &edits::exclude,
-                                                  &edits::travel,
-                                                  &edits::rebuild};
+    static constexpr void (edits::*kKinds[])() = {
+        &edits::insert,  &edits::insert,        &edits::insert, &edits::remove,
+        &edits::append,  &edits::removeElement, &edits::merge,  &edits::mergeWithPrior,
+        &edits::exclude, &edits::travel,        &edits::rebuild};
     (this->*kKinds[random_.below(std::size(kKinds))])();
   }
 
@@ -125,13 +117,6 @@ class edits {
     message_.remove(id, element);
   }
 
-  void insertViewOfItself() {
-    const string_id from(1 + random_.below(kIds));
-    const string_id to(1 + random_.below(kIds));
-    model_[to.uid()] = message_.get(from);
-    message_.insert(to, message_.view(from));
-  }
-
   void merge() {
     if (random_.oneIn(8)) return message_.merge(message_);
     const model other = randomModel(random_.below(20));
@@ -170,11 +155,16 @@ class edits {
     message back{flat_message(flat)};
     message copy = back;
     ASSERT_EQ(copy, message_);
+    ASSERT_EQ(kept_, build(keptModel_)) << "a copy has changed";
+    kept_ = copy;
+    keptModel_ = model_;
     message_.clear();
     message_ = random_.oneIn(2) ? back : std::move(copy);
     message other;
     other.swap(message_);
     message_ = std::move(other);
+    ASSERT_TRUE(other.empty());  // NOLINT(bugprone-use-after-move): that is what is tested
+    message_ = *&message_;
   }
 
   /// Built from a list of fields at once, in descending order.
@@ -189,8 +179,8 @@ class edits {
   }
 
   testkit::random_source random_;
-  message message_;
-  model model_;
+  message message_, kept_;
+  model model_, keptModel_;
 };
 
 TEST(MessageModel, RandomEditsLeaveWhatAPlainMapHolds) {

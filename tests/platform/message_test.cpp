@@ -86,26 +86,6 @@ TEST(Message, ValuesMayBeViewsOfTheMessageItself) {
   }
 }
 
-TEST(Message, CopiesAreIndependentAndMovedFromIsEmptyAndUsable) {
-  for (const std::size_t length : {3u, 5000u}) {
-    message m{{string_id(1), std::string(length, 'a')}};
-    const message copy = m;
-    message moved = std::move(m);
-    EXPECT_TRUE(m.empty());  // NOLINT(bugprone-use-after-move): that is what is tested
-    m.insert(u32_id(1), 1);
-    moved.insert(string_id(1), "changed");
-    EXPECT_EQ(copy.get(string_id(1)).size(), length);
-    swap(m, moved);
-    EXPECT_EQ(m.get(string_id(1)), "changed");
-    EXPECT_EQ(moved, (message{{u32_id(1), 1}}));
-    m = copy;
-    m = *&m;
-    EXPECT_EQ(m, copy);
-    m = flat_message();
-    EXPECT_TRUE(m.empty());
-  }
-}
-
 TEST(Message, MergeOfThreeMayTakeItsSourceFromTheTargetOrThePrior) {
   message m{{u32_id(1), 1}};
   message prior;

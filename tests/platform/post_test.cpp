@@ -102,6 +102,8 @@ TEST_F(PostElsewhere, EndsWithoutAnAnswerInAnErrorThatSaysWhy) {
   EXPECT_EQ(taken(), "");
   kit.advance(1);
   EXPECT_EQ(taken(), "fe0103 no answer in time");
+  EXPECT_EQ(answered(), "1");
+  EXPECT_EQ(settled(), "") << "it comes too late";
   const Post cutOff = ask(numbered(2), 6000);
   accepted()->close();
   EXPECT_EQ(settled(), "fe0102 the connection ended");

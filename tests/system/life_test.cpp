@@ -1,5 +1,6 @@
 /// How a service process begins and ends.
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
@@ -70,66 +71,33 @@ TEST(Life, AServiceRemovesNoFileUnderItsNameButItsOwnLink) {
   EXPECT_EQ(std::filesystem::file_size(name), 8U);
 }
 
-TEST(Life, SigtermEndsAServiceWhenAllThatItAcceptedIsStored) {
-  constexpr std::uint32_t kTexts = 200;
-  Place place;
-  ServiceProcess service(place);
-  ASSERT_TRUE(service.start());
-  RawClient client(place.socket());
-  for (std::uint32_t id = 1; id <= kTexts; ++id)
-    client.send(addText(id, "text").insert(key::tag, id));
-  std::uint32_t acknowledged = 0;
-  const auto takeReply = [&] {
-    const auto reply = client.receive();
-    if (!reply) return false;
-    EXPECT_EQ(reply->get(key::objectId), ++acknowledged);
-    return true;
-  };
-  takeReply();
-  kill(service.pid(), SIGTERM);
-  while (takeReply()) {
-  }
-  EXPECT_EQ(service.wait(), 0);
-  EXPECT_FALSE(std::filesystem::exists(place.socket()));
-  EXPECT_EQ(service.said(), "");
-
-  ASSERT_TRUE(service.start());
-  client.connect(place.socket());
-  EXPECT_EQ(client.ask(command(cmd::getCount)).get(key::count), acknowledged);
-}
-
-struct ServiceRun {
-  std::string output;
-  int status;
-};
-
-/// The service with these words on its command line; its output as the shell's `redirection` says.
-ServiceRun runService(const std::string& words, const std::string& redirection) {
+TEST(Life, AWrongArgumentIsNamedInOneLineAndHelpSaysHowToStart) {
   const std::string service = CONFKIT_EMULATOR " '" CONFKIT_TEST_SERVICE "' 0 100 ";
-  const auto line = service + words + ' ' + redirection;
-  ServiceRun run;
-  FILE* const pipe = popen(line.c_str(), "r");
-  for (int c; (c = fgetc(pipe)) != EOF;) run.output += static_cast<char>(c);
-  run.status = WEXITSTATUS(pclose(pipe));
-  return run;
-}
-
-TEST(Life, AskedForHelpAServiceSaysHowToStartItAndEndsWell) {
-  for (const char* words : {"--help", "-h", "--bus /nowhere --help"}) {
-    const ServiceRun run = runService(words, "2>/dev/null");
-    EXPECT_EQ(run.status, 0) << words;
-    EXPECT_TRUE(run.output.starts_with("usage: ")) << run.output;
-    EXPECT_NE(run.output.find("(/var/lib/confkit/texts.db)\n"), std::string::npos) << run.output;
-  }
-}
-
-TEST(Life, AWrongArgumentIsNamedInOneLineOnTheErrorStream) {
-  for (const char* word : {"--stoer", "--store", "help"}) {
-    const ServiceRun run = runService(word, "2>&1 >/dev/null");
-    EXPECT_EQ(run.status, 1) << word;
-    EXPECT_TRUE(run.output.starts_with("texts: argument '" + std::string(word) + "': usage: "))
-        << run.output;
-    EXPECT_EQ(linesWith(run.output, ""), 1);
+  const std::string noted = "texts: argument '", usage = "usage: ";
+  const struct {
+    std::string words, redirection;
+    int status;
+    std::string begin;
+  } cases[] = {
+      {"--help", "2>/dev/null", 0, usage},
+      {"-h", "2>/dev/null", 0, usage},
+      {"--bus /nowhere --help", "2>/dev/null", 0, usage},
+      {"--stoer", "2>&1 >/dev/null", 1, noted + "--stoer': " + usage},
+      {"--store", "2>&1 >/dev/null", 1, noted + "--store': " + usage},
+      {"help", "2>&1 >/dev/null", 1, noted + "help': " + usage},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.words);
+    const auto line = service + c.words + ' ' + c.redirection;
+    std::string output;
+    FILE* const pipe = popen(line.c_str(), "r");
+    for (int byte; (byte = fgetc(pipe)) != EOF;) output += static_cast<char>(byte);
+    EXPECT_EQ(WEXITSTATUS(pclose(pipe)), c.status);
+    EXPECT_TRUE(output.starts_with(c.begin)) << output;
+    if (c.status == 0)
+      EXPECT_NE(output.find("(/var/lib/confkit/texts.db)\n"), output.npos) << output;
+    else
+      EXPECT_EQ(std::ranges::count(output, '\n'), 1) << output;
   }
 }
 

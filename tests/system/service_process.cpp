@@ -53,13 +53,6 @@ unsigned errorCode(const message& reply) {
   return code;
 }
 
-int linesWith(const std::string& text, const std::string& part) {
-  std::istringstream in(text);
-  int found = 0;
-  for (std::string line; std::getline(in, line);) found += line.find(part) != std::string::npos;
-  return found;
-}
-
 ServiceProcess::ServiceProcess(const Place& place, std::filesystem::path storeFile)
     : bus_(place.bus()),
       storeFile_(storeFile.empty() ? place.storeFile() : std::move(storeFile)),

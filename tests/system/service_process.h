@@ -30,8 +30,6 @@ message command(unsigned code, std::uint32_t id = kNoId);
 message addText(std::uint32_t id, const std::string& text);
 message setText(std::uint32_t id, const std::string& text);
 unsigned errorCode(const message& reply);
-/// The number of lines of `text` that hold `part`.
-int linesWith(const std::string& text, const std::string& part);
 
 /// A bus directory and a store file that go with this object. Other users can reach the bus.
 class Place {

@@ -3,23 +3,16 @@
 
 #include "platform/store.h"
 #include "tests/support/text_map.h"
-#include "tests/system/heap_in_use.h"
 
 namespace nv::testkit {
 
 /// In a get of an object: asks for its twin.
 inline constexpr bool_id kWithTwin{3};
 inline constexpr string_id kTwin{4};
-/// In the reply to a get: the bytes that the service has allocated and not freed.
-inline constexpr u64_id kHeapInUse{5};
 
 /// Each text has a copy, its twin, that the same command stores in a table of its own.
 class TwinMap : public TextMap {
  public:
-  message cmdGet(const message& request) override {
-    return TextMap::cmdGet(request).insert(kHeapInUse, heapInUse());
-  }
-
   message cmdGetObj(const message& request, std::uint32_t id) override {
     auto reply = TextMap::cmdGetObj(request, id);
     if (request.get(kWithTwin)) reply.insert(kTwin, twins_.get(id).get(kText));

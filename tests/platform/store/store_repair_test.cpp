@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 TEST(RepairedStoreFile, NamesEachLossInALineOfItsOwn) {
   Random random(1);
-  const Sample sample = makeClosedSample(random, 100);
+  const Sample sample = makeSample(random, 100, true);
   const auto hit = std::find_if(
       sample.last().begin(), sample.last().end(),
       [&](const auto& record) { return pagesOf(sample.file, record.second).size() == 1; });
@@ -142,8 +142,8 @@ TEST(RepairedStoreFile, NumbersTheDamagedOnesKeepsTheNewestFourAndTouchesNoOther
 TEST(RepairedStoreFile, IsReplacedFromWhereverAKilledProcessStopped) {
   Random random;
   SCOPED_TRACE(random.seed());
-  const Sample good = makeClosedSample(random, 50);
-  const Sample bad = makeSample(random, 50);
+  const Sample good = makeSample(random, 50, true);
+  const Sample bad = makeSample(random, 50, false);
   for (int stopped = 0; stopped < 3; ++stopped) {
     TempDirectory directory(TempDirectory::inMemory());
     const fs::path path = directory / "s.db";

@@ -110,11 +110,8 @@ class SampleMaker {
 
 }  // namespace
 
-Sample makeSample(Random& random, unsigned batches) {
-  return SampleMaker(random).make(batches, false);
-}
-Sample makeClosedSample(Random& random, unsigned batches) {
-  return SampleMaker(random).make(batches, true);
+Sample makeSample(Random& random, unsigned batches, bool closed) {
+  return SampleMaker(random).make(batches, closed);
 }
 
 Opened openTwice(const Bytes& file, const Bytes& log) {

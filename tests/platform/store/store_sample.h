@@ -39,10 +39,9 @@ struct Sample {
   const Records& last() const { return commits.back(); }
 };
 
-/// A file to which so many batches of changes were committed, as a killed process leaves it.
-Sample makeSample(Random& random, unsigned batches);
-/// The same after an orderly end: all is in the file.
-Sample makeClosedSample(Random& random, unsigned batches);
+/// A file to which so many batches of changes were committed, as a killed process leaves it, or
+/// closed in an orderly way: then all is in the file.
+Sample makeSample(Random& random, unsigned batches, bool closed);
 
 /// What a service finds.
 struct Opened {

@@ -141,10 +141,13 @@ TEST_F(StoreFileWithoutSpace, SaysWhyACommitFailedAndKeepsWhatWasAcknowledged) {
   expectReads(acknowledged);
 }
 
-TEST_F(StoreFileWithoutSpace, ServesEveryReadAndRefusesChangesUntilThereIsSpace) {
-  for (const unsigned records : {0u, 10u}) {
+TEST_F(StoreFileWithoutSpace, ServesEveryReadAndRefusesChangesAndRepairsUntilThereIsSpace) {
+  for (const unsigned records : {0u, 10u, 200u}) {
+    const bool damaged = records == 200;
     file_ = directory_ / std::to_string(records);
     if (records > 0) fill(records);
+    if (damaged) std::fstream(file_, std::ios::in | std::ios::out | std::ios::binary) << "no base";
+    CapturedOutput output;
     {
       FullDisk full(0);
       start();
@@ -153,21 +156,8 @@ TEST_F(StoreFileWithoutSpace, ServesEveryReadAndRefusesChangesUntilThereIsSpace)
       EXPECT_TRUE(records > 0 || !set(0, number(0)).empty()) << "nothing is kept in memory alone";
     }
     expectTakesChanges(records);
+    EXPECT_EQ(std::filesystem::exists(file_ += ".damaged-1"), damaged);
   }
-}
-
-TEST_F(StoreFileWithoutSpace, ServesADamagedFileAndRepairsItWhenThereIsSpace) {
-  fill(200);
-  std::fstream(file_, std::ios::in | std::ios::out | std::ios::binary) << "no database";
-  CapturedOutput output;
-  {
-    FullDisk full(0);
-    start();
-    expectReads(numbers(200));
-    EXPECT_NE(engine_->refusal(), "");
-  }
-  expectTakesChanges(200);
-  EXPECT_TRUE(std::filesystem::exists(directory_ / "s.db.damaged-1"));
 }
 
 TEST_F(StoreFileWithoutSpace, ReportsEachLossOnceHoweverOftenARepairFails) {
