@@ -77,7 +77,8 @@ void CfgService::judge(const message& cfg, message& reply) {
   if (cfg.get(field::number) == 13)
     reply = nv::errorMsg(0x1234, "the service says no");
   else
-    reply.insert(field::number, cfg.get(field::number));
+    reply.insert(field::number, cfg.get(field::number))
+        .insert(field::level, static_cast<unsigned>(reply.get(key::route).size()));
 }
 
 void CfgService::correct(message& cfg, vset<unsigned>& keys) {
@@ -85,6 +86,10 @@ void CfgService::correct(message& cfg, vset<unsigned>& keys) {
   if (cfg.get(field::number) != 7) return;
   cfg.insert(field::number, 8);
   keys.insert(field::number.uid());
+}
+
+void CfgService::rename(message& cfg) {
+  if (cfg.get(key::name) == "lamp") cfg.insert(key::name, "vlan30");
 }
 
 // The model.
@@ -110,6 +115,8 @@ void CfgManModel::restart(const CfgService& now) {
 
 void CfgManModel::command(const message& cmd) {
   const auto code = cmd.get(key::command);
+  if (code == cmd::getObj || code == cmd::get || code == cmd::getAll || code == cmd::getCount)
+    return told.reply(cmd, read(cmd).insert(key::route, cmd.get(key::requester)));
   message m = cmd;
   if (code == cmd::addObj) {
     if (!service.defcfg.empty()) {
@@ -123,6 +130,50 @@ void CfgManModel::command(const message& cmd) {
   auto state = m;
   if (state.get(key::replaceState)) nv::cleanSys(state);
   schedule({cmd.get(key::objectId, code == cmd::set ? 0 : kNoId), m, state, {}, cmd});
+}
+
+message CfgManModel::read(const message& cmd) const {
+  const auto code = cmd.get(key::command);
+  const auto flags = cmd.get(key::getFlags, nv::kDefaultFlags);
+  auto id = cmd.get(key::objectId, code == cmd::get ? 0 : kNoId);
+  message out;
+  if (id == kNoId) out.insert(key::count, static_cast<unsigned>(items.size()));
+  if (code == cmd::getCount) return out;
+  if ((flags & nv::kDefaultCfgBit) != 0 && !service.defcfg.empty())
+    out.insert(key::defaultCfg, service.defcfg);
+  if (code == cmd::getAll) return page(cmd, flags, out);
+  if (const auto all = iterated(); id == kNoId && !all.empty()) id = all.front();
+  if (id == kNoId) return out;
+  if (!items.contains(id)) return nv::errorMsg(nv::err::noSuchItem, "");
+  out.merge(object(id, flags));
+  return out;
+}
+
+message CfgManModel::page(const message& cmd, std::uint32_t flags, message out) const {
+  const auto all = iterated();
+  const auto start = cmd.get(key::startId, kNoId);
+  auto at = start == kNoId ? 0 : indexOf(all, start);
+  if (start != kNoId && at == all.size()) return nv::errorMsg(nv::err::noSuchPosition, "");
+  std::vector<nv::flat_message> objects;
+  for (; at < all.size(); ++at) {
+    const auto& item = items.at(all[at]);
+    if (isAbsent(item.config) || ((flags & nv::kConfigOnlyBit) != 0 && !item.store)) continue;
+    if (objects.size() == cmd.get(key::maxCount, kNoId)) {
+      out.insert(key::startId, all[at]);
+      break;
+    }
+    objects.push_back(object(all[at], flags).flat());
+  }
+  return out.insert(key::objects, objects);
+}
+
+message CfgManModel::object(std::uint32_t id, std::uint32_t flags) const {
+  message out = items.at(id).config;
+  if ((flags & nv::kConfigOnlyBit) == 0) out.merge(items.at(id).state);
+  out.insert(key::objectId, id);
+  const auto next = service.ordered && contains(order, id) ? nextIn(order, id) : kNoId;
+  if (next != kNoId) out.insert(key::nextId, next);
+  return out;
 }
 
 /// One task, phase by phase.
@@ -185,7 +236,7 @@ class CfgManModel::Run {
       if (id == kNoId) return 0xfe0007;
     } else if (!model.service.isExternal(id)) {
       if (model.allocated.contains(id)) return 0xfe0007;
-      if (id >= 1 && id <= model.service.maxId) model.allocated.insert(id);
+      if (id >= model.service.minId && id <= model.service.maxId) model.allocated.insert(id);
     }
     item = &model.items[id];
     item->store = !cfg.get(key::dynamic);
@@ -219,6 +270,7 @@ class CfgManModel::Run {
     const auto hook = model.service.hook;
     if (hook == CfgService::Hook::none || (!configChanged && task.keys.empty())) return;
     if (hook == CfgService::Hook::apply) CfgService::correct(cfg, changed);
+    if (hook == CfgService::Hook::applyItem) CfgService::rename(cfg);
     CfgService::judge(cfg, reply);
   }
 
@@ -315,7 +367,7 @@ void CfgManModel::runAll() {
 }
 
 std::optional<std::uint32_t> CfgManModel::allocate() {
-  for (std::uint32_t id = 1; id <= service.maxId; ++id)
+  for (auto id = service.minId; id <= service.maxId; ++id)
     if (allocated.insert(id).second && !items.contains(id)) return id;
   return {};
 }

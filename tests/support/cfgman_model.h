@@ -32,13 +32,15 @@ struct CfgService {
   bool hasExternalIds = false;
   std::string namePrefix;
   nv::message defcfg;
-  std::uint32_t maxId = 0xfffffffd;
+  std::uint32_t minId = 1, maxId = 0xfffffffd;
 
   bool isExternal(std::uint32_t id) const { return hasExternalIds && id >= 20 && id < 24; }
-  /// Refuses number 13. An accepted one is told in the reply.
+  /// Refuses number 13. An accepted one is told in the reply, with how far it was routed before.
   static void judge(const nv::message& cfg, nv::message& reply);
   /// What `apply` may do besides: it takes number 7 for 8, and lets go what has number 6.
   static void correct(nv::message& cfg, vset<unsigned>& keys);
+  /// And `applyItem`: it gives "lamp" a name that counts as a default one.
+  static void rename(nv::message& cfg);
 };
 
 /// What an observer sees in an update: all that it is handed, and the default name at that time.
@@ -82,7 +84,7 @@ class CfgManModel {
   nv::testkit::Recorder told;
   std::vector<Observed> observed;
 
-  /// A changing command as it reaches the handler.
+  /// A command as it reaches the handler. What reads is answered at once.
   void command(const nv::message& cmd);
   void schedule(Task task) { tasks_.push_back(std::move(task)); }
   void runAll();
@@ -98,6 +100,9 @@ class CfgManModel {
  private:
   class Run;
 
+  nv::message read(const nv::message& cmd) const;
+  nv::message page(const nv::message& cmd, std::uint32_t flags, nv::message out) const;
+  nv::message object(std::uint32_t id, std::uint32_t flags) const;
   std::optional<std::uint32_t> allocate();
   void erase(std::uint32_t id);
   void set(std::uint32_t id, const nv::message& record);
