@@ -152,6 +152,7 @@ class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInter
       };
     if (service.hook == CfgService::Hook::applyItem)
       cm->applyItem = [](CfgMan* manager, CfgMan::Item* item, vset<unsigned>&, message& reply) {
+        EXPECT_EQ(manager->curItem, item);
         CfgService::rename(item->config);
         CfgService::judge(item->config, reply);
         manager->generateDefaultName();  // leaves no trace, also when the change is refused

@@ -1,4 +1,4 @@
-// Default names, and the numbers of places.
+// Default names, and ids.
 #include "tests/support/cfgman_fixture.h"
 
 using namespace test;
@@ -9,25 +9,6 @@ class CfgManNames : public CfgManTest {
  protected:
   std::string nameOf(std::uint32_t id) const { return cm->find(id)->config.get(key::name); }
 };
-
-TEST_F(CfgManNames, CountWhateverAHookMakesOfThem) {
-  configure = [this] {
-    cm->namePrefix = "vlan";
-    cm->applyItem = [](CfgMan*, CfgMan::Item* item, vset<unsigned>&, message& reply) {
-      if (item->config.get(key::name) != "VLAN2") return;
-      item->config.insert(key::name, "vlan2");
-      reply = nv::failedMsg("taken");
-    };
-  };
-  for (const auto kind : {Kind::unordered, Kind::ordered}) {
-    startEmpty(kind);
-    for (const auto id : {1u, 2u}) EXPECT_EQ(nameOf(add()), "vlan" + std::to_string(id));
-    EXPECT_TRUE(nv::isError(ask(cmd::addObj, {{key::name, "VLAN2"}})));
-    EXPECT_EQ(cm->generateDefaultName(), "vlan3");
-    set(2, {{key::name, "office"}});
-    EXPECT_EQ(cm->generateDefaultName(), "vlan2");
-  }
-}
 
 TEST_F(CfgManNames, AreOneAboveTheHighest) {
   const struct {
@@ -68,70 +49,23 @@ TEST_F(CfgManNames, AreGivenToWhatHasNoneAndShallHaveOne) {
   EXPECT_TRUE(cm->find(add())->config.has(key::name));
 }
 
-// The numbers of places.
+class CfgManIds : public CfgManTest {};
 
-class CfgManPositions : public CfgManTest {
- protected:
-  CfgManPositions() { start(Kind::ordered); }
-
-  /// The numbers along the order, hexadecimal.
-  std::string positions() const {
-    std::ostringstream all;
-    for (const auto id : iterated())
-      all << (all.view().empty() ? "" : " ") << std::hex << cm->find(id)->ord->position;
-    return all.str();
-  }
-};
-
-TEST_F(CfgManPositions, AreTakenAtTheEndsAndMissingInBetween) {
-  const struct {
-    message change;
-    const char* positions;
-    bool valid;
-  } steps[] = {
-      {command(cmd::addObj), "80000000", true},
-      {command(cmd::addObj), "80000000 80000002", true},
-      {command(cmd::addObj, {{key::nextId, 1}}), "7ffffffe 80000000 80000002", true},
-      {command(cmd::removeObj, {{key::objectId, 1}}), "7ffffffe 80000002", true},
-      {command(cmd::addObj, {{key::nextId, 2}}), "7ffffffe ffffffff 80000002", false},
-      {command(cmd::moveObj, {{key::objectId, 1}}), "7ffffffe 80000002 80000004", false},
-  };
-  for (const auto& step : steps) {
-    ask(step.change);
-    EXPECT_EQ(positions(), step.positions);
-    EXPECT_EQ(cm->positionsValid, step.valid);
-  }
-  cm->updatePositions();
-  EXPECT_EQ(positions(), "80000000 80000002 80000004");
-  EXPECT_TRUE(cm->positionsValid);
-  add({{key::nextId, 3}});
-  cm->updatePositions();
-  EXPECT_EQ(positions(), "7ffffffe 80000000 80000002 80000004") << "valid already";
-
-  start(Kind::unordered);
-  cm->positionsValid = false;
-  cm->updatePositions();
-  EXPECT_FALSE(cm->positionsValid);
-}
-
-TEST_F(CfgManPositions, RunOutAtEitherEnd) {
-  const struct {
-    std::uint32_t neighbour, next;
-    const char* expected;
-  } cases[] = {
-      {0xffffffef, kNoId, "ffffffef fffffff1"},
-      {0xfffffff0, kNoId, "fffffff0 ffffffff"},
-      {0x11, 1, "f 11"},
-      {0x10, 1, "ffffffff 10"},
-      {0xffffffff, 1, "fffffffd ffffffff"},
-  };
-  for (const auto& one : cases) {
-    startEmpty(Kind::ordered);
-    add();
-    cm->find(1)->ord->position = one.neighbour;
-    add({{key::nextId, one.next}});
-    EXPECT_EQ(positions(), one.expected);
-  }
+TEST_F(CfgManIds, AReplacedAllocatorGivesNoIdTwice) {
+  EXPECT_EQ(cm->alloc, nullptr);
+  EXPECT_EQ(cm->allocMin, kNoId);
+  EXPECT_EQ(cm->allocMax, 0u);
+  set(1, {{key::name, "refused"}});  // even this one makes it
+  ASSERT_NE(cm->alloc, nullptr);
+  EXPECT_EQ(cm->alloc->min(), 1u);
+  EXPECT_EQ(cm->alloc->max(), 0xfffffffdu);
+  for (const auto id : {1u, 2u, 3u}) EXPECT_EQ(add(), id);
+  cm->setAllocator(2, 5);
+  EXPECT_EQ(cm->allocMin, 2u);
+  EXPECT_EQ(cm->allocMax, 5u);
+  EXPECT_EQ(add(), 4u);
+  EXPECT_EQ(cm->plant(false, nullptr).item()->id, 5u);
+  EXPECT_EQ(ask(cmd::addObj), nv::errorMsg(err::idInUse, ""));
 }
 
 }  // namespace
