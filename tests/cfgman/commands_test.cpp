@@ -1,4 +1,4 @@
-// What clients read, and what becomes of commands that make little sense.
+// What clients read, what becomes of commands that make little sense, names and ids.
 #include "tests/support/cfgman_fixture.h"
 
 using namespace test;
@@ -116,6 +116,42 @@ TEST_F(CfgManCommands, AReplacedDoGetAnswersInItsOwnTime) {
   EXPECT_EQ(asked, "4294967295 0 inside");
   answer = message();
   EXPECT_EQ(cm->handler->objectCount(), kNoId);
+}
+
+using CfgManNames = CfgManTest;
+
+TEST_F(CfgManNames, AreOneAboveTheHighest) {
+  const struct {
+    std::string prefix;
+    std::vector<std::string> names;
+    std::string expected;
+  } cases[] = {
+      {"vlan", {"vlan1", "vlan00"}, "vlan101"},
+      {"vlan", {"vlan-3", "vlan 4", "vlan\xd9\xa1", "Vlan9", "vlan4"}, "vlan5"},
+      {"vlan", {"vlan4294967295"}, "vlan4294967296"},
+      {"vlan", {"vlan" + std::string(100, '9')}, "vlan1" + std::string(100, '0')},
+      {"eth9", {"eth99"}, "eth010"},
+      {"99", {"999"}, "0010"},
+  };
+  for (const auto& [prefix, names, expected] : cases) {
+    startEmpty(Kind::ordered);
+    for (const auto& name : names) add({{key::name, name}});
+    cm->namePrefix = prefix;
+    EXPECT_EQ(cm->find(add())->config.get(key::name), expected);
+  }
+}
+
+TEST_F(CfgManNames, AReplacedAllocatorGivesNoIdTwice) {
+  set(1, {{key::name, "refused"}});  // even this one makes it
+  ASSERT_NE(cm->alloc, nullptr);
+  EXPECT_EQ(cm->alloc->min(), 1u);
+  EXPECT_EQ(cm->alloc->max(), 0xfffffffdu);
+  for (const auto id : {1u, 2u, 3u}) EXPECT_EQ(add(), id);
+  cm->setAllocator(2, 4);
+  EXPECT_EQ(cm->allocMin, 2u);
+  EXPECT_EQ(cm->allocMax, 4u);
+  EXPECT_EQ(cm->plant(false, nullptr).item()->id, 4u);
+  EXPECT_EQ(ask(cmd::addObj), nv::errorMsg(err::idInUse, ""));
 }
 
 }  // namespace
