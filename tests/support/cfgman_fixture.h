@@ -23,7 +23,6 @@
 #include "platform/commands.h"
 #include "platform/errors.h"
 #include "testing/kit.h"
-#include "tests/support/cfgman_faults.h"
 
 namespace nv {
 inline void PrintTo(const message& m, std::ostream* os) { m.dump2(*os, "", 0); }
@@ -43,11 +42,6 @@ using Fields = std::initializer_list<nv::field_value>;
 inline message command(unsigned code, Fields fields = {}) {
   message m(fields);
   return std::move(m.insert(key::command, code));
-}
-
-inline testing::AssertionResult verify(const CfgMan& manager) {
-  const auto fault = faultOf(manager);
-  return fault.empty() ? testing::AssertionSuccess() : testing::AssertionFailure() << fault;
 }
 
 /// `cm` has handler 5, the runner `tasks` of its own, and, from `start`, the store "items".

@@ -4,6 +4,9 @@
 #include <iterator>
 #include <utility>
 
+#include "cfgman/item.h"
+#include "cfgman/item_order.h"
+#include "cfgman/iterator.h"
 #include "message/equal.h"
 #include "message/merge.h"
 #include "platform/commands.h"
@@ -82,6 +85,7 @@ void CfgService::judge(const message& cfg, message& reply) {
 }
 
 void CfgService::correct(message& cfg, vset<unsigned>& keys) {
+  if (keys.has(1)) cfg.insert(key::cfgText, "told");
   if (cfg.get(field::number) == 6) cfg.insert(key::absent, 1);
   if (cfg.get(field::number) != 7) return;
   cfg.insert(field::number, 8);
@@ -89,7 +93,28 @@ void CfgService::correct(message& cfg, vset<unsigned>& keys) {
 }
 
 void CfgService::rename(message& cfg) {
-  if (cfg.get(key::name) == "lamp") cfg.insert(key::name, "vlan30");
+  if (cfg.get(key::name) == "lamp") cfg.insert(key::name, "vlan999");
+  if (cfg.get(key::name) == "vlan1234") cfg.insert(key::name, "made");
+}
+
+void CfgService::setUp(CfgMan& manager) const {
+  manager.configIds.insert(field::number.uid());
+  manager.stateIds.insert(field::level.uid());
+  manager.namePrefix = namePrefix;
+  manager.defcfg = defcfg;
+  manager.setAllocator(minId, maxId);
+  if (hasExternalIds) manager.isExternalId = [now = *this](auto id) { return now.isExternal(id); };
+  if (hook == Hook::apply)
+    manager.apply = [](auto*, auto*, message& cfg, vset<unsigned>& keys, message& reply) {
+      correct(cfg, keys);
+      judge(cfg, reply);
+    };
+  if (hook == Hook::applyItem)
+    manager.applyItem = [](CfgMan* served, CfgMan::Item* item, auto&, message& reply) {
+      rename(item->config);
+      judge(item->config, reply);
+      served->generateDefaultName();  // leaves no trace, also when the change is refused
+    };
 }
 
 // The model.
@@ -474,6 +499,37 @@ Ids CfgManModel::iterated() const {
   Ids ids;
   for (const auto& [id, item] : items) ids.push_back(id);
   return ids;
+}
+
+std::string CfgManModel::difference(CfgMan& manager) const {
+  Ids found, stored;
+  for (const auto* item : manager) found.push_back(item->id);
+  if (found != iterated()) return "the order";
+  for (const auto* item = manager.order->firstStored(); item;
+       item = manager.order->nextStored(*item))
+    stored.push_back(item->id);
+  if (stored != storeOrder) return "the stored order";
+  if (manager.items.size() != items.size()) return "the number of items";
+  if (manager.alloc->used() != allocated.size()) return "the number of ids";
+  if (manager.updateOrigin != updateOrigin) return "the origin";
+  if (manager.positionsValid != positionsValid) return "whether positions count";
+  if (manager.curItem != nullptr || manager.curKeys != nullptr) return "an update under way";
+  if (manager.generateDefaultName() != defaultName()) return "the default name";
+  for (const auto& [id, expected] : items) {
+    const auto* const item = manager.find(id);
+    const auto where = " of item " + std::to_string(id);
+    if (item == nullptr || item->id != id) return "the place" + where;
+    if (item->config != expected.config) return "the configuration" + where;
+    if (item->state != expected.state) return "the state" + where;
+    if (item->store != expected.store) return "the storing" + where;
+    if (contains(order, id) != (item->ord != nullptr)) return "the node" + where;
+    if (item->ord != nullptr && item->ord->position != expected.position)
+      return "the position" + where;
+    if (item->ord != nullptr &&
+        (manager.order->previous(*item) == nullptr) != (id == order.front()))
+      return "the way back" + where;
+  }
+  return {};
 }
 
 std::string CfgManModel::defaultName() const {

@@ -35,11 +35,14 @@ struct CfgService {
   std::uint32_t minId = 1, maxId = 0xfffffffd;
 
   bool isExternal(std::uint32_t id) const { return hasExternalIds && id >= 20 && id < 24; }
+  /// Makes `manager` serve this, before it has a store.
+  void setUp(CfgMan& manager) const;
   /// Refuses number 13. An accepted one is told in the reply, with how far it was routed before.
   static void judge(const nv::message& cfg, nv::message& reply);
-  /// What `apply` may do besides: it takes number 7 for 8, and lets go what has number 6.
+  /// What `apply` may do besides: it takes number 7 for 8, lets go what has number 6, and answers
+  /// key 1 with a text.
   static void correct(nv::message& cfg, vset<unsigned>& keys);
-  /// And `applyItem`: it gives "lamp" a name that counts as a default one.
+  /// And `applyItem`: it gives a name that counts as a default one, and takes another away.
   static void rename(nv::message& cfg);
 };
 
@@ -96,6 +99,8 @@ class CfgManModel {
   std::string defaultName() const;
   /// The ids in iteration order.
   Ids iterated() const;
+  /// Where `manager` is otherwise between updates, in a few words; empty: nowhere.
+  std::string difference(CfgMan& manager) const;
 
  private:
   class Run;
