@@ -3,8 +3,8 @@
 #include <list>
 #include <vector>
 
-#include "tests/support/cfgman_fixture.h"
 #include "tests/support/cfgman_model.h"
+#include "tests/support/cfgman_watchers.h"
 #include "tests/support/random.h"
 
 using namespace test;
@@ -131,10 +131,20 @@ class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInter
     configure = [&] {
       watcher.manager = cm.get();
       cm->links.push_back(&watcher);
+      cm->mkSubscr = [](const message& request, bool) {
+        return request.empty() ? nullptr : new Filter(request, 5, [](unsigned, const message& cfg) {
+          EXPECT_EQ(cfg.get(key::absent), 0u);
+          EXPECT_FALSE(cfg.has(key::stateFlag));
+          return CfgService::interests(cfg);
+        });
+      };
       service.setUp(*cm);
     };
     start(service.ordered ? Kind::ordered : Kind::unordered);
     model.restart(service);
+    bool isPlain = true;
+    for (const auto& request : {message(), command(cmd::subscribe)})
+      cm->handler->subscribe(request, isPlain);
     EXPECT_EQ(stores.records("items"), model.records);
     compareObserved();
     model.told.clear();
@@ -222,6 +232,10 @@ class CfgManBesideItsModel : public CfgManTest, public ::testing::WithParamInter
     for (std::size_t k = 0; k < told.undos.size(); ++k) {
       EXPECT_EQ(seen.undos[k].undo, told.undos[k].undo);
       EXPECT_EQ(seen.undos[k].request, told.undos[k].request);
+    }
+    for (std::size_t k = 0; k < told.notifies.size(); ++k) {
+      EXPECT_EQ(seen.notifies[k].removed, told.notifies[k].removed);
+      EXPECT_EQ(!seen.notifies[k].cookie, !told.notifies[k].cookie);
     }
     for (std::size_t k = 0; k < told.storeOps.size(); ++k)
       EXPECT_EQ(seen.storeOps[k].record, told.storeOps[k].record);

@@ -217,6 +217,7 @@ class CfgManModel::Run {
     reply.insert(key::objectId, task.id);
     if (nv::isError(reply)) return rollBack();
     publishUndo();
+    notify();
     tellObservers();
     if (configChanged) placeAndStore();
     removeIfGone();
@@ -320,6 +321,15 @@ class CfgManModel::Run {
     if (isAbsent(item->config)) return say(0xfe0005, 0xfe0006, created ? " added" : " changed");
     if (isAbsent(cfg)) return say(0xfe0006, 0xfe0005, " removed");
     say(0xfe0003, 0xfe0003, " changed");
+  }
+
+  void notify() {
+    const auto was = isAbsent(item->config) ? message() : item->config;
+    const auto is = isAbsent(cfg) ? message() : cfg;
+    if (changed.empty()) return;
+    model.told.notifyChange(nullptr, task.id, isAbsent(cfg), nullptr, {});
+    if (CfgService::interests(was) || CfgService::interests(is))
+      model.told.notifyChange(nullptr, task.id, isAbsent(cfg), &model, {});
   }
 
   void tellObservers() {

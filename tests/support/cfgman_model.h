@@ -44,6 +44,8 @@ struct CfgService {
   static void correct(nv::message& cfg, vset<unsigned>& keys);
   /// And `applyItem`: it gives a name that counts as a default one, and takes another away.
   static void rename(nv::message& cfg);
+  /// Which configurations its second subscriber wants to hear of.
+  static bool interests(const nv::message& cfg) { return cfg.get(field::number) > 6; }
 };
 
 /// What an observer sees in an update: all that it is handed, and the default name at that time.
@@ -83,7 +85,8 @@ class CfgManModel {
   bool positionsValid = true;
   std::uint32_t updateOrigin = 0;
   Records records;
-  /// Replies, undo records and store operations, in order.
+  /// Replies, undo records, notifications and store operations, in order. There is a plain
+  /// subscriber, whose cookie is null, and one with a filter.
   nv::testkit::Recorder told;
   std::vector<Observed> observed;
 
