@@ -94,32 +94,6 @@ TEST_F(CfgManUpdates, TakeEffectInOrder) {
   EXPECT_EQ(ids(), "2");
 }
 
-TEST_F(CfgManUpdates, LeaveARecordOfWhatWasAndOfWhatWasNot) {
-  const auto change = [](message fields) {
-    return fields.insert(key::command, cmd::setObj).insert(key::objectId, 1);
-  };
-  const Ids name{key::name.uid()}, text{key::cfgText.uid()};
-  const struct {
-    message command, undo;
-    const char* description;
-  } rows[] = {
-      {command(cmd::addObj, {{key::name, "a"}}),
-       command(cmd::removeObj, {{key::absent, 1}, {key::removals, name}}), "a added"},
-      {change({{key::name, "b"}, {key::cfgText, "t"}}),
-       command(cmd::setObj, {{key::name, "a"}, {key::removals, text}}), "b changed"},
-      {change({{key::absent, 2}}),
-       command(cmd::addObj,
-               {{key::name, "b"}, {key::cfgText, "t"}, {key::absent, 0}, {key::removals, {}}}),
-       "b removed"},
-  };
-  for (const auto& [request, expected, description] : rows) {
-    ask(request);
-    EXPECT_EQ(undo().description, description);
-    EXPECT_EQ(undo().undo, message(expected).insert(key::objectId, 1));
-  }
-  EXPECT_EQ(undo().request.get(key::command), cmd::removeObj);
-}
-
 TEST_F(CfgManUpdates, ARecordSentBackRestoresConfigurationOrderAndStore) {
   start(Kind::ordered);
   for (const auto* name : {"a", "b", "c"}) add({{key::name, name}, {key::cfgText, name}});
