@@ -34,15 +34,6 @@ class CfgManNotify : public CfgManTest {
     names_[made] = name;
     return made;
   }
-  /// A client that has subscribed.
-  std::unique_ptr<nv::testkit::BusPeer> subscribeByBus(std::uint32_t flags) {
-    kit->listen(5);
-    auto peer = kit->connect();
-    peer->send(command(cmd::subscribe, {{key::route, {5}}, {key::tag, 1}, {key::getFlags, flags}}));
-    kit->settle();
-    EXPECT_FALSE(nv::isError(peer->received().at(0)));
-    return peer;
-  }
   /// Since the last call: "plain 1, a 1 gone".
   std::string told() {
     std::string text;
@@ -98,7 +89,12 @@ TEST_F(CfgManNotify, SubscribersOnTheBusAreSentTheObjectWithTheirFlags) {
     ++flushes;
     cm->handler->flushNotifies();  // what it replaces
   };
-  const auto peer = subscribeByBus(nv::kConfigOnlyBit);
+  kit->listen(5);
+  const auto peer = kit->connect();
+  peer->send(command(cmd::subscribe,
+                     {{key::route, {5}}, {key::tag, 1}, {key::getFlags, nv::kConfigOnlyBit}}));
+  kit->settle();
+  EXPECT_FALSE(nv::isError(peer->received().at(0)));
   flushes = 0;
   add({{key::name, "a"}});
   kit->settle();

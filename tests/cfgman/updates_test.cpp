@@ -9,20 +9,19 @@ class CfgManUpdates : public CfgManTest {
  protected:
   CfgManUpdates() {
     configure = [this] {
-      cm->apply = [this](auto*, auto* item, auto& cfg, auto& keys, auto& answer) {
+      cm->apply = [this](auto*, auto* item, auto&, auto& keys, auto& answer) {
         std::ostringstream text;
         text << "apply " << item->id << std::hex;
         for (const auto uid : keys) text << ' ' << uid;
         kit->seen().log.push_back(text.str());
         EXPECT_EQ(cm->curItem, item);
         EXPECT_EQ(cm->curKeys, &keys);
-        if (onApply) onApply(item, cfg, keys, answer);
+        if (onApply) onApply(item, answer);
       };
       cm->applyItem = [](auto*, auto*, auto&, auto&) { ADD_FAILURE() << "apply goes before it"; };
     };
     start(Kind::unordered);
   }
-  const nv::testkit::Recorder::Undo& undo() const { return kit->seen().undos.at(0); }
   /// Every item's configuration along the order, and every record.
   std::string state() {
     std::ostringstream all;
@@ -32,7 +31,7 @@ class CfgManUpdates : public CfgManTest {
     return all.str();
   }
 
-  std::function<void(CfgMan::Item*, message&, vset<unsigned>&, message&)> onApply;
+  std::function<void(CfgMan::Item*, message&)> onApply;
 };
 
 TEST_F(CfgManUpdates, TakeEffectInOrder) {
@@ -115,7 +114,7 @@ TEST_F(CfgManUpdates, ARecordSentBackRestoresConfigurationOrderAndStore) {
     restart();
     const auto before = state();
     ask(change);
-    const auto undone = undo().undo;
+    const auto undone = kit->seen().undos.at(0).undo;
     ASSERT_NE(state(), before) << ::testing::PrintToString(change);
     restart();
     ask(undone);
@@ -125,7 +124,7 @@ TEST_F(CfgManUpdates, ARecordSentBackRestoresConfigurationOrderAndStore) {
 
 TEST_F(CfgManUpdates, ItemLinksLiveAsLongAsTheirConfiguration) {
   unsigned turn = 0;
-  onApply = [&](CfgMan::Item* item, auto&, auto&, message& answer) {
+  onApply = [&](CfgMan::Item* item, message& answer) {
     EXPECT_TRUE(item->links.empty());
     EXPECT_EQ(item->about, nullptr);
     const auto name = std::to_string(++turn);

@@ -5,7 +5,7 @@ using namespace test;
 
 namespace {
 
-class GetallPacing : public GetallTest {};
+using GetallPacing = GetallTest;
 
 TEST_F(GetallPacing, AnswersAfterAHundredMillisecondsWhateverThereIs) {
   open();

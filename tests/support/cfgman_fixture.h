@@ -114,19 +114,13 @@ class CfgManTest : public ::testing::Test {
   }
   message remove(std::uint32_t id) { return ask(cmd::removeObj, {{key::objectId, id}}); }
   /// An update that the service makes itself.
-  void update(std::uint32_t id, message cfg, vset<unsigned> keys = {}, message request = {}) {
-    cm->scheduleUpdate(id, std::move(cfg), {}, std::move(keys), std::move(request));
+  void update(std::uint32_t id, message cfg) {
+    cm->scheduleUpdate(id, std::move(cfg), {}, {}, {});
     runAll();
   }
   std::string line() const { return kit->seen().line(); }
 
-  /// The ids in iteration order.
-  Ids iterated() const {
-    Ids all;
-    for (const auto* item : *cm) all.push_back(item->id);
-    return all;
-  }
-  /// The same as "3 1 2", absent ones as "~4".
+  /// The ids in iteration order, "3 1 2", absent ones as "~4".
   std::string ids() const {
     std::string all;
     for (const auto* item : *cm)
