@@ -9,7 +9,7 @@ constexpr std::array kWords{"HOST_NAME", "LOCATION", "TIME_ZONE", "CONTACT"};
 static_assert(kWords.size() == kFields.size());
 
 /// What a shell would do something with gets a backslash.
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
   std::string out = "\"";
   for (const char c : text) {
     if (std::string_view("\"\\$`").find(c) != std::string_view::npos) out += '\\';
@@ -23,7 +23,7 @@ std::string quoted(std::string_view text) {
 std::string identityText(const Values& values) {
   std::string text = "# Written by the identity service. Changes made here are lost.\n";
   for (std::size_t k = 0; k < values.size(); ++k)
-    text += std::string(kWords[k]) + '=' + quoted(values[k]) + '\n';
+    text += std::string(kWords[k]) + '=' + inQuotes(values[k]) + '\n';
   return text;
 }
 

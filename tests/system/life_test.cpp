@@ -105,8 +105,8 @@ struct ServiceRun {
 
 /// The service with these words on its command line; its output as the shell's `redirection` says.
 ServiceRun runService(const std::string& words, const std::string& redirection) {
-  const std::string line = std::string(CONFKIT_EMULATOR) + " '" + CONFKIT_TEST_SERVICE +
-                           "' 0 100 " + words + ' ' + redirection;
+  const std::string service = CONFKIT_EMULATOR " '" CONFKIT_TEST_SERVICE "' 0 100 ";
+  const auto line = service + words + ' ' + redirection;
   ServiceRun run;
   FILE* const pipe = popen(line.c_str(), "r");
   for (int c; (c = fgetc(pipe)) != EOF;) run.output += static_cast<char>(c);

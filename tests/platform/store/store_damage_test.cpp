@@ -34,7 +34,7 @@ struct Damage {
 const Damage kDamages[] = {
     {"one bit", [](Bytes& b, Random& r) { changeBit(b[anywhere(b, r)], r); }},
     {"a bit in the first bytes of a page",
-     [](Bytes& b, Random& r) { changeBit(anyPage(b, r)[r.below(30)], r); }},
+     [](Bytes& b, Random& r) { changeBit(anyPage(b, r)[static_cast<int>(r.below(30))], r); }},
     {"many bytes",
      [](Bytes& b, Random& r) {
        for (int i = 0; i < 40; ++i) b[anywhere(b, r)] = anyByte(r);
