@@ -111,9 +111,9 @@ void CfgService::setUp(CfgMan& manager) const {
     };
   if (hook == Hook::applyItem)
     manager.applyItem = [](CfgMan* served, CfgMan::Item* item, auto&, message& reply) {
+      served->generateDefaultName();  // leaves no trace, also when the change is refused
       rename(item->config);
       judge(item->config, reply);
-      served->generateDefaultName();  // leaves no trace, also when the change is refused
     };
 }
 
