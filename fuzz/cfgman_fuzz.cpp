@@ -2,21 +2,18 @@
 // any values, and restarts. Each input is a list of steps: a command code, a user, a number of
 // fields, each a key and a value; or a code that ends the process.
 #include <iterator>
-#include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "cfgman/cfg_handler.h"
 #include "cfgman/cfgman.h"
-#include "cfgman/item.h"
 #include "cfgman/iterator.h"
 #include "cfgman/run_task.h"
 #include "fuzz/input.h"
 #include "fuzz/require.h"
 #include "platform/commands.h"
 #include "testing/kit.h"
-#include "tests/support/cfgman_faults.h"
+#include "tests/support/cfgman_model.h"
 
 namespace {
 
@@ -24,86 +21,69 @@ using namespace nv;
 using fuzz::Input;
 using fuzz::require;
 
-constexpr string_id kText{1};
-constexpr u32_id kNumber{2};
-constexpr unsigned kRefused = 13;
-
-/// One life of the manager. Lives on one set of stores follow one another.
+/// One life of the manager beside its model. Lives on one set of stores follow one another.
 class Process {
  public:
-  explicit Process(testkit::MemoryStores& stores) : kit_(stores), manager_(&tasks_) {
-    manager_.namePrefix = "item";
-    manager_.configIds.insert(kText.uid());
-    manager_.configIds.insert(kNumber.uid());
-    manager_.apply = [](CfgMan*, CfgMan::Item*, message& cfg, vset<unsigned>&, message& reply) {
-      if (cfg.get(kNumber) == kRefused) reply = failedMsg("no such number");
+  Process(testkit::MemoryStores& stores, test::CfgManModel& model)
+      : kit_(stores), stores_(stores), manager_(&tasks_), model_(model) {
+    test::CfgService service;
+    service.ordered = true;
+    service.hook = test::CfgService::Hook::apply;
+    service.namePrefix = "item";
+    service.setUp(manager_);
+    manager_.doCmd = [this](Handler*, const message& cmd) {
+      if (isChange(cmd.get(key::command))) model_.command(cmd);
+      manager_.defDoCmd(cmd);
     };
     manager_.setHandler(5);
     manager_.setStore("items", true);
+    model_.restart(service);
     run();
   }
-  /// What it gave to the store is on disk.
-  ~Process() { kit_.settle(); }
+  ~Process() {
+    run();
+    kit_.settle();
+    require(stores_.records("items") == model_.records);
+  }
 
   void ask(const message& cmd, const testkit::Requester& who) {
     kit_.ask(*manager_.handler, cmd, who);
   }
   void run() {
     while (tasks_.run()) continue;
-    require(test::faultOf(manager_).empty());
+    model_.runAll();
+    require(model_.difference(manager_).empty());
+    model_.told.clear();
+    model_.observed.clear();
   }
-  void plant(bool dynamic) { manager_.plant(dynamic, nullptr); }
-
-  std::vector<std::uint32_t> order() {
-    std::vector<std::uint32_t> ids;
-    for (const auto* item : manager_) ids.push_back(item->id);
-    return ids;
-  }
-  /// What must survive the process.
-  std::map<std::uint32_t, std::string> storedTexts() {
-    std::map<std::uint32_t, std::string> all;
-    for (const auto* item : manager_)
-      if (item->store) all[item->id] = item->config.get(kText);
-    return all;
-  }
-  /// Of an item that exists; it must.
-  std::string textOf(std::uint32_t id) const {
-    const auto* const item = manager_.find(id);
-    require(item != nullptr && item->exists());
-    return item->config.get(kText);
+  void plant(bool dynamic) {
+    manager_.plant(dynamic, nullptr);
+    model_.plant(dynamic, false);
   }
 
  private:
+  static bool isChange(unsigned code) {
+    return code == cmd::addObj || code == cmd::setObj || code == cmd::set ||
+           code == cmd::removeObj || code == cmd::moveObj;
+  }
+
   testkit::Kit kit_;
+  testkit::MemoryStores& stores_;
   CfgMan::RunTask tasks_;
   CfgMan manager_;
+  test::CfgManModel& model_;
 };
 
-/// Ends the process and starts another. What was stored is there again, and once more after a start
-/// without changes in between, in the same order.
-void restart(std::unique_ptr<Process>& process, testkit::MemoryStores& stores) {
-  const auto texts = process->storedTexts();
-  std::vector<std::uint32_t> order;
-  for (const bool isFirst : {true, false}) {
-    process.reset();
-    process = std::make_unique<Process>(stores);
-    require(isFirst || process->order() == order);
-    order = process->order();
-  }
-  for (const auto& [id, text] : texts) require(process->textOf(id) == text);
-  for (const auto& [id, record] : stores.records("items"))
-    require(id == kHeadId || process->textOf(id) == record.get(kText));
-}
-
-constexpr u32_id kNumbers[] = {key::objectId, key::nextId,   key::nextId,      key::absent,
-                               key::startId,  key::maxCount, key::getFlags,    key::rights,
-                               kNumber,       key::command,  key::replyMarker, key::managedId};
+constexpr u32_id kNumbers[] = {key::objectId, key::nextId,      key::nextId,
+                               key::absent,   key::startId,     key::maxCount,
+                               key::getFlags, key::rights,      test::field::number,
+                               key::command,  key::replyMarker, key::managedId};
 constexpr bool_id kFlags[] = {key::dynamic, key::cfgFlagA, key::stateFlag, key::replaceState};
 constexpr u32_array_id kArrays[] = {key::requester, key::route, key::removals};
-constexpr string_id kTexts[] = {key::name, kText, key::cfgText};
-constexpr std::uint32_t kUids[] = {key::name.uid(),    key::nextId.uid(),   key::absent.uid(),
-                                   key::dynamic.uid(), key::objectId.uid(), kNumber.uid(),
-                                   0x38fe0005,         0x0ffe0005};
+constexpr string_id kTexts[] = {key::name, key::cfgText};
+constexpr std::uint32_t kUids[] = {
+    key::name.uid(),     key::nextId.uid(),         key::absent.uid(), key::dynamic.uid(),
+    key::objectId.uid(), test::field::number.uid(), 0x38fe0005,        0x0ffe0005};
 
 void addField(message& cmd, Input& input) {
   const unsigned which = input.byte();
@@ -133,11 +113,13 @@ unsigned codeOf(unsigned byte) {
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
   Input input(data, size);
   testkit::MemoryStores stores;
-  auto process = std::make_unique<Process>(stores);
+  test::CfgManModel model;
+  auto process = std::make_unique<Process>(stores, model);
   while (!input.empty()) {
     const auto code = codeOf(input.byte());
     if (code == kRestart) {
-      restart(process, stores);
+      process.reset();
+      process = std::make_unique<Process>(stores, model);
       continue;
     }
     if (code == kPlant) {
@@ -151,7 +133,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     process->ask(cmd, (how & 1) != 0 ? testkit::user() : testkit::Requester{});
     if ((how & 2) == 0) process->run();
   }
-  process->run();
-  restart(process, stores);
+  process.reset();
+  Process(stores, model).run();
   return 0;
 }

@@ -1,14 +1,9 @@
-// What clients read, and what becomes of commands that make little sense.
+// What clients read, what becomes of commands that make little sense, names and ids.
 #include "tests/support/cfgman_fixture.h"
 
 using namespace test;
 
 namespace {
-
-message with(message first, const message& second) {
-  first.merge(second);
-  return first;
-}
 
 class CfgManCommands : public CfgManTest {
  protected:
@@ -16,41 +11,18 @@ class CfgManCommands : public CfgManTest {
     start(Kind::unstored);
     for (const auto* name : {"a", "b", "c"}) add({{key::name, name}});
   }
-
-  /// One page of get all as ids and the id to go on from: "1 2>3".
-  std::string page(const message& fields) {
-    const auto answer = ask(with(fields, command(cmd::getAll)));
-    if (nv::isError(answer)) return "error";
-    std::string text;
-    for (const auto& flat : answer.get(key::objects))
-      text += (text.empty() ? "" : " ") + std::to_string(message(flat).get(key::objectId));
-    return answer.has(key::startId) ? text + ">" + std::to_string(answer.get(key::startId)) : text;
-  }
 };
 
-message named(std::uint32_t id, const char* name) {
-  return {{key::objectId, id}, {key::name, name}, {key::absent, 0}, {key::stateFlag, true}};
-}
-
 TEST_F(CfgManCommands, ReadsAreAnsweredAtOnce) {
-  cm->defcfg = {{key::cfgFlagA, true}};
-  const message count{{key::count, 3}}, defcfg{{key::defaultCfg, cm->defcfg}};
-  const message config{{key::objectId, 2}, {key::name, "b"}, {key::absent, 0}};
+  const message b{{key::objectId, 2}, {key::name, "b"}, {key::absent, 0}, {key::stateFlag, true}};
   const struct {
     message command, answer;
   } rows[] = {
-      {command(cmd::getObj, {{key::objectId, 2}}), named(2, "b")},
-      {command(cmd::get, {{key::objectId, 2}}), named(2, "b")},
-      {command(cmd::getObj), with(count, named(1, "a"))},
-      {command(cmd::get), nv::errorMsg(err::noSuchItem, "")},  // object 0
-      {command(cmd::getObj, {{key::objectId, 2}, {key::getFlags, nv::kConfigOnlyBit}}), config},
-      {command(cmd::getObj, {{key::objectId, 2}, {key::getFlags, nv::kDefaultCfgBit}}),
-       with(defcfg, named(2, "b"))},
-      {command(cmd::getObj, {{key::objectId, 9}, {key::getFlags, nv::kDefaultCfgBit}}),
-       nv::errorMsg(err::noSuchItem, "")},
-      {command(cmd::getCount, {{key::getFlags, nv::kDefaultCfgBit}}), count},
-      {command(cmd::getCount, {{key::objectId, 9}}), {}},
-      {command(cmd::getAll, {{key::startId, 9}}), nv::errorMsg(err::noSuchPosition, "")},
+      {command(cmd::getObj, {{key::objectId, 2}}), b},
+      {command(cmd::getAll, {{key::startId, 2}, {key::maxCount, 1}}),
+       {{key::count, 3}, {key::objects, {b}}, {key::startId, 3}}},
+      {command(cmd::getCount), {{key::count, 3}}},
+      {command(cmd::get), nv::errorMsg(err::noSuchItem, "")},
   };
   for (const auto& row : rows) {
     kit->seen().clear();
@@ -59,53 +31,24 @@ TEST_F(CfgManCommands, ReadsAreAnsweredAtOnce) {
     EXPECT_EQ(line(), "reply");
   }
   // Queries from inside.
+  cm->defcfg = {{key::cfgFlagA, true}};
   const message absent{{key::objectId, 9}, {key::absent, 1}};
-  EXPECT_EQ(cm->handler->getObject(9, nv::kDefaultFlags), absent);
   EXPECT_EQ(cm->handler->getObject(9, nv::kDefaultCfgBit), absent);
-  EXPECT_EQ(cm->handler->getObject(kNoId, nv::kDefaultCfgBit), count);
+  EXPECT_EQ(cm->handler->getObject(kNoId, nv::kDefaultCfgBit), message({{key::count, 3}}));
   EXPECT_EQ(cm->handler->objectCount(), 3u);
-
-  start(Kind::ordered);  // without an item
-  EXPECT_EQ(ask(cmd::getObj), message({{key::count, 0}}));
-  EXPECT_EQ(ask(cmd::getAll), message({{key::count, 0}, {key::objects, {}}}));
-  cm->plant(false, nullptr);
-  EXPECT_EQ(ask(cmd::getAll, {{key::startId, 1}}), nv::errorMsg(err::noSuchPosition, ""))
-      << "it has no place yet";
-}
-
-TEST_F(CfgManCommands, PagesGoOnWhereTheLastOneEnded) {
-  add({{key::dynamic, true}});
-  const auto planted = cm->plant(false, nullptr).item()->id;
-  add();
-  ASSERT_EQ(ids(), "1 2 3 4 ~5 6");
-  const struct {
-    message fields;
-    const char* page;
-  } rows[] = {
-      {{{key::maxCount, 2}}, "1 2>3"},
-      {{{key::maxCount, 2}, {key::startId, 3}}, "3 4>6"},
-      {{{key::maxCount, 5}}, "1 2 3 4 6"},
-      {{{key::maxCount, 0}}, ">1"},
-      {{{key::startId, planted}}, "6"},
-      {{{key::getFlags, nv::kConfigOnlyBit}, {key::maxCount, 3}}, "1 2 3>6"},
-  };
-  for (const auto& row : rows) EXPECT_EQ(page(row.fields), row.page);
-  EXPECT_EQ(ask(cmd::getAll, {{key::maxCount, 1}}).get(key::count), 6u);
 }
 
 TEST_F(CfgManCommands, APageEndsBeforeItGetsTooLong) {
-  const auto rename = [&](std::uint32_t id, std::size_t length) {
+  const auto onPage = [&](std::uint32_t id, std::size_t length) {
     set(id, {{key::name, std::string(length, 'x')}});
+    return ask(cmd::getAll).get(key::objects).size();
   };
   const auto sizeOf = [&](std::uint32_t id) { return cm->getMsg(cm->find(id), 5).max_length(); };
-  rename(2, 0);
+  EXPECT_EQ(onPage(2, 0), 3u);
   const auto room = 0xf000 - message({{key::count, 3}}).max_length() - sizeOf(1) - sizeOf(2);
-  rename(2, room);
-  EXPECT_EQ(page(message()), "1 2>3");  // exactly full
-  rename(2, room + 4);
-  EXPECT_EQ(page(message()), "1>2");
-  rename(1, 100000);
-  EXPECT_EQ(page(message()), "1>2");  // the first one comes however long it is
+  EXPECT_EQ(onPage(2, room), 2u) << "exactly full";
+  EXPECT_EQ(onPage(2, room + 4), 1u);
+  EXPECT_EQ(onPage(1, 100000), 1u) << "the first one comes however long it is";
 }
 
 TEST_F(CfgManCommands, HooksExtendAnObjectInTheirOrder) {
@@ -128,7 +71,7 @@ TEST_F(CfgManCommands, HooksExtendAnObjectInTheirOrder) {
   EXPECT_FALSE(bare.has(key::about));
 
   asked.clear();
-  EXPECT_EQ(page({{key::maxCount, 1}}), "1>2");
+  ask(cmd::getAll, {{key::maxCount, 1}});
   EXPECT_EQ(asked, "1 2 ");  // the one that begins the next page was made, too
 }
 
@@ -155,52 +98,6 @@ TEST_F(CfgManCommands, AManagerWithoutAHandlerTakesChangesAndSaysNothing) {
   EXPECT_EQ(line(), "");
 }
 
-TEST_F(CfgManCommands, DefaultConfigurationIsMergedUnderAdds) {
-  cm->defcfg = {{key::name, "x"}, {key::cfgFlagA, true}, {key::objectId, 70}, {key::absent, 1}};
-  EXPECT_EQ(add({{key::name, "y"}}), 4u);
-  EXPECT_EQ(line(), "undo y added, reply");  // stored or not
-  EXPECT_EQ(
-      cm->find(4)->config,
-      message({{key::objectId, 4}, {key::name, "y"}, {key::cfgFlagA, true}, {key::absent, 0}}));
-  set(1, {{key::cfgText, "t"}});
-  EXPECT_FALSE(cm->find(1)->config.has(key::cfgFlagA));
-}
-
-TEST_F(CfgManCommands, SetsMeanWhatTheirFieldsSay) {
-  const auto error = nv::errorMsg(err::noSuchObject, "");
-  const struct {
-    message command, reply;
-    const char* ids;
-  } rows[] = {
-      {command(cmd::setObj, {{key::objectId, 2}, {key::absent, 1}}), {{key::objectId, 2}}, "1 3"},
-      {command(cmd::setObj, {{key::objectId, 9}}), error, "1 3"},
-      {command(cmd::setObj, {{key::objectId, 9}, {key::absent, 0}}), {{key::objectId, 9}}, "1 3 9"},
-      {command(cmd::set, {{key::name, "z"}}), error, "1 3 9"},
-      {command(cmd::set, {{key::absent, 0}}), {{key::objectId, 0}}, "0 1 3 9"},
-      {command(cmd::moveObj, {{key::objectId, 8}}), error, "0 1 3 9"},
-      {command(cmd::removeObj), error, "0 1 3 9"},
-      {command(cmd::addObj, {{key::absent, 7}}), {{key::objectId, 2}}, "0 1 2 3 9"},
-      {command(cmd::removeObj, {{key::objectId, 2}, {key::absent, 0}}),
-       {{key::objectId, 2}},
-       "0 1 3 9"},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(ask(row.command), row.reply);
-    EXPECT_EQ(ids(), row.ids);
-  }
-}
-
-TEST_F(CfgManCommands, AbsurdRemovalListsRemoveWhatTheyNameAndNoMore) {
-  const Ids odd{0x27fe0010, 0x38fe0010, 0xffffffff, 0, 0x88ff0014, 0x20fe0009, 0x20fe0009};
-  set(1, {{key::removals, odd}});
-  EXPECT_EQ(cm->getMsg(cm->find(1), 5), named(1, "a"));
-  set(1, {{key::removals, Ids{key::absent.uid(), key::name.uid(), 0x08fe0001}}});
-  EXPECT_EQ(cm->find(1)->config, message({{key::objectId, 1}}));
-  EXPECT_EQ(ids(), "1 2 3");
-}
-
-// Replaced callbacks.
-
 TEST_F(CfgManCommands, AReplacedDoGetAnswersInItsOwnTime) {
   std::string asked;
   message answer = CfgMan::suppressReply();
@@ -219,6 +116,42 @@ TEST_F(CfgManCommands, AReplacedDoGetAnswersInItsOwnTime) {
   EXPECT_EQ(asked, "4294967295 0 inside");
   answer = message();
   EXPECT_EQ(cm->handler->objectCount(), kNoId);
+}
+
+using CfgManNames = CfgManTest;
+
+TEST_F(CfgManNames, AreOneAboveTheHighest) {
+  const struct {
+    std::string prefix;
+    std::vector<std::string> names;
+    std::string expected;
+  } cases[] = {
+      {"vlan", {"vlan1", "vlan00"}, "vlan101"},
+      {"vlan", {"vlan-3", "vlan 4", "vlan\xd9\xa1", "Vlan9", "vlan4"}, "vlan5"},
+      {"vlan", {"vlan4294967295"}, "vlan4294967296"},
+      {"vlan", {"vlan" + std::string(100, '9')}, "vlan1" + std::string(100, '0')},
+      {"eth9", {"eth99"}, "eth010"},
+      {"99", {"999"}, "0010"},
+  };
+  for (const auto& [prefix, names, expected] : cases) {
+    startEmpty(Kind::ordered);
+    for (const auto& name : names) add({{key::name, name}});
+    cm->namePrefix = prefix;
+    EXPECT_EQ(cm->find(add())->config.get(key::name), expected);
+  }
+}
+
+TEST_F(CfgManNames, AReplacedAllocatorGivesNoIdTwice) {
+  set(1, {{key::name, "refused"}});  // even this one makes it
+  ASSERT_NE(cm->alloc, nullptr);
+  EXPECT_EQ(cm->alloc->min(), 1u);
+  EXPECT_EQ(cm->alloc->max(), 0xfffffffdu);
+  for (const auto id : {1u, 2u, 3u}) EXPECT_EQ(add(), id);
+  cm->setAllocator(2, 4);
+  EXPECT_EQ(cm->allocMin, 2u);
+  EXPECT_EQ(cm->allocMax, 4u);
+  EXPECT_EQ(cm->plant(false, nullptr).item()->id, 4u);
+  EXPECT_EQ(ask(cmd::addObj), nv::errorMsg(err::idInUse, ""));
 }
 
 }  // namespace

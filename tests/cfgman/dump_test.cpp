@@ -120,7 +120,6 @@ TEST_F(CfgManDump, ALongOneIsCut) {
 TEST_F(CfgManDump, AnItemSaysWhichPartsItHas) {
   CfgMan::Item loose;
   loose.store = false;
-  EXPECT_EQ(text(loose), "Item{ " + address(&loose) + " }");
   loose.cookie = this;
   loose.about = std::make_unique<std::vector<std::function<std::string()>>>();
   EXPECT_EQ(text(loose), "Item{ " + address(&loose) + " cookie=" + address(this) + " about }");

@@ -345,22 +345,4 @@ TEST_F(CfgManLifetime, AManagerMayEndInTheCompletionOfItsRemote) {
   deliver({});
 }
 
-TEST_F(CfgManLifetime, AMirrorMayEndOrTurnElsewhereWhileItIsSpokenTo) {
-  auto mirror = std::make_unique<CfgMan>(&tasks);
-  unsigned loads = 0;
-  mirror->setRemote(5, kNoId, [&] {
-    ++loads;
-    mirror->setRemote(5, kNoId, [&] {
-      ++loads;
-      mirror.reset();
-    });
-  });
-  kit->settle();
-  runAll();
-  kit->settle();
-  EXPECT_EQ(loads, 2u);
-  EXPECT_EQ(mirror, nullptr);
-  runAll();
-}
-
 }  // namespace

@@ -34,15 +34,6 @@ class CfgManNotify : public CfgManTest {
     names_[made] = name;
     return made;
   }
-  /// A client that has subscribed.
-  std::unique_ptr<nv::testkit::BusPeer> subscribeByBus(std::uint32_t flags) {
-    kit->listen(5);
-    auto peer = kit->connect();
-    peer->send(command(cmd::subscribe, {{key::route, {5}}, {key::tag, 1}, {key::getFlags, flags}}));
-    kit->settle();
-    EXPECT_FALSE(nv::isError(peer->received().at(0)));
-    return peer;
-  }
   /// Since the last call: "plain 1, a 1 gone".
   std::string told() {
     std::string text;
@@ -63,57 +54,19 @@ class CfgManNotify : public CfgManTest {
   std::map<void*, std::string> names_;
 };
 
-TEST_F(CfgManNotify, UpdatesTellWhomTheyInterestPlainSubscribersFirst) {
-  subscribe("all", all);
-  subscribe("big", big);
-  for (int k = 0; k < 2; ++k) subscribe();
-  subscribe("none", none);
-  const struct {
-    unsigned code;
-    Fields fields;
-    const char* told;
-  } rows[] = {
-      {cmd::addObj, {{key::name, "small"}}, "plain 1, all 1"},
-      {cmd::setObj, {{key::objectId, 1}, {key::name, "big"}}, "plain 1, all 1, big 1"},
-      {cmd::setObj, {{key::objectId, 1}, {key::name, "big"}}, ""},
-      {cmd::setObj, {{key::objectId, 1}, {key::stateFlag, false}}, "plain 1, all 1, big 1"},
-      {cmd::setObj, {{key::objectId, 1}, {key::name, "small"}}, "plain 1, all 1, big 1"},
-      {cmd::setObj, {{key::objectId, 1}, {key::cfgFlagA, false}}, "plain 1, all 1"},
-      {cmd::setObj, {{key::objectId, 1}, {key::name, "big"}}, "plain 1, all 1, big 1"},
-      {cmd::removeObj, {{key::objectId, 1}}, "plain 1 gone, all 1 gone, big 1 gone"},
-      {cmd::removeObj, {{key::objectId, 1}}, ""},
-  };
-  for (const auto& row : rows) {
-    ask(row.code, row.fields);
-    EXPECT_EQ(told(), row.told);
-  }
-  EXPECT_EQ(gets, "");
-}
-
-TEST_F(CfgManNotify, FiltersAreAskedOfConfigurationsThatExist) {
-  std::string asked;
-  subscribe("x", [&](unsigned id, const message& cfg) {
-    EXPECT_FALSE(cfg.has(key::stateFlag));
-    EXPECT_EQ(cfg.get(key::absent), 0u);
-    asked += std::to_string(id) + cfg.get(key::name) + " ";
-    return true;
-  });
-  add({{key::name, "a"}});
-  set(1, {{key::name, "b"}});
-  remove(1);
-  EXPECT_EQ(asked, "1a 1a 1b 1b ");
-}
-
 TEST_F(CfgManNotify, WhoHasUnsubscribedIsNotTold) {
   cm->handler->unsubscribe({}, subscribe("one", all));
   subscribe("two", all);
+  subscribe("none", none);
+  subscribe("three", all);
   cm->mkSubscr = nullptr;
   subscribe();  // without a factory, too
   add();
-  EXPECT_EQ(told(), "plain 1, two 1");
+  EXPECT_EQ(told(), "plain 1, two 1, three 1");
   cm->handler->unsubscribe({}, nullptr);
   add();
-  EXPECT_EQ(told(), "two 2");
+  EXPECT_EQ(told(), "two 2, three 2");
+  EXPECT_EQ(gets, "");
 }
 
 TEST_F(CfgManNotify, TheBasicFactoryTakesFlagsFromTheRequest) {
@@ -136,7 +89,12 @@ TEST_F(CfgManNotify, SubscribersOnTheBusAreSentTheObjectWithTheirFlags) {
     ++flushes;
     cm->handler->flushNotifies();  // what it replaces
   };
-  const auto peer = subscribeByBus(nv::kConfigOnlyBit);
+  kit->listen(5);
+  const auto peer = kit->connect();
+  peer->send(command(cmd::subscribe,
+                     {{key::route, {5}}, {key::tag, 1}, {key::getFlags, nv::kConfigOnlyBit}}));
+  kit->settle();
+  EXPECT_FALSE(nv::isError(peer->received().at(0)));
   flushes = 0;
   add({{key::name, "a"}});
   kit->settle();

@@ -5,8 +5,8 @@ using namespace test;
 
 namespace {
 
-class GetallMaking : public GetallTest {};
-class GetallManagers : public GetallTest {};
+using GetallMaking = GetallTest;
+using GetallManagers = GetallTest;
 
 TEST_F(GetallMaking, AServiceThatMakesNoStateIsAnError) {
   GetallState alone;

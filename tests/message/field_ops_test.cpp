@@ -89,6 +89,16 @@ TEST(DumpUId, FollowsTheFormatOfTheStreamAndLeavesItAlone) {
   EXPECT_EQ(os.str(), "0xfe0005_u 0xff........ ") << "of no type: nothing was written";
 }
 
+TEST(FieldOps, AMessageOnTopOfItselfHoldsWhatItHolds) {
+  for (const sample& s : samples()) {
+    for (const auto combine : {&stack, &remerge}) {
+      message m = s.make(held::a, {listed::unrelated, listed::own});
+      combine(&m, m, s.uid());
+      EXPECT_EQ(m, s.make(held::a, {listed::unrelated}));
+    }
+  }
+}
+
 TEST(AUIdOfNoType, NamesNothingToAnyOfTheFunctions) {
   for (unsigned top = 0; top < 32; ++top) {
     if ((top & 15) <= 6) continue;

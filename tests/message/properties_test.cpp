@@ -14,16 +14,22 @@ namespace nv {
 namespace {
 
 using keys = std::set<unsigned>;
-using testkit::random_source;
 
 constexpr unsigned kIds = 3;
 constexpr int kRuns = 400;
+
+/// Random fields whose UIds are given to the calls with bits that name no other field.
+struct random_source : testkit::random_source {
+  using testkit::random_source::random_source;
+  unsigned givenUid() { return uid(kIds) | bits; }
+  const unsigned bits = oneIn(2) ? 0x05000000 : 0;
+};
 
 /// An update: fields, and a removal list that names some of them as well.
 message someUpdate(random_source& random) {
   message update = random.someMessage(random.below(20), kIds);
   for (unsigned n = random.below(20); n != 0; --n) {
-    const unsigned uid = random.uid(kIds);
+    const unsigned uid = random.givenUid() ^ (random.oneIn(8) ? 0x02000000 : 0);
     if (!update.hasElem(key::removals, uid)) update.append(key::removals, uid);
   }
   return update;
@@ -31,7 +37,7 @@ message someUpdate(random_source& random) {
 
 keys someKeys(random_source& random) {
   keys made;
-  for (unsigned n = random.below(60); n != 0; --n) made.insert(random.uid(kIds));
+  for (unsigned n = random.below(60); n != 0; --n) made.insert(random.givenUid());
   return made;
 }
 

@@ -23,7 +23,6 @@
 #include "platform/commands.h"
 #include "platform/errors.h"
 #include "testing/kit.h"
-#include "tests/support/cfgman_faults.h"
 
 namespace nv {
 inline void PrintTo(const message& m, std::ostream* os) { m.dump2(*os, "", 0); }
@@ -43,11 +42,6 @@ using Fields = std::initializer_list<nv::field_value>;
 inline message command(unsigned code, Fields fields = {}) {
   message m(fields);
   return std::move(m.insert(key::command, code));
-}
-
-inline testing::AssertionResult verify(const CfgMan& manager) {
-  const auto fault = faultOf(manager);
-  return fault.empty() ? testing::AssertionSuccess() : testing::AssertionFailure() << fault;
 }
 
 /// `cm` has handler 5, the runner `tasks` of its own, and, from `start`, the store "items".
@@ -120,19 +114,13 @@ class CfgManTest : public ::testing::Test {
   }
   message remove(std::uint32_t id) { return ask(cmd::removeObj, {{key::objectId, id}}); }
   /// An update that the service makes itself.
-  void update(std::uint32_t id, message cfg, vset<unsigned> keys = {}, message request = {}) {
-    cm->scheduleUpdate(id, std::move(cfg), {}, std::move(keys), std::move(request));
+  void update(std::uint32_t id, message cfg) {
+    cm->scheduleUpdate(id, std::move(cfg), {}, {}, {});
     runAll();
   }
   std::string line() const { return kit->seen().line(); }
 
-  /// The ids in iteration order.
-  Ids iterated() const {
-    Ids all;
-    for (const auto* item : *cm) all.push_back(item->id);
-    return all;
-  }
-  /// The same as "3 1 2", absent ones as "~4".
+  /// The ids in iteration order, "3 1 2", absent ones as "~4".
   std::string ids() const {
     std::string all;
     for (const auto* item : *cm)

@@ -4,6 +4,9 @@
 #include <iterator>
 #include <utility>
 
+#include "cfgman/item.h"
+#include "cfgman/item_order.h"
+#include "cfgman/iterator.h"
 #include "message/equal.h"
 #include "message/merge.h"
 #include "platform/commands.h"
@@ -77,14 +80,41 @@ void CfgService::judge(const message& cfg, message& reply) {
   if (cfg.get(field::number) == 13)
     reply = nv::errorMsg(0x1234, "the service says no");
   else
-    reply.insert(field::number, cfg.get(field::number));
+    reply.insert(field::number, cfg.get(field::number))
+        .insert(field::level, static_cast<unsigned>(reply.get(key::route).size()));
 }
 
 void CfgService::correct(message& cfg, vset<unsigned>& keys) {
+  if (keys.has(1)) cfg.insert(key::cfgText, "told");
   if (cfg.get(field::number) == 6) cfg.insert(key::absent, 1);
   if (cfg.get(field::number) != 7) return;
   cfg.insert(field::number, 8);
   keys.insert(field::number.uid());
+}
+
+void CfgService::rename(message& cfg) {
+  if (cfg.get(key::name) == "lamp") cfg.insert(key::name, "vlan999");
+  if (cfg.get(key::name) == "vlan1234") cfg.insert(key::name, "made");
+}
+
+void CfgService::setUp(CfgMan& manager) const {
+  manager.configIds.insert(field::number.uid());
+  manager.stateIds.insert(field::level.uid());
+  manager.namePrefix = namePrefix;
+  manager.defcfg = defcfg;
+  manager.setAllocator(minId, maxId);
+  if (hasExternalIds) manager.isExternalId = [now = *this](auto id) { return now.isExternal(id); };
+  if (hook == Hook::apply)
+    manager.apply = [](auto*, auto*, message& cfg, vset<unsigned>& keys, message& reply) {
+      correct(cfg, keys);
+      judge(cfg, reply);
+    };
+  if (hook == Hook::applyItem)
+    manager.applyItem = [](CfgMan* served, CfgMan::Item* item, auto&, message& reply) {
+      served->generateDefaultName();  // leaves no trace, also when the change is refused
+      rename(item->config);
+      judge(item->config, reply);
+    };
 }
 
 // The model.
@@ -110,6 +140,8 @@ void CfgManModel::restart(const CfgService& now) {
 
 void CfgManModel::command(const message& cmd) {
   const auto code = cmd.get(key::command);
+  if (code == cmd::getObj || code == cmd::get || code == cmd::getAll || code == cmd::getCount)
+    return told.reply(cmd, read(cmd).insert(key::route, cmd.get(key::requester)));
   message m = cmd;
   if (code == cmd::addObj) {
     if (!service.defcfg.empty()) {
@@ -123,6 +155,50 @@ void CfgManModel::command(const message& cmd) {
   auto state = m;
   if (state.get(key::replaceState)) nv::cleanSys(state);
   schedule({cmd.get(key::objectId, code == cmd::set ? 0 : kNoId), m, state, {}, cmd});
+}
+
+message CfgManModel::read(const message& cmd) const {
+  const auto code = cmd.get(key::command);
+  const auto flags = cmd.get(key::getFlags, nv::kDefaultFlags);
+  auto id = cmd.get(key::objectId, code == cmd::get ? 0 : kNoId);
+  message out;
+  if (id == kNoId) out.insert(key::count, static_cast<unsigned>(items.size()));
+  if (code == cmd::getCount) return out;
+  if ((flags & nv::kDefaultCfgBit) != 0 && !service.defcfg.empty())
+    out.insert(key::defaultCfg, service.defcfg);
+  if (code == cmd::getAll) return page(cmd, flags, out);
+  if (const auto all = iterated(); id == kNoId && !all.empty()) id = all.front();
+  if (id == kNoId) return out;
+  if (!items.contains(id)) return nv::errorMsg(nv::err::noSuchItem, "");
+  out.merge(object(id, flags));
+  return out;
+}
+
+message CfgManModel::page(const message& cmd, std::uint32_t flags, message out) const {
+  const auto all = iterated();
+  const auto start = cmd.get(key::startId, kNoId);
+  auto at = start == kNoId ? 0 : indexOf(all, start);
+  if (start != kNoId && at == all.size()) return nv::errorMsg(nv::err::noSuchPosition, "");
+  std::vector<nv::flat_message> objects;
+  for (; at < all.size(); ++at) {
+    const auto& item = items.at(all[at]);
+    if (isAbsent(item.config) || ((flags & nv::kConfigOnlyBit) != 0 && !item.store)) continue;
+    if (objects.size() == cmd.get(key::maxCount, kNoId)) {
+      out.insert(key::startId, all[at]);
+      break;
+    }
+    objects.push_back(object(all[at], flags).flat());
+  }
+  return out.insert(key::objects, objects);
+}
+
+message CfgManModel::object(std::uint32_t id, std::uint32_t flags) const {
+  message out = items.at(id).config;
+  if ((flags & nv::kConfigOnlyBit) == 0) out.merge(items.at(id).state);
+  out.insert(key::objectId, id);
+  const auto next = service.ordered && contains(order, id) ? nextIn(order, id) : kNoId;
+  if (next != kNoId) out.insert(key::nextId, next);
+  return out;
 }
 
 /// One task, phase by phase.
@@ -141,6 +217,7 @@ class CfgManModel::Run {
     reply.insert(key::objectId, task.id);
     if (nv::isError(reply)) return rollBack();
     publishUndo();
+    notify();
     tellObservers();
     if (configChanged) placeAndStore();
     removeIfGone();
@@ -185,7 +262,7 @@ class CfgManModel::Run {
       if (id == kNoId) return 0xfe0007;
     } else if (!model.service.isExternal(id)) {
       if (model.allocated.contains(id)) return 0xfe0007;
-      if (id >= 1 && id <= model.service.maxId) model.allocated.insert(id);
+      if (id >= model.service.minId && id <= model.service.maxId) model.allocated.insert(id);
     }
     item = &model.items[id];
     item->store = !cfg.get(key::dynamic);
@@ -219,6 +296,7 @@ class CfgManModel::Run {
     const auto hook = model.service.hook;
     if (hook == CfgService::Hook::none || (!configChanged && task.keys.empty())) return;
     if (hook == CfgService::Hook::apply) CfgService::correct(cfg, changed);
+    if (hook == CfgService::Hook::applyItem) CfgService::rename(cfg);
     CfgService::judge(cfg, reply);
   }
 
@@ -243,6 +321,15 @@ class CfgManModel::Run {
     if (isAbsent(item->config)) return say(0xfe0005, 0xfe0006, created ? " added" : " changed");
     if (isAbsent(cfg)) return say(0xfe0006, 0xfe0005, " removed");
     say(0xfe0003, 0xfe0003, " changed");
+  }
+
+  void notify() {
+    const auto was = isAbsent(item->config) ? message() : item->config;
+    const auto is = isAbsent(cfg) ? message() : cfg;
+    if (changed.empty()) return;
+    model.told.notifyChange(nullptr, task.id, isAbsent(cfg), nullptr, {});
+    if (CfgService::interests(was) || CfgService::interests(is))
+      model.told.notifyChange(nullptr, task.id, isAbsent(cfg), &model, {});
   }
 
   void tellObservers() {
@@ -315,7 +402,7 @@ void CfgManModel::runAll() {
 }
 
 std::optional<std::uint32_t> CfgManModel::allocate() {
-  for (std::uint32_t id = 1; id <= service.maxId; ++id)
+  for (auto id = service.minId; id <= service.maxId; ++id)
     if (allocated.insert(id).second && !items.contains(id)) return id;
   return {};
 }
@@ -422,6 +509,37 @@ Ids CfgManModel::iterated() const {
   Ids ids;
   for (const auto& [id, item] : items) ids.push_back(id);
   return ids;
+}
+
+std::string CfgManModel::difference(CfgMan& manager) const {
+  Ids found, stored;
+  for (const auto* item : manager) found.push_back(item->id);
+  if (found != iterated()) return "the order";
+  for (const auto* item = manager.order->firstStored(); item;
+       item = manager.order->nextStored(*item))
+    stored.push_back(item->id);
+  if (stored != storeOrder) return "the stored order";
+  if (manager.items.size() != items.size()) return "the number of items";
+  if (manager.alloc->used() != allocated.size()) return "the number of ids";
+  if (manager.updateOrigin != updateOrigin) return "the origin";
+  if (manager.positionsValid != positionsValid) return "whether positions count";
+  if (manager.curItem != nullptr || manager.curKeys != nullptr) return "an update under way";
+  if (manager.generateDefaultName() != defaultName()) return "the default name";
+  for (const auto& [id, expected] : items) {
+    const auto* const item = manager.find(id);
+    const auto where = " of item " + std::to_string(id);
+    if (item == nullptr || item->id != id) return "the place" + where;
+    if (item->config != expected.config) return "the configuration" + where;
+    if (item->state != expected.state) return "the state" + where;
+    if (item->store != expected.store) return "the storing" + where;
+    if (contains(order, id) != (item->ord != nullptr)) return "the node" + where;
+    if (item->ord != nullptr && item->ord->position != expected.position)
+      return "the position" + where;
+    if (item->ord != nullptr &&
+        (manager.order->previous(*item) == nullptr) != (id == order.front()))
+      return "the way back" + where;
+  }
+  return {};
 }
 
 std::string CfgManModel::defaultName() const {

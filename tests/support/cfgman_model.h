@@ -32,13 +32,20 @@ struct CfgService {
   bool hasExternalIds = false;
   std::string namePrefix;
   nv::message defcfg;
-  std::uint32_t maxId = 0xfffffffd;
+  std::uint32_t minId = 1, maxId = 0xfffffffd;
 
   bool isExternal(std::uint32_t id) const { return hasExternalIds && id >= 20 && id < 24; }
-  /// Refuses number 13. An accepted one is told in the reply.
+  /// Makes `manager` serve this, before it has a store.
+  void setUp(CfgMan& manager) const;
+  /// Refuses number 13. An accepted one is told in the reply, with how far it was routed before.
   static void judge(const nv::message& cfg, nv::message& reply);
-  /// What `apply` may do besides: it takes number 7 for 8, and lets go what has number 6.
+  /// What `apply` may do besides: it takes number 7 for 8, lets go what has number 6, and answers
+  /// key 1 with a text.
   static void correct(nv::message& cfg, vset<unsigned>& keys);
+  /// And `applyItem`: it gives a name that counts as a default one, and takes another away.
+  static void rename(nv::message& cfg);
+  /// Which configurations its second subscriber wants to hear of.
+  static bool interests(const nv::message& cfg) { return cfg.get(field::number) > 6; }
 };
 
 /// What an observer sees in an update: all that it is handed, and the default name at that time.
@@ -78,11 +85,12 @@ class CfgManModel {
   bool positionsValid = true;
   std::uint32_t updateOrigin = 0;
   Records records;
-  /// Replies, undo records and store operations, in order.
+  /// Replies, undo records, notifications and store operations, in order. There is a plain
+  /// subscriber, whose cookie is null, and one with a filter.
   nv::testkit::Recorder told;
   std::vector<Observed> observed;
 
-  /// A changing command as it reaches the handler.
+  /// A command as it reaches the handler. What reads is answered at once.
   void command(const nv::message& cmd);
   void schedule(Task task) { tasks_.push_back(std::move(task)); }
   void runAll();
@@ -94,10 +102,15 @@ class CfgManModel {
   std::string defaultName() const;
   /// The ids in iteration order.
   Ids iterated() const;
+  /// Where `manager` is otherwise between updates, in a few words; empty: nowhere.
+  std::string difference(CfgMan& manager) const;
 
  private:
   class Run;
 
+  nv::message read(const nv::message& cmd) const;
+  nv::message page(const nv::message& cmd, std::uint32_t flags, nv::message out) const;
+  nv::message object(std::uint32_t id, std::uint32_t flags) const;
   std::optional<std::uint32_t> allocate();
   void erase(std::uint32_t id);
   void set(std::uint32_t id, const nv::message& record);
