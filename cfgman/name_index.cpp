@@ -60,9 +60,15 @@ void NameIndex::remove(const CfgMan::Item& item) {
   take(digitsOf(item, item.config.view(nv::key::name)));
 }
 
-void NameIndex::renamed(const CfgMan::Item& item, std::string_view before) {
-  if (item.config.view(nv::key::name) == before) return;
-  take(digitsOf(item, before));
+NameIndex::Noted NameIndex::note(const CfgMan::Item& item) const {
+  return {item.config.get(nv::key::name), builds_};
+}
+
+void NameIndex::renamed(const CfgMan::Item& item, const Noted& before) {
+  if (item.config.view(nv::key::name) == before.name) return;
+  // One that was built meanwhile may hold the earlier name or the later one.
+  if (builds_ != before.builds) return forget();
+  take(digitsOf(item, before.name));
   add(item);
 }
 
@@ -80,6 +86,7 @@ void NameIndex::take(std::string_view digits) {
 }
 
 void NameIndex::build() {
+  ++builds_;
   prefix_ = manager_.namePrefix;
   numbers_ = nv::Allocator(0, nv::kNoId);
   repeats_.clear();

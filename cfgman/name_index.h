@@ -22,8 +22,13 @@ class NameIndex {
 
   void add(const CfgMan::Item& item);
   void remove(const CfgMan::Item& item);
-  /// The item's name was `before` until now, when somebody changed it in place.
-  void renamed(const CfgMan::Item& item, std::string_view before);
+  /// To be taken before somebody may change the item's name in place, for `renamed` after it.
+  struct Noted {
+    std::string name;
+    unsigned builds;
+  };
+  Noted note(const CfgMan::Item& item) const;
+  void renamed(const CfgMan::Item& item, const Noted& before);
   /// Others may count from now on.
   void forget() { prefix_.reset(); }
   std::string nextName();
@@ -42,6 +47,7 @@ class NameIndex {
 
   CfgMan& manager_;
   std::optional<std::string> prefix_;  // none: not built
+  unsigned builds_ = 0;
   // Names mostly are numbered without gaps, and then stand in a few intervals.
   nv::Allocator numbers_{0, nv::kNoId};
   std::map<std::uint32_t, std::uint32_t> repeats_;  // how often beyond once

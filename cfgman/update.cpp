@@ -170,9 +170,9 @@ void Update::callHook() {
   if (const auto apply = manager_.apply) return apply(&manager_, item_, cfg_, changed_, reply_);
   const auto applyItem = manager_.applyItem;
   withNewConfig([&] {
-    const auto name = item_->config.get(key::name);
+    const auto before = manager_.names_->note(*item_);
     applyItem(&manager_, item_, changed_, reply_);
-    if (!life_.gone()) manager_.names_->renamed(*item_, name);
+    if (!life_.gone()) manager_.names_->renamed(*item_, before);
   });
 }
 

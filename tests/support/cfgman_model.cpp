@@ -111,8 +111,10 @@ void CfgService::setUp(CfgMan& manager) const {
     };
   if (hook == Hook::applyItem)
     manager.applyItem = [](CfgMan* served, CfgMan::Item* item, auto&, message& reply) {
-      served->generateDefaultName();  // leaves no trace, also when the change is refused
+      // Leaves no trace, before the name changes or after, also when the change is refused.
+      if (item->id % 2 == 0) served->generateDefaultName();
       rename(item->config);
+      if (item->id % 2 != 0) served->generateDefaultName();
       judge(item->config, reply);
     };
 }
