@@ -27,6 +27,13 @@ void reportRefused(const message& verdict) {
             << std::flush;
 }
 
+/// Hands the object its complete configuration with the request merged into the party's own.
+void applyManaged(Object& object, const message& request, std::uint32_t party) {
+  message full = nv::configOf(object, nv::kRecordFlags);
+  nv::mergeManaged(full, request, party);
+  object.setConfig(full, nv::kDefaultFlags);
+}
+
 }  // namespace
 
 // Life.
@@ -72,7 +79,7 @@ message AHolder::cmdSet(const message& request) {
 
   message undo;
   if (isManaged && mergeOnSet())
-    applyManaged(request, party);
+    applyManaged(*object, request, party);
   else
     undo = nv::applySet(*object, request, nv::applyMode(mergeOnSet()), true);
   message reply = checkChange(old.get(), object);
@@ -89,13 +96,6 @@ message AHolder::cmdSet(const message& request) {
     sendUndo(request, undo, object->name() + " changed");
   }
   return reply;
-}
-
-/// Hands the object its complete configuration with the request merged into the party's own.
-void AHolder::applyManaged(const message& request, std::uint32_t party) {
-  message full = nv::configOf(*object, nv::kRecordFlags);
-  nv::mergeManaged(full, request, party);
-  object->setConfig(full, nv::kDefaultFlags);
 }
 
 message AHolder::getObject(std::uint32_t, std::uint32_t flags) {

@@ -106,5 +106,4 @@ class CONFKIT_API AHolder : public nv::Handler {
  private:
   void save();
   void tell();
-  void applyManaged(const nv::message& request, std::uint32_t party);
 };

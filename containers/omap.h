@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -188,10 +189,10 @@ class CONFKIT_API AOmap : public nv::Handler {
   /// position.
   virtual std::uint32_t frontId();
   /// Restores what the store holds, in its order. Called once by the service, before it registers
-  /// the map. Each record comes back at most once, wherever a damaged chain leads; how many were
-  /// not used is told in one line on the standard output, unless the map is empty then. Built-in
-  /// objects added before should not be storable: they would begin the chain anew. They keep their
-  /// ids from stored objects, whose records stay unused.
+  /// the map. Each record comes back at most once, wherever a damaged chain leads; how many more
+  /// there are than objects is told in one line on the standard output, unless the map is empty
+  /// then. Built-in objects added before should not be storable: they would begin the chain anew.
+  /// They keep their ids from stored objects, whose records then stay unused.
   ///
   /// Two older layouts are read too, and rewritten: a head record without key::nextId that lists
   /// the ids in a u32 array under key 1; and none, where the ids ascend.
@@ -239,6 +240,8 @@ class CONFKIT_API AOmap : public nv::Handler {
 
   /// Stores the object `id`, or `head`, if elements that were written before have left it there.
   void storeAgain(std::uint32_t id);
+  void removeRecord(std::uint32_t id);
+  void closeGap(std::uint32_t id);
   void storeAdded(OObject* obj);
   void storeChange(OObject& old, OObject& obj);
   void saveWithNext(OObject* obj, std::uint32_t next);
@@ -248,6 +251,9 @@ class CONFKIT_API AOmap : public nv::Handler {
   void restoreOlder(const nv::message& headRecord);
   void reportUnused();
 
+  /// Records that the chain leads to and that became no objects, with whose record leads there.
+  /// They wait for a start that takes them, until an object needs their ids.
+  std::map<std::uint32_t, std::uint32_t> passedOver_;
   /// Counts the changes of the order, by which a walk knows that what it noted still holds.
   std::uint64_t orderChanges_ = 0;
 };

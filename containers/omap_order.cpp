@@ -30,7 +30,7 @@ AOmapIterator AOmap::add(OObject* obj, OObject* next) {
 void AOmap::remove(AOmapIterator at) {
   OObject* const obj = at.get();
   const std::uint32_t id = obj->id;
-  if (store != nullptr && store->has(id)) store->remove(id);
+  if (store != nullptr && store->has(id)) removeRecord(id);
   OObject* const previous = isStored(*obj) ? findPrevStorable(obj) : nullptr;
   const std::unique_ptr<OObject> removed = unlist(obj);
   if (previous != nullptr) storeObj(previous);
@@ -124,7 +124,7 @@ std::unique_ptr<OObject> AOmap::takeOut(OObject* obj, bool wasStored) {
   std::unique_ptr<OObject> taken = unlist(obj);
   freeId(id);
   dynamicIds.erase(id);
-  if (store != nullptr && store->has(id)) store->remove(id);
+  if (store != nullptr && store->has(id)) removeRecord(id);
   if (wasStored) storeAgain(previous);
   return taken;
 }

@@ -67,11 +67,26 @@ void AOmap::storeObj(OObject* obj) {
   } else {
     pending.insert(obj->id);
   }
+  closeGap(obj->id);
 }
 
 void AOmap::storeAgain(std::uint32_t id) {
   OObject* const obj = id == nv::kHeadId ? &head : objects.get(id);
   if (obj != nullptr) storeObj(obj);
+}
+
+void AOmap::removeRecord(std::uint32_t id) {
+  store->remove(id);
+  closeGap(id);
+}
+
+/// The record `id` is no longer the one that was passed over: who led to it leads to an object now.
+void AOmap::closeGap(std::uint32_t id) {
+  const auto gap = passedOver_.find(id);
+  if (gap == passedOver_.end()) return;
+  const std::uint32_t before = gap->second;
+  passedOver_.erase(gap);
+  storeAgain(before);
 }
 
 void AOmap::storeAdded(OObject* obj) {
@@ -86,7 +101,7 @@ void AOmap::storeChange(OObject& old, OObject& obj) {
   if (isStorable) {
     storeObj(&obj);
   } else if (wasStorable && store != nullptr) {
-    store->remove(old.id);
+    removeRecord(old.id);
   }
   // The chain gains or loses a link here.
   if (isStorable != wasStorable) storeObj(findPrevStorable(&obj));
@@ -149,8 +164,19 @@ void AOmap::init() {
 
 void AOmap::restoreChain(std::uint32_t first) {
   std::unordered_set<std::uint32_t> visited{nv::kNoId, nv::kHeadId};
-  for (std::uint32_t id = first; visited.insert(id).second;)
-    id = objects.contains(id) ? store->get(id).get(nv::key::nextId, nv::kNoId) : restoreObj(id);
+  std::uint32_t last = nv::kHeadId;
+  for (std::uint32_t id = first; visited.insert(id).second;) {
+    const bool isHeld = objects.contains(id);
+    const auto next = isHeld ? store->get(id).get(nv::key::nextId, nv::kNoId) : restoreObj(id);
+    OObject* const obj = objects.get(id);
+    if (obj != nullptr && !isHeld) {
+      last = id;
+    } else {
+      passedOver_[id] = last;
+      if (obj != nullptr) storeObj(obj);
+    }
+    id = next;
+  }
 }
 
 void AOmap::restoreOlder(const message& headRecord) {

@@ -115,6 +115,59 @@ TEST_F(AOmapStore, RestoresNoObjectUnderAnIdThatABuiltInHas) {
   }
 }
 
+TEST_F(AOmapStore, LosesNothingBehindARecordThatBecameNoObject) {
+  bool putOff = false;
+  const auto first = [&](std::initializer_list<std::uint32_t> chainIds) {
+    stop();
+    stores.clear();
+    std::uint32_t before = kHead;
+    for (const auto id : chainIds) {
+      putLink(before, id);
+      before = id;
+    }
+    putLink(before, kEnd);
+    start();
+    map->setAutoStore(!putOff);
+  };
+  const auto again = [&](const char* ids) {
+    map->setAutoStore(true);
+    EXPECT_EQ(order(), ids);
+    restart();
+    EXPECT_EQ(order(), ids);
+  };
+  for (const bool when : {false, true}) {
+    putOff = when;
+    first({1, 2});
+    map->onCheckRestore = [](OObject* obj) {
+      return obj->id == 1 ? nv::errorMsg(0xfe0004, "is one") : message();
+    };
+    initPrints();
+    EXPECT_EQ(chain(), "head>1 1>2 2>end") << "it may be taken at another start";
+    EXPECT_EQ(add(), 1u);
+    again("2 1");
+
+    first({5, 1, 7});
+    put(1, {.isVolatile = true});
+    initPrints();
+    drop(1);
+    again("5 7");
+
+    first({5, 1, 7});
+    put(1, {.isVolatile = true});
+    initPrints();
+    ask(cmd::setObj, {{key::objectId, 1}, {field::isVolatile, false}});
+    again("1 5 7");
+
+    first({1, 5, 7});
+    map->onAdded = [&](OObject*) {
+      map->onAdded = nullptr;
+      put(5);
+    };
+    initPrints();
+    again("1 5 7");
+  }
+}
+
 TEST_F(AOmapStore, IsNotCutByAServiceThatFlushesWhileItIsRestored) {
   addAll({3, 1, 2});
   for (int i = 0; i < 2; ++i) {

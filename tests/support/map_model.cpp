@@ -269,10 +269,18 @@ Expected MapModel::init(std::string& prints) {
   dynamic.clear();
   pending.clear();
   autoStore = true;
+  passedOver_.clear();
   std::set<std::uint32_t> visited{kNoId, kHeadId};
   if (records.contains(kHeadId)) {
-    for (std::uint32_t id = records.at(kHeadId).get(key::nextId); visited.insert(id).second;)
-      id = restore(id, prints);
+    std::uint32_t last = kHeadId;
+    for (std::uint32_t id = records.at(kHeadId).get(key::nextId); visited.insert(id).second;) {
+      const std::uint32_t next = restore(id, prints);
+      if (objects.contains(id))
+        last = id;
+      else
+        passedOver_[id] = last;
+      id = next;
+    }
   } else {
     for (const auto& [id, record] : std::map(records)) restore(id, prints);
     if (isOrdered_) pending.insert(kHeadId);
@@ -390,9 +398,22 @@ void MapModel::takeOut(std::uint32_t id) {
 
 void MapModel::store(std::uint32_t id) {
   if (id == kHeadId && !isOrdered_) return;
-  if (!autoStore) return void(pending.insert(id));
-  say("store", id);
-  records[id] = recordOf(id);
+  if (autoStore) {
+    say("store", id);
+    records[id] = recordOf(id);
+  } else {
+    pending.insert(id);
+  }
+  closeGap(id);
+}
+
+/// Whoever led to a record that was passed over leads to an object once there is another one.
+void MapModel::closeGap(std::uint32_t id) {
+  const auto gap = passedOver_.find(id);
+  if (gap == passedOver_.end()) return;
+  const std::uint32_t before = gap->second;
+  passedOver_.erase(gap);
+  if (before == kHeadId || (objects.contains(before) && isStorable(before))) store(before);
 }
 
 /// A record that an order does without goes at once.
@@ -400,6 +421,7 @@ void MapModel::unstore(std::uint32_t id) {
   if (!autoStore && !isOrdered_) return void(pending.insert(id));
   say("unstore", id);
   records.erase(id);
+  closeGap(id);
 }
 
 void MapModel::announce(std::uint32_t id, const ElementConfig& config) {

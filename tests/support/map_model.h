@@ -111,7 +111,11 @@ class MapModel {
   void publish(const Entry& entry, const char* what, nv::message undo);
   Expected done(nv::message reply = {});
 
+  void closeGap(std::uint32_t id);
+
   bool isOrdered_;
+  /// Records of a chain that became no objects, with who leads to each.
+  std::map<std::uint32_t, std::uint32_t> passedOver_;
   std::string line_;
   std::optional<nv::message> undo_;
 };
