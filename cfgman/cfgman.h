@@ -104,8 +104,9 @@ class CONFKIT_API CfgMan {
   /// Reserves an id: makes an absent item under a free one, which an update can fill later, and
   /// which is never stored when `dynamic`. With a `cookie` it is never freed by the manager, and
   /// after a removal is absent again; without one it goes with the first update that fails or
-  /// leaves it absent. The end when no id is free. Called before `setStore`: until the store is
-  /// read, ids of records that are still to come count as free.
+  /// leaves it absent. The end when no id is free. Until the store is read, ids of records that are
+  /// still to come count as free: a built-in object is planted before `setStore`, to have the same
+  /// id in each start.
   Iterator plant(bool dynamic, void* cookie);
 
   // Reading.

@@ -21,9 +21,8 @@
 /// Made by `StatefulGetall::newState`, and ended by the owner when it is done and empty, when the
 /// client stops it or goes away. The service may delete it at any time; a request that waits then
 /// is not answered, and counts among those of its connection until that ends, unless the destructor
-/// calls `done`. A destructor that the owner runs may end any
-/// iteration, and the owner, since this one has left before. One that the service runs must not end
-/// this one. Event-loop thread only.
+/// calls `done`. A destructor that the owner runs may end any iteration, and the owner, since this
+/// one has left before. One that the service runs must not end this one. Event-loop thread only.
 class CONFKIT_API GetallState {
  public:
   class Impl;

@@ -218,9 +218,11 @@ GetallState::Impl* StatefulGetall::startState(const message& request) {
 
   record->isBeingMade = false;
   const bool isMeant = record->isListed();
+  auto* const meant = isMeant && made != nullptr ? made->impl : nullptr;
+  const auto meantLife = meant != nullptr ? meant->watch() : recordLife;
   if (record->state == nullptr)
     delete record;  // the service made none, or returns another
-  else if (!isMeant || record->state != made)
+  else if (record != meant)
     delete record->state;  // ended while it was made, or not the one that the service means
-  return isMeant && made != nullptr ? made->impl : nullptr;
+  return meantLife.gone() ? nullptr : meant;
 }

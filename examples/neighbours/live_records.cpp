@@ -10,7 +10,7 @@ namespace neighbours {
 LiveRecords::LiveRecords(std::filesystem::path directory, std::shared_ptr<void> open)
     : directory_(std::move(directory)), open_(std::move(open)) {}
 
-/// A request that waits is answered also when its list ends before it is complete.
+/// A request that waits is answered also when its client stops the list.
 LiveRecords::~LiveRecords() { done(); }
 
 void LiveRecords::more() {
@@ -44,8 +44,8 @@ void LiveRecords::gather() {
   goOn();
 }
 
-/// A client that was told to ask on is asked for its next request first: the list would be gone
-/// when it comes.
+/// Where a client was told to ask on, its next request is waited for: the list would be gone when
+/// it comes.
 void LiveRecords::finish() {
   if (!isAsked_) return;
   open_.reset();

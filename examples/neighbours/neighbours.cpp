@@ -32,7 +32,7 @@ void Neighbours::open(unsigned id) {
 
 GetallState* Neighbours::newState(const message& request) {
   const auto client = request.get(key::requester);
-  if (open_->count(client) >= kMostOfOneClient) return nullptr;
+  if (open_->size() >= kMost || open_->count(client) >= kMostOfOneClient) return nullptr;
   const auto leave = [open = open_, at = open_->insert(client)](void*) { open->erase(at); };
   return new LiveRecords(tables_, {open_.get(), leave});
 }

@@ -22,9 +22,10 @@ namespace neighbours {
 /// Get count counts the static ones: how many the kernel has is not known before they are read.
 class Neighbours final : public StatefulGetall, private CfgMan::Link {
  public:
-  /// How often one client may read the kernel's tables at one time. A further get all is refused
-  /// with err::noIterationId.
+  /// How often the kernel's tables may be read at one time, by one client and by all: each holds a
+  /// file open. A further get all is refused with err::noIterationId.
   static constexpr std::size_t kMostOfOneClient = 4;
+  static constexpr std::size_t kMost = 512;
 
   /// `tables`: the directory of the kernel's tables, /proc/net.
   explicit Neighbours(std::filesystem::path tables);

@@ -55,6 +55,15 @@ TEST_F(GetallMaking, AServiceMayGoOnWithAnOldState) {
   open();
   open();
   EXPECT_EQ(told(), "1 2 1 2 >s1") << "who waits there is answered first";
+
+  getall->onNewState = [] {
+    auto* const old = TestState::alive.front();
+    (new TestState)->onDelete = [old] { delete old; };
+    return old;
+  };
+  open();
+  EXPECT_EQ(told(), "error 12") << "it ended with the one that was not meant";
+  EXPECT_EQ(alive(), 0U);
 }
 
 TEST_F(GetallMaking, OfTwoNewStatesTheFirstIsTheOne) {

@@ -23,6 +23,7 @@
 #include "platform/commands.h"
 #include "platform/errors.h"
 #include "testing/kit.h"
+#include "tests/support/id_lists.h"
 
 namespace nv {
 inline void PrintTo(const message& m, std::ostream* os) { m.dump2(*os, "", 0); }
@@ -36,7 +37,6 @@ namespace key = nv::key;
 using nv::kHeadId;
 using nv::kNoId;
 using nv::message;
-using Ids = std::vector<std::uint32_t>;
 using Fields = std::initializer_list<nv::field_value>;
 
 inline message command(unsigned code, Fields fields = {}) {

@@ -13,6 +13,7 @@
 #include "cfgman/cfgman.h"
 #include "platform/message.h"
 #include "testing/recorder.h"
+#include "tests/support/id_lists.h"
 
 namespace test {
 
@@ -57,7 +58,6 @@ struct Observed {
   bool operator==(const Observed&) const = default;
 };
 
-using Ids = std::vector<std::uint32_t>;
 /// Records by id.
 using Records = std::map<std::uint32_t, nv::message>;
 
