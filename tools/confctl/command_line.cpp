@@ -1,5 +1,7 @@
 #include "tools/confctl/command_line.h"
 
+#include <algorithm>
+
 #include <CLI/CLI.hpp>
 
 #include "tools/confctl/elements.h"
@@ -38,6 +40,10 @@ constexpr const char* kRunHelp =
     R"(Behind the service: SCRIPT [ARG...], or with --source only [ARG...]. SCRIPT is an id or a name. These
 words are the script's, also when they look like options: those of confctl stand before "run".)";
 
+constexpr const char* kUndoHelp =
+    R"(Undoing is a change as well, and then the last one: "undo SERVICE last" twice does the change again. To
+go further back give the numbers.)";
+
 /// Reads the argument of an option into `out`.
 template <class Number>
 CLI::Option* addNumber(CLI::App& app, const std::string& option, Number& out,
@@ -71,7 +77,7 @@ class Parser {
       app_.exit(help);
       return {};
     } catch (const CLI::ParseError& error) {
-      throw usage(whatIsWrong(error));
+      throw usage(whatIsWrong(app_, error, argc, argv));
     }
     if (system_) line_.bus.rights.reset();
     return line_;
@@ -80,12 +86,20 @@ class Parser {
  private:
   using Command = std::function<void(Client)>;
 
-  // CLI11 would only say that a command is missing.
-  std::string whatIsWrong(const CLI::ParseError& error) const {
-    const auto unknown = app_.remaining();
-    if (app_.get_subcommands().empty() && !unknown.empty())
-      return "argument '" + printable(unknown.front()) + "': no such command";
-    return error.what();
+  // CLI11 would only say that a command is missing, or its service.
+  static std::string whatIsWrong(const CLI::App& app, const CLI::ParseError& error, int argc,
+                                 char** argv) {
+    const auto unknown = app.remaining();
+    if (unknown.empty()) return error.what();
+    const auto commands = app.get_subcommands();
+    const auto isFirst = [&](const std::string& word) {
+      return word == unknown.front() ||
+             (!commands.empty() && word == commands.front()->get_name());
+    };
+    const auto first = std::find_if(argv + 1, argv + argc, isFirst);
+    if (first == argv + argc || *first != unknown.front() || unknown.front().starts_with('-'))
+      return error.what();
+    return "'" + printable(unknown.front()) + "' is no command; see: confctl --help";
   }
 
   void addGlobalOptions() {
@@ -159,7 +173,7 @@ class Parser {
         addCommand("set", "Change an object, or the configuration of a service without objects",
                    [this](Client c) {
                      takeId();
-                     drop_ ? dropConfiguration(c) : setObject(c, service_, change_);
+                     drop_ ? dropConfiguration(c) : changeObject(c);
                    });
     addFields(set, "[ID] FIELD");
     set.add_flag("--drop", drop_, "Take back all that the manager says (needs --managed)");
@@ -183,6 +197,11 @@ class Parser {
     group->add_flag("--first", place.first, "Before all others");
     group->add_flag("--last", place.last, "Behind all others");
     return group;
+  }
+
+  void changeObject(Client client) const {
+    if (change_.fields.empty()) throw usage("no field given; see: confctl set --help");
+    setObject(client, service_, change_);
   }
 
   void dropConfiguration(Client client) const {
@@ -218,6 +237,7 @@ class Parser {
       record_.empty() ? showUndoRecords(c, service_) : undoChange(c, service_, record_);
     });
     sub.add_option("record", record_, "The change to undo: its number, or last")->type_name("N");
+    sub.footer(kUndoHelp);
   }
 
   void addWatchCommand() {

@@ -33,9 +33,16 @@ bool isEnvelope(std::uint32_t uid) {
   return (uid & 0x00ffff00) == 0x00ff0000 || uid == nv::key::objectId.uid();
 }
 
+/// For the end of a sentence: what the service calls its fields.
+std::string fieldList(const Dictionary& names) {
+  std::string list;
+  for (const Dictionary::Key& key : names.keys()) list += (list.empty() ? "" : ", ") + key.word;
+  return list.empty() ? "" : "; the fields are: " + list;
+}
+
 std::uint32_t uidOf(const Argument& argument, const Dictionary& names) {
   const auto uid = names.uidOf(argument.name);
-  if (!uid) throw BadValue("no field is called '" + printable(argument.name) + "'");
+  if (!uid) throw BadValue("no field is called '" + printable(argument.name) + "'" + fieldList(names));
   if (isEnvelope(*uid)) throw BadValue("this field is not given by hand");
   return *uid;
 }
