@@ -69,6 +69,7 @@ class JsonPrinter : public Printer {
   static Json jsonOfService(const ServiceState& service) {
     Json json = {
         {"address", service.address}, {"name", jsonOf(service.name)}, {"running", service.running}};
+    json["state"] = service.state;
     if (service.objects) json["objects"] = *service.objects;
     if (service.running) json["handlers"] = service.handlers;
     return json;

@@ -9,6 +9,7 @@
 #include "platform/describe.h"
 #include "platform/keys.h"
 #include "tools/confctl/progress.h"
+#include "tools/confctl/refusal.h"
 
 namespace confctl {
 namespace {
@@ -17,9 +18,19 @@ std::uint32_t flagsOf(const ReadOptions& options) {
   return options.flags | (options.defaults ? nv::kDefaultCfgBit : 0);
 }
 
+std::string stateWord(Presence presence) {
+  switch (presence) {
+    case Presence::running: return "running";
+    case Presence::noAccess: return "no access";
+    case Presence::noHandler: return "no handler";
+    default: return "not running";
+  }
+}
+
 ServiceState stateOf(const ServiceAddress& service, const nv::message& description) {
   ServiceState state{.address = service.address, .name = service.name};
   state.running = !nv::isError(description);
+  state.state = stateWord(presenceOf(description));
   if (!state.running) return state;
   if (description.has(nv::key::count)) state.objects = description.get(nv::key::count);
   state.handlers = description.get(nv::describe_key::handlers);

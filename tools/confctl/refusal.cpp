@@ -1,5 +1,8 @@
 #include "tools/confctl/refusal.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include "platform/commands.h"
 #include "platform/errors.h"
 #include "platform/keys.h"
@@ -81,6 +84,17 @@ std::string deedOf(const nv::message& request) {
     return verbOf(command) + " object " + std::to_string(request.get(nv::key::objectId));
   }
   return verbOf(command) + (command == nv::cmd::addObj ? " an object" : " its objects");
+}
+
+// One code stands for all of them: the text says which.
+Presence presenceOf(const nv::message& answer) {
+  unsigned code = 0;
+  std::string text;
+  if (!nv::isError(answer, &code, &text)) return Presence::running;
+  if (code != nv::err::noRoute) return Presence::unknown;
+  if (text == "nobody listens there") return Presence::notRunning;
+  if (text == "no handler is registered there") return Presence::noHandler;
+  return text.ends_with(std::strerror(EACCES)) ? Presence::noAccess : Presence::unknown;
 }
 
 Failure refusal(const std::string& service, const nv::message& request, const nv::message& reply) {

@@ -5,6 +5,7 @@
 
 #include "platform/client.h"
 #include "platform/commands.h"
+#include "platform/describe.h"
 #include "platform/errors.h"
 #include "platform/keys.h"
 #include "platform/looper.h"
@@ -21,6 +22,11 @@ constexpr std::uint32_t kShortTimeout = 500;  // ms
 /// Under these ids a service gathers the rest of a list while it is read: the same one page after
 /// page, and a page may be empty.
 bool isIteration(std::uint32_t startId) { return startId >= 0xfffff001 && startId <= 0xfffffffc; }
+
+/// Whether the service has a socket, be it of a process that has died.
+bool isRegistered(const std::filesystem::path& bus, const Target& target) {
+  return std::ranges::count(findServices(bus), target.route[0], &ServiceAddress::address) > 0;
+}
 
 /// Drops what the bus put around an answer.
 nv::message unwrapped(nv::message reply) {
@@ -65,7 +71,9 @@ std::vector<Session::Neighbour> Session::neighbours(std::uint32_t timeout) {
 /// For the end of a sentence: where was looked, and what was there.
 std::string Session::whoRuns() {
   std::string names;
+  bool isQuiet = true;
   for (const auto& [service, description] : neighbours(kShortTimeout)) {
+    isQuiet = isQuiet && presenceOf(description) == Presence::notRunning;
     if (nv::isError(description)) continue;
     names += names.empty() ? " " : ", ";
     names += service.name.empty()
@@ -73,13 +81,36 @@ std::string Session::whoRuns() {
                  : printable(service.name) + " (" + std::to_string(service.address) + ")";
   }
   const std::string place = "on the bus in " + options_.directory.string();
-  return names.empty() ? "; nothing is running " + place : "; running " + place + ":" + names;
+  if (!names.empty()) return "; running " + place + ":" + names;
+  return isQuiet ? "; nothing is running " + place : "";
+}
+
+/// For the end of a sentence: what else the process has, when it tells.
+std::string Session::whichHandlers(const Target& target) {
+  const auto answer = tryToAsk(request({target.route[0]}, nv::cmd::describe), kShortTimeout);
+  const auto handlers = answer.get(nv::describe_key::handlers);
+  if (handlers.size() < 2) return "";
+  std::string list;
+  for (const unsigned id : handlers) list += (list.empty() ? ": " : ", ") + std::to_string(id);
+  const auto dot = target.route.size() > 1 ? target.text.rfind('.') : std::string::npos;
+  return "; handlers of " + printable(target.text.substr(0, dot)) + list;
 }
 
 Failure Session::failureOf(const Target& target, const nv::message& request,
                            const nv::message& reply) {
   Failure failure = refusal(target.text, request, reply);
-  if (failure.status == Exit::noService) failure.text += whoRuns();
+  switch (presenceOf(reply)) {
+    case Presence::notRunning:
+      failure.text = "'" + printable(target.text) + "' is not running";
+      if (!isRegistered(options_.directory, target)) failure.text += whoRuns();
+      break;
+    case Presence::noHandler: failure.text += whichHandlers(target); break;
+    case Presence::noAccess: break;
+    default:
+      if (failure.status == Exit::noService) failure.text += whoRuns();
+      if (failure.code == nv::err::badCommand && nv::getError(reply).empty())
+        failure.text += whichHandlers(target);
+  }
   return failure;
 }
 

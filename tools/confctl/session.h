@@ -67,6 +67,7 @@ class Session {
 
  private:
   std::string whoRuns();
+  std::string whichHandlers(const Target& target);
 
   BusOptions options_;
 };

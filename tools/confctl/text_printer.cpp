@@ -40,7 +40,7 @@ Row rowOf(const ServiceState& service) {
   return {std::to_string(service.address), service.name.empty() ? "-" : printable(service.name),
           service.objects ? std::to_string(*service.objects) : "-",
           service.handlers.empty() ? "-" : joined(service.handlers, ','),
-          service.running ? "running" : "not running"};
+          service.state};
 }
 
 /// The subcommand that sends this command.
