@@ -93,8 +93,7 @@ class Parser {
     if (unknown.empty()) return error.what();
     const auto commands = app.get_subcommands();
     const auto isFirst = [&](const std::string& word) {
-      return word == unknown.front() ||
-             (!commands.empty() && word == commands.front()->get_name());
+      return word == unknown.front() || (!commands.empty() && word == commands.front()->get_name());
     };
     const auto first = std::find_if(argv + 1, argv + argc, isFirst);
     if (first == argv + argc || *first != unknown.front() || unknown.front().starts_with('-'))

@@ -42,7 +42,8 @@ std::string fieldList(const Dictionary& names) {
 
 std::uint32_t uidOf(const Argument& argument, const Dictionary& names) {
   const auto uid = names.uidOf(argument.name);
-  if (!uid) throw BadValue("no field is called '" + printable(argument.name) + "'" + fieldList(names));
+  if (!uid)
+    throw BadValue("no field is called '" + printable(argument.name) + "'" + fieldList(names));
   if (isEnvelope(*uid)) throw BadValue("this field is not given by hand");
   return *uid;
 }

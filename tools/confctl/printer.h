@@ -17,7 +17,7 @@ struct ServiceState {
   std::uint32_t address = 0;
   std::string name;
   bool running = false;
-  std::string state = {};  ///< in words
+  std::string state = {};                     ///< in words
   std::optional<std::uint32_t> objects = {};  ///< none: means nothing, or not running
   std::vector<std::uint32_t> handlers = {};
 };

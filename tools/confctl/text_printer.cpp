@@ -39,8 +39,7 @@ std::string joined(const std::vector<std::uint32_t>& numbers, char separator) {
 Row rowOf(const ServiceState& service) {
   return {std::to_string(service.address), service.name.empty() ? "-" : printable(service.name),
           service.objects ? std::to_string(*service.objects) : "-",
-          service.handlers.empty() ? "-" : joined(service.handlers, ','),
-          service.state};
+          service.handlers.empty() ? "-" : joined(service.handlers, ','), service.state};
 }
 
 /// The subcommand that sends this command.
