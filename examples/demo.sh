@@ -29,7 +29,10 @@ fail() {
   exit 1
 }
 
-say() { printf '\n# %s\n' "$@"; }
+say() {
+  echo
+  printf '# %s\n' "$@"
+}
 typed() { printf '$ %s\n' "$1"; }
 
 # run <status> <command>: types the command; its output goes to the screen and to $output.

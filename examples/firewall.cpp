@@ -12,10 +12,12 @@ int main(int argc, char** argv) {
   constexpr std::uint32_t kAddress = 103;
   firewall::Box box;
   std::string file = box.rulesetFile, netns = "no";
-  nv::Service service(argc, argv,
-                      {.name = "firewall",
-                       .address = kAddress,
-                       .moreOptions = {{"--ruleset-file", &file}, {"--netns", &netns}}});
+  nv::Service service(
+      argc, argv,
+      {.name = "firewall",
+       .address = kAddress,
+       .moreOptions = {{"--ruleset-file", {&file, "the file for nftables"}},
+                       {"--netns", {&netns, "yes: load it, in a network of its own"}}}});
   box.rulesetFile = file;
   box.withKernel = examples::yesOrNo("firewall", "--netns", netns);
 

@@ -10,7 +10,10 @@ int main(int argc, char** argv) {
   constexpr std::uint32_t kAddress = 100;
   std::string file = "/var/lib/confkit/hosts";
   nv::Service service(
-      argc, argv, {.name = "hosts", .address = kAddress, .moreOptions = {{"--hosts-file", &file}}});
+      argc, argv,
+      {.name = "hosts",
+       .address = kAddress,
+       .moreOptions = {{"--hosts-file", {&file, "the file that a resolver reads"}}}});
 
   hosts::HostMap map(file);
   map.init();

@@ -11,10 +11,12 @@ int main(int argc, char** argv) {
   constexpr std::uint32_t kAddress = 104;
   identity::Box box;
   std::string file = box.file, zones = box.zones;
-  nv::Service service(argc, argv,
-                      {.name = "identity",
-                       .address = kAddress,
-                       .moreOptions = {{"--identity-file", &file}, {"--zones", &zones}}});
+  nv::Service service(
+      argc, argv,
+      {.name = "identity",
+       .address = kAddress,
+       .moreOptions = {{"--identity-file", {&file, "the file that other programs read"}},
+                       {"--zones", {&zones, "the folder of the time zones"}}}});
   box.file = file;
   box.zones = zones;
 

@@ -13,7 +13,9 @@ int main(int argc, char** argv) {
   std::string tables = "/proc/net";
   nv::Service service(
       argc, argv,
-      {.name = "neighbours", .address = kAddress, .moreOptions = {{"--proc-net", &tables}}});
+      {.name = "neighbours",
+       .address = kAddress,
+       .moreOptions = {{"--proc-net", {&tables, "the folder of the kernel's tables"}}}});
 
   neighbours::Neighbours neighbours(tables);
   neighbours.open(kAddress);

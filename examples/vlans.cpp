@@ -30,13 +30,14 @@ int main(int argc, char** argv) {
   constexpr std::uint32_t kAddress = 101;
   vlans::Box box;
   std::string devices, file = box.interfacesFile, states = box.deviceStates, netns = "no";
-  nv::Service service(argc, argv,
-                      {.name = "vlans",
-                       .address = kAddress,
-                       .moreOptions = {{"--devices", &devices},
-                                       {"--interfaces-file", &file},
-                                       {"--device-states", &states},
-                                       {"--netns", &netns}}});
+  nv::Service service(
+      argc, argv,
+      {.name = "vlans",
+       .address = kAddress,
+       .moreOptions = {{"--devices", {&devices, "NAME,NAME...: which ones may have VLANs"}},
+                       {"--interfaces-file", {&file, "the file for ifupdown"}},
+                       {"--device-states", {&states, "the folder of the devices' states"}},
+                       {"--netns", {&netns, "yes: make them, in a network of its own"}}}});
   if (!devices.empty()) box.devices = devicesIn(devices);
   box.interfacesFile = file;
   box.deviceStates = states;

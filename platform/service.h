@@ -14,6 +14,14 @@
 
 namespace nv {
 
+/// An option of a service's own on the command line.
+struct ServiceOption {
+  /// Where its value goes. What the command line does not name stays as it is.
+  std::string* value = nullptr;
+  /// What it is for, in a few words. `--help` prints them, with the value of before.
+  std::string about = {};
+};
+
 struct ServiceOptions {
   /// A word by which people find the service; also the default name of its store file.
   std::string name;
@@ -27,9 +35,9 @@ struct ServiceOptions {
   Limits limits = {};
   /// See Platform::rights.
   std::function<std::uint32_t(const Peer&)> rights = {};
-  /// Options of the command line besides the two of every service, each with where its value goes:
-  /// `{"--hosts-file", &file}`. What the command line does not name stays as it is.
-  std::map<std::string, std::string*> moreOptions = {};
+  /// Options of the command line besides the two of every service:
+  /// `{"--hosts-file", {&file, "where the hosts file is written"}}`.
+  std::map<std::string, ServiceOption> moreOptions = {};
 };
 
 /// A service process: takes the address on the bus, opens the store file, runs the loop.

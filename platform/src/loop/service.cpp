@@ -4,6 +4,7 @@
 #include <cctype>
 #include <csignal>
 #include <cstdlib>
+#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <string_view>
@@ -34,7 +35,7 @@ bool isWord(std::string_view name) {
 
 std::string usage(const char* program, const ServiceOptions& options) {
   auto text = "usage: " + std::string(program) + " [--bus DIRECTORY] [--store FILE]";
-  for (const auto& [option, value] : options.moreOptions) text += " [" + option + " VALUE]";
+  for (const auto& [name, option] : options.moreOptions) text += " [" + name + " VALUE]";
   return text;
 }
 
@@ -44,11 +45,17 @@ fs::path defaultStoreFile(const ServiceOptions& options) {
 
 [[noreturn]] void help(const char* program, const ServiceOptions& options) {
   const auto store = options.storeFile.empty() ? defaultStoreFile(options) : options.storeFile;
-  std::cout << usage(program, options) << "\n\n"
-            << "  --bus DIRECTORY  where the sockets of all services are ("
-            << options.busDirectory.string() << ")\n"
-            << "  --store FILE     where the records are kept (" << store.string() << ")\n"
-            << std::flush;
+  std::cout << usage(program, options) << "\n\n";
+  const auto line = [](const std::string& option, const std::string& about,
+                       const std::string& value) {
+    std::cout << "  " << std::left << std::setw(24) << option << ' ' << about;
+    std::cout << (value.empty() ? "\n" : " (" + value + ")\n");
+  };
+  line("--bus DIRECTORY", "where the sockets of all services are", options.busDirectory.string());
+  line("--store FILE", "where the records are kept", store.string());
+  for (const auto& [name, option] : options.moreOptions)
+    line(name + " VALUE", option.about, *option.value);
+  std::cout << std::flush;
   std::exit(EXIT_SUCCESS);
 }
 
@@ -59,7 +66,7 @@ bool setOption(const std::string& option, const char* value, ServiceOptions& opt
   else if (option == "--store")
     options.storeFile = value;
   else if (const auto more = options.moreOptions.find(option); more != options.moreOptions.end())
-    *more->second = value;
+    *more->second.value = value;
   else
     return false;
   return true;

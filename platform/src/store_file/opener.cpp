@@ -33,6 +33,15 @@ constexpr const char* kSettings =
 
 bool isThere(const std::filesystem::path& file) { return ::access(file.c_str(), F_OK) == 0; }
 
+// What is not there may become one.
+bool mayBeFile(const std::filesystem::path& file) {
+  std::error_code unreadable;
+  const auto status = std::filesystem::status(file, unreadable);
+  return file.has_filename() && (std::filesystem::is_regular_file(status) ||
+                                 status.type() == std::filesystem::file_type::not_found ||
+                                 status.type() == std::filesystem::file_type::none);
+}
+
 // The text, the page size and the mode stand where SQLite itself would look before anything else.
 bool headerIsOurs(const std::filesystem::path& file) {
   std::array<unsigned char, 100> header;
@@ -62,6 +71,7 @@ std::unique_ptr<RecordTables> tablesInMemory() {
 }  // namespace
 
 StoreFileOpener::Opened StoreFileOpener::open() {
+  if (!mayBeFile(file_)) return failed("is no file");
   const int locked = lock_.lock(beside(".lock"));
   if (locked == EWOULDBLOCK) return failed("is in use by another process");
   if (locked == ENOENT || locked == ENOTDIR) return failed("its directory is missing");

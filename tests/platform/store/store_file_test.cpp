@@ -27,6 +27,12 @@ TEST(StoreFile, SaysWhyItCannotBeMadeAndHarmsNothing) {
     EXPECT_EQ(error, "store: " + file.string() + ": " + why);
     EXPECT_FALSE(fs::exists(file));
   }
+  for (const auto* name : {"", ".", "s.db.lock", "new/"}) {
+    std::string error;
+    EXPECT_FALSE(nv::openStoreFile(directory / name, &error));
+    EXPECT_EQ(error, "store: " + (directory / name).string() + ": is no file");
+  }
+  EXPECT_EQ(std::distance(fs::directory_iterator(directory.path()), {}), 1) << "no lock is left";
 }
 
 TEST(StoreFile, IsForItsOwnerAloneWhateverTheUmask) {
