@@ -115,6 +115,14 @@ TEST_F(AOmapStore, RestoresNoObjectUnderAnIdThatABuiltInHas) {
   }
 }
 
+TEST_F(AOmapStore, TheIdOfTheHeadIsNoObjects) {
+  start("items", 0, 0xffffffff);
+  EXPECT_EQ(add({{key::objectId, kHead - 1}}), kHead - 1);
+  EXPECT_EQ(ask(cmd::addObj, {{key::objectId, kHead}}), refused(err::noSuchObject));
+  restart();
+  EXPECT_EQ(chain(), "head>4294967293 4294967293>end");
+}
+
 TEST_F(AOmapStore, LosesNothingBehindARecordThatBecameNoObject) {
   bool putOff = false;
   const auto first = [&](std::initializer_list<std::uint32_t> chainIds) {

@@ -125,7 +125,7 @@ class edits {
   }
 
   void mergeWithPrior() {
-    const model other = randomModel(random_.below(6));
+    const model other = randomModel(random_.below(20));
     message prior = build(randomModel(random_.below(4)));
     message expected = prior;
     for (const auto& [uid, v] : other) {

@@ -22,9 +22,9 @@ namespace nv::testkit {
 namespace {
 
 #ifdef CONFKIT_SLOW
-constexpr int kKills = 10;
+constexpr int kRounds = 11;
 #else
-constexpr int kKills = 100;
+constexpr int kRounds = 112;  // 100 kills
 #endif
 constexpr unsigned kWriters = 4;
 constexpr unsigned kTextsOfAWriter = 20;
@@ -126,7 +126,7 @@ TEST(Kill, EveryAcknowledgedChangeIsThereAndNoneIsHalfThere) {
 
   Place place;
   ServiceProcess service(place);
-  for (int round = 0; round < kKills && !HasFailure(); ++round) {
+  for (int round = 0; round < kRounds && !HasFailure(); ++round) {
     const bool killed = round % 10 != 0;  // or asked to end
     ASSERT_TRUE(service.start()) << service.said();
     std::counting_semaphore<> answers(0);
