@@ -4,8 +4,8 @@
 #include <string>
 
 #include "containers/aholder.h"
-#include "containers/omap.h"
 #include "platform/keys.h"
+#include "tests/support/any_omap.h"
 
 inline constexpr nv::string_id kColour(1);
 
@@ -27,9 +27,9 @@ Kept<Base>& kept(Base* obj) {
 }
 
 /// In which order cars wait.
-class Lane : public AOmap {
+class Lane : public AnyOmap {
  public:
-  Lane() : AOmap("lane", 1, 99) { describe("lane", {{kColour.uid(), "colour", "of the car"}}); }
+  Lane() : AnyOmap("lane", 1, 99) { describe("lane", {{kColour.uid(), "colour", "of the car"}}); }
 
  private:
   OObject* newObject() override { return new Kept<OObject>; }
@@ -37,15 +37,6 @@ class Lane : public AOmap {
     dst->id = src->id;
     kept(dst).config = kept(src).config;
   }
-  nv::message checkRestore(OObject*) override { return {}; }
-  nv::message checkAdd(OObject*, OObject*) override { return {}; }
-  nv::message checkChange(OObject*, OObject*, OObject*) override { return {}; }
-  nv::message checkRemove(OObject*, OObject*) override { return {}; }
-  nv::message checkMove(OObject*, OObject*, OObject*) override { return {}; }
-  void objAdded(OObject*) override {}
-  void objChanged(OObject*, OObject*) override {}
-  void objRemoved(OObject*) override {}
-  void objMoved(OObject*) override {}
 };
 
 /// The barrier at its end, which others may paint too.

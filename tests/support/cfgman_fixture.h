@@ -24,6 +24,7 @@
 #include "platform/errors.h"
 #include "testing/kit.h"
 #include "tests/support/id_lists.h"
+#include "tests/support/names.h"
 
 namespace nv {
 inline void PrintTo(const message& m, std::ostream* os) { m.dump2(*os, "", 0); }
@@ -31,12 +32,6 @@ inline void PrintTo(const message& m, std::ostream* os) { m.dump2(*os, "", 0); }
 
 namespace test {
 
-namespace cmd = nv::cmd;
-namespace err = nv::err;
-namespace key = nv::key;
-using nv::kHeadId;
-using nv::kNoId;
-using nv::message;
 using Fields = std::initializer_list<nv::field_value>;
 
 inline message command(unsigned code, Fields fields = {}) {

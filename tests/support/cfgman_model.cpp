@@ -10,14 +10,9 @@
 #include "platform/commands.h"
 #include "platform/errors.h"
 #include "tests/support/id_lists.h"
+#include "tests/support/names.h"
 
 namespace test {
-
-namespace cmd = nv::cmd;
-namespace key = nv::key;
-using nv::kHeadId;
-using nv::kNoId;
-using nv::message;
 
 namespace {
 

@@ -7,14 +7,9 @@
 #include "platform/errors.h"
 #include "tests/support/cfgman_model.h"
 #include "tests/support/id_lists.h"
+#include "tests/support/names.h"
 
 namespace test {
-
-namespace cmd = nv::cmd;
-namespace key = nv::key;
-using nv::kHeadId;
-using nv::kNoId;
-using nv::message;
 
 namespace {
 

@@ -11,15 +11,12 @@
 #include "platform/errors.h"
 #include "platform/keys.h"
 #include "testing/kit.h"
+#include "tests/support/names.h"
 #include "tests/support/test_element.h"
 #include "tests/support/verify.h"
 
 namespace test {
 
-namespace cmd = nv::cmd;
-namespace err = nv::err;
-namespace key = nv::key;
-using nv::message;
 using Fields = std::initializer_list<nv::field_value>;
 
 inline message command(unsigned code, Fields fields = {}) {

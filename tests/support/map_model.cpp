@@ -4,15 +4,9 @@
 #include <utility>
 
 #include "platform/commands.h"
+#include "tests/support/names.h"
 
 namespace test {
-
-namespace cmd = nv::cmd;
-namespace err = nv::err;
-namespace key = nv::key;
-using nv::kHeadId;
-using nv::kNoId;
-using nv::message;
 
 namespace {
 
